@@ -1,0 +1,43 @@
+#pragma once
+// An application bundle: a directory with Contents/Info.plist and Contents/Resources,
+// the same layout on every platform.
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "base/plist.h"
+
+namespace bwk {
+
+class Bundle {
+ public:
+  explicit Bundle(std::string path);
+
+  // The bundle of the running executable: "<B>.app" when the executable is
+  // "<B>.app/Contents/MacOS/<exe>", else the executable's directory.
+  static const Bundle& main();
+  // Forgets the cached main bundle (tests that move the executable's view only).
+  static void resetMain();
+
+  const std::string& path() const { return path_; }
+  std::string resourcePath() const;  // Contents/Resources
+  // Contents/Info.plist in any of the three formats; an empty dictionary when missing or
+  // unreadable. Read once.
+  const PlistValue& infoDictionary() const;
+  // Contents/Resources/<name>.<ext> when it exists.
+  std::optional<std::string> pathForResource(const std::string& name, const std::string& ext) const;
+  // Looks `key` up in Localizable.strings of the first language folder that has the table,
+  // languages in the order of preferredLocalizations(). Missing: `value` when it is
+  // present and not empty, else the key itself.
+  std::string localizedString(const std::string& key, const std::optional<std::string>& value = std::nullopt) const;
+  // LANGUAGE (colon list), LC_ALL, LC_MESSAGES, LANG (de_DE.UTF-8 tried as de_DE then de),
+  // then CFBundleDevelopmentRegion, then en, English, Base; duplicates removed.
+  std::vector<std::string> preferredLocalizations() const;
+
+ private:
+  std::string path_;
+  mutable std::optional<PlistValue> info_;
+  mutable std::optional<std::optional<PlistValue>> strings_;  // the chosen table, once looked up
+};
+
+}  // namespace bwk

@@ -1,0 +1,43 @@
+#pragma once
+// The application delegate: owns the installation worker and, in graphic mode, the
+// progress window.
+#include <atomic>
+#include <optional>
+#include <string>
+
+namespace bwk {
+
+// What the worker changes in the window. Calls come from the worker thread; an
+// implementation queues them to the main loop. The command-line start has no window.
+class ProgressWindow {
+ public:
+  virtual ~ProgressWindow() = default;
+  virtual void setProgress(double value) = 0;
+  // The launch begins: bar indeterminate, Cancel disabled.
+  virtual void beginLaunch() = 0;
+  // Close the window `seconds` from now.
+  virtual void closeAfter(double seconds) = 0;
+  // Last call before the runtime starts in this process; may tear the window down.
+  virtual void willStartRuntime() {}
+};
+
+class AppDelegate {
+ public:
+  // Installs the bundled runtime if there is one, then loads and launches; ends the process
+  // with the launch's status (1 after a cancellation or an internal error).
+  [[noreturn]] void worker();
+  // Extracts and unpacks the archive; returns the extracted "jre.bundle" directory.
+  std::string handleTar(const std::string& archive);
+  // A new directory under the temporary directory, mode 0700; absent on failure.
+  static std::optional<std::string> createTemporaryDirectory();
+  // bundle/Contents/Home/jre when that exists, else bundle/Contents/Home.
+  static std::string getJreLocation(const std::string& bundle);
+  // The Cancel button's action.
+  void cancel();
+
+  std::atomic<bool> cancelled{false};
+  std::optional<std::string> tempDir;
+  ProgressWindow* window = nullptr;
+};
+
+}  // namespace bwk

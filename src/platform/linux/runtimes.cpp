@@ -1,0 +1,29 @@
+// Where runtimes live on Linux and how their launcher library is found.
+#include <cstdlib>
+
+#include "base/path.h"
+#include "platform/platform.h"
+
+namespace bwk::platform {
+
+std::string installedRuntimesDirectory() { return "/usr/lib/jvm"; }
+std::optional<std::string> appletPluginPath() { return std::nullopt; }
+bool processIsTranslated() { return false; }
+bool runtimeHasNativeCode(const std::string&) { return true; }
+
+std::vector<std::string> runtimeLibraryCandidates() {
+  return {"Contents/Home/jre/lib/jli/libjli.so", "Contents/Home/lib/jli/libjli.so",
+          "Contents/Home/lib/libjli.so",         "lib/jli/libjli.so",
+          "jre/lib/amd64/jli/libjli.so",         "lib/amd64/jli/libjli.so",
+          "lib/libjli.so"};
+}
+
+std::string appletPluginLibrary() { return "/nonexistent/applet-plugin/libjli.so"; }
+
+std::string installationRecordsFile() {
+  const char* xdg = std::getenv("XDG_CONFIG_HOME");
+  std::string base = (xdg && *xdg) ? std::string(xdg) : path::append(homeDirectory(), ".config");
+  return path::append(path::append(base, "brackwood"), "com.brackwood.installations.plist");
+}
+
+}  // namespace bwk::platform

@@ -1,0 +1,72 @@
+#pragma once
+// Every question the launcher asks of the operating system, and the few actions it takes
+// through it. linux/ and macos/ implement this header; no layer above tests the platform.
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace bwk::platform {
+
+// --- the user and the process ------------------------------------------------------------
+// The user's home from the password database (not HOME).
+std::string homeDirectory();
+// TMPDIR when set and not empty, else "/tmp/"; always with a trailing "/".
+std::string temporaryDirectory();
+// The running executable's path, links resolved and standardised; absent when unknown.
+std::optional<std::string> executablePath();
+// The process's argument vector as main received it. main stores it once; tests may set
+// their own.
+const std::vector<std::string>& processArguments();
+void setProcessArguments(int argc, char** argv);
+void setProcessArguments(std::vector<std::string> arguments);
+// The process environment, in the order the C library holds it.
+std::vector<std::pair<std::string, std::string>> environment();
+std::optional<std::string> environmentValue(const std::string& name);
+// The short name of the process, as the system log shows it.
+const char* processName();
+// A new random name, unique for practical purposes (globallyUniqueString).
+std::string globallyUniqueString();
+
+// --- bundles and session -----------------------------------------------------------------
+// The main bundle's directory: "<B>.app" when the executable is "<B>.app/Contents/MacOS/x",
+// else the executable's directory.
+std::string mainBundlePath();
+// Whether a graphical user interface may be shown (DISPLAY or WAYLAND_DISPLAY set and not
+// empty on Linux; a session with graphic access on macOS).
+bool hasGraphicSession();
+// The bundle identifier of the running application; absent where processes have none.
+std::optional<std::string> runningApplicationBundleIdentifier();
+// Whether the runtime on this platform accepts the Dock options (-Xdock:..., -XstartOnFirstThread).
+bool supportsDockOptions();
+// Stores a value in the application's own defaults domain (nothing on Linux).
+void setUserDefault(const std::string& key, const std::string& value);
+// The user's locale default ("AppleLocale"); absent on Linux.
+std::optional<std::string> userLocale();
+
+// --- runtimes -------------------------------------------------------------------------------
+// The directory of installed runtimes (/Library/Java/JavaVirtualMachines, /usr/lib/jvm).
+std::string installedRuntimesDirectory();
+// The applet plug-in's directory; absent where there is none.
+std::optional<std::string> appletPluginPath();
+// Whether the process runs under instruction translation, and whether a runtime directory
+// holds code for the launcher's own architecture. Linux: never translated.
+bool processIsTranslated();
+bool runtimeHasNativeCode(const std::string& runtimePath);
+// The runtime launcher library below a runtime path, candidates in order; the last is used
+// untested when none of the others exists.
+std::vector<std::string> runtimeLibraryCandidates();
+// The applet plug-in's launcher library.
+std::string appletPluginLibrary();
+// The file that holds the installation records (property list, dictionary under
+// "/com/brackwood/installations/").
+std::string installationRecordsFile();
+
+// --- actions --------------------------------------------------------------------------------
+// Runs a program with arguments, waits, and gives its exit status (a signal gives 128+n).
+// Throws PlatformException("NSInvalidArgumentException", ...) when it cannot be started.
+int runProcess(const std::string& program, const std::vector<std::string>& arguments);
+// A non-blocking notice with a header and a message, outliving this process.
+void displayNotice(const std::optional<std::string>& header, const std::string& message);
+
+}  // namespace bwk::platform

@@ -1,0 +1,69 @@
+/* A stand-in for the runtime's launcher library. JLI_Launch writes the two version texts
+ * and every entry of the argument vector, one per line, to the file named by
+ * FAKE_JLI_RECORD (appending), and returns FAKE_JLI_STATUS (default 0). The argument-file
+ * functions are present unless FAKE_JLI_NO_LIST is set at build time; @file expansion
+ * replaces "@name" by the lines of that file. */
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+typedef struct { char** elements; size_t size; size_t capacity; } JLI_List_;
+typedef JLI_List_* JLI_List;
+
+int JLI_Launch(int argc, char** argv, int jargc, const char** jargv, int appclassc, const char** appclassv,
+               const char* fullversion, const char* dotversion, const char* pname, const char* lname,
+               unsigned char javaargs, unsigned char cpwildcard, unsigned char javaw, int ergo) {
+  (void)jargc; (void)jargv; (void)appclassc; (void)appclassv; (void)javaargs; (void)cpwildcard; (void)javaw; (void)ergo;
+  const char* record = getenv("FAKE_JLI_RECORD");
+  if (record) {
+    FILE* f = fopen(record, "a");
+    if (f) {
+      fprintf(f, "fullversion=%s\ndotversion=%s\npname=%s\nlname=%s\nargc=%d\n", fullversion ? fullversion : "(null)",
+              dotversion ? dotversion : "(null)", pname, lname, argc);
+      for (int i = 0; i < argc; ++i) fprintf(f, "%s\n", argv[i]);
+      fprintf(f, "--\n");
+      fclose(f);
+    }
+  }
+  const char* status = getenv("FAKE_JLI_STATUS");
+  return status ? atoi(status) : 0;
+}
+
+#ifndef FAKE_JLI_NO_LIST
+void* JLI_MemAlloc(size_t n) { return malloc(n); }
+void JLI_MemFree(void* p) { free(p); }
+char* JLI_StringDup(const char* s) { return strdup(s); }
+
+JLI_List JLI_List_new(size_t capacity) {
+  JLI_List l = (JLI_List)malloc(sizeof(JLI_List_));
+  l->capacity = capacity ? capacity : 1;
+  l->size = 0;
+  l->elements = (char**)malloc(l->capacity * sizeof(char*));
+  return l;
+}
+
+void JLI_List_add(JLI_List l, char* s) {
+  if (l->size == l->capacity) {
+    l->capacity *= 2;
+    l->elements = (char**)realloc(l->elements, l->capacity * sizeof(char*));
+  }
+  l->elements[l->size++] = s;
+}
+
+void JLI_InitArgProcessing(unsigned char hasJavaArgs, unsigned char disableArgFile) { (void)hasJavaArgs; (void)disableArgFile; }
+
+JLI_List JLI_PreprocessArg(const char* arg, unsigned char expandSourceOpt) {
+  (void)expandSourceOpt;
+  if (arg[0] != '@') return NULL;
+  FILE* f = fopen(arg + 1, "r");
+  if (!f) return NULL;
+  JLI_List l = JLI_List_new(4);
+  char line[4096];
+  while (fgets(line, sizeof line, f)) {
+    line[strcspn(line, "\r\n")] = 0;
+    if (line[0]) JLI_List_add(l, strdup(line));
+  }
+  fclose(f);
+  return l;
+}
+#endif
