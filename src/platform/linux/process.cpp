@@ -62,7 +62,7 @@ std::vector<std::pair<std::string, std::string>> environment() {
   for (char** e = environ; e && *e; ++e) {
     const char* eq = std::strchr(*e, '=');
     if (!eq) continue;
-    out.emplace_back(std::string(*e, eq), std::string(eq + 1));
+    out.emplace_back(std::string(*e, static_cast<size_t>(eq - *e)), std::string(eq + 1));
   }
   return out;
 }

@@ -1,0 +1,19 @@
+#include "base/platform_exception.h"
+
+#include <execinfo.h>
+
+#include <cstdlib>
+
+namespace bwk {
+
+PlatformException::PlatformException(std::string name, std::string reason)
+    : std::runtime_error(reason), name_(std::move(name)), reason_(std::move(reason)) {
+  void* frames[64];
+  int count = backtrace(frames, 64);
+  if (char** symbols = backtrace_symbols(frames, count)) {
+    for (int i = 0; i < count; ++i) callStack_.emplace_back(symbols[i]);
+    std::free(symbols);
+  }
+}
+
+}  // namespace bwk

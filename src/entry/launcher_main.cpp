@@ -1,0 +1,65 @@
+// The entry for the runtime's re-invocation, the workspace markers and the authorization
+// restart, where an embedded configuration turns the executable into a command-line launcher.
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+
+#include "base/log.h"
+#include "base/path.h"
+#include "base/platform_exception.h"
+#include "base/plist_reader.h"
+#include "entry/entry.h"
+#include "launcher/launcher.h"
+#include "platform/platform.h"
+
+namespace bwk {
+
+std::optional<std::string> getExecutablePath() { return platform::executablePath(); }
+
+int launcher_main(int argc, char** argv) {
+  BWK_DLOG("%s [Line %d] launcher_main %d", argc);
+  if (argc >= 2 && std::strcmp(argv[1], "__bwk_workspace_open") == 0) {
+    BWK_DLOG("%s [Line %d] workspace open");
+    return workspace_open(false);
+  }
+  if (argc >= 2 && std::strcmp(argv[1], "__bwk_workspace_open_hidden") == 0) {
+    BWK_DLOG("%s [Line %d] workspace open hidden");
+    return workspace_open(true);
+  }
+  // The runtime calling main again: hand it straight back.
+  if (JLI_LaunchFxnPtr)
+    return JLI_LaunchFxnPtr(argc, argv, 0, nullptr, 0, nullptr, launchJavaVersion, launchJavaVersion, "java", "java",
+                            false, false, false, 0);
+
+  try {
+    std::optional<EmbeddedRegion> region = findEmbeddedConfiguration();
+    BWK_DLOG("%s [Line %d] embedded config %p %d", static_cast<const void*>(region ? region->address : nullptr),
+             static_cast<int>(region ? static_cast<int32_t>(region->size) : 0));
+    if (!region || static_cast<int32_t>(static_cast<uint32_t>(region->size)) < 5) {
+      // An application bundle.
+      return Launcher::launcher()->load().launch();
+    }
+    uint32_t length = 0;
+    std::memcpy(&length, region->address, sizeof length);  // little-endian on every target
+    BWK_DLOG("%s [Line %d] plist length %d", static_cast<int>(length));
+    std::string error;
+    // The length is trusted, but never read past the region the container holds: a hostile
+    // length only shortens what the parser sees.
+    uint64_t available = region->size - 4;
+    std::optional<PlistValue> configuration = readPropertyList(
+        std::string_view(reinterpret_cast<const char*>(region->address) + 4, std::min<uint64_t>(length, available)), &error);
+    if (!configuration) {
+      BWK_SYSLOG("%s [Line %d] Failed to parse plist: %@", error);
+      std::fputs("ERROR: Could not load embedded plist.\n", stderr);
+      std::fflush(stderr);
+      return 1;
+    }
+    return launch_cli(*configuration, argc, argv);
+  } catch (const PlatformException& e) {
+    BWK_SYSLOG("%s [Line %d] %@: %@", e.name() + ": " + e.reason(), e.callStackSymbols());
+    Launcher::displayError("fenmo.InternalError", e.description());
+    return 1;
+  }
+}
+
+}  // namespace bwk

@@ -1,0 +1,88 @@
+// Ahead-of-time cache options for runtimes of major version 25 and later: use the cache of
+// this application, build, runtime version and runtime location, or train it.
+#include <zlib.h>
+
+#include <cctype>
+
+#include "base/format.h"
+#include "base/fs.h"
+#include "base/log.h"
+#include "base/path.h"
+#include "base/strings.h"
+#include "launcher/launcher.h"
+#include "platform/platform.h"
+
+namespace bwk {
+
+namespace {
+
+unsigned long crc32Of(const std::string& s) {
+  uLong crc = crc32(0L, Z_NULL, 0);
+  return crc32(crc, reinterpret_cast<const Bytef*>(s.data()), static_cast<uInt>(s.size()));
+}
+
+// The digits runs of the version, at most three, joined with "." (25+36 gives 25.36).
+std::string versionKey(const std::string& version) {
+  std::vector<std::string> pieces;
+  std::string current;
+  for (char c : version + ' ') {
+    if (std::isdigit(static_cast<unsigned char>(c))) {
+      current += c;
+    } else if (!current.empty()) {
+      pieces.push_back(current);
+      current.clear();
+    }
+  }
+  if (pieces.size() > 3) pieces.resize(3);
+  return text::join(pieces, ".");
+}
+
+}  // namespace
+
+void Launcher::addAotCacheOption(std::vector<std::string>& options, const PlistValue* javaVM) {
+  if (!javaVM || !javaVM->boolean("AotCacheEnabled").value_or(false)) return;
+  if (javaMajorVersion < 25) return;
+  if (platform::environmentValue("BRACKWOOD_NO_AOT_CACHE")) return;
+  OptionalString buildId = javaVM->string("AotCacheBuildId");
+  if (!buildId || !javaVersion || !javaBundlePath) return;
+
+  std::string stem;
+  bool defaultLocation = false;
+  OptionalString configured = replaceVariables(javaVM->string("AotCachePath"));
+  if (configured && !configured->empty()) {
+    stem = *configured;
+  } else {
+    std::string home = platform::environmentValue("HOME").value_or(platform::homeDirectory());
+    OptionalString name = javaVM->string("AotCacheName");
+    std::string baseName = (name && !name->empty()) ? *name : path::lastComponent(s_launcherDirAndName.value_or(""));
+    std::string installHash = format("%lu", crc32Of(s_appRootDir.value_or("")));
+    stem = path::join({home, "Library/Caches", "brackwood/aot", installHash, baseName});
+    defaultLocation = true;
+  }
+
+  std::string cacheDir = path::parent(stem);
+  if (!fs::createDirectory(cacheDir, true) && !fs::isDirectory(cacheDir)) return;
+  if (!fs::isWritable(cacheDir)) return;
+  std::string installDirFile = path::append(cacheDir, "install-dir");
+  if (defaultLocation && !fs::existsNoFollow(installDirFile)) fs::writeFile(installDirFile, s_appRootDir.value_or(""));
+
+  std::string runtimeHomePath = javaBundle ? runtimeHome(*javaBundlePath) : *javaBundlePath;
+  std::string cacheFile = format("%@-%@-%@-%lu.aot", stem, *buildId, versionKey(*javaVersion), crc32Of(runtimeHomePath));
+  if (fs::exists(cacheFile)) {
+    options.push_back("-XX:AOTCache=" + cacheFile);
+    return;
+  }
+  // Training run: first remove the caches of other builds, runtime versions and locations.
+  std::string stalePrefix = path::lastComponent(stem) + "-";
+  if (auto names = fs::listDirectory(cacheDir)) {
+    for (const std::string& name : *names) {
+      std::string entry = path::append(cacheDir, name);
+      if (text::startsWith(name, stalePrefix) && fs::exists(entry) && !fs::isDirectory(entry)) fs::removeItem(entry);
+    }
+  }
+  options.push_back("-Xlog:aot=error");
+  options.push_back("-Dbrackwood.aotTraining=true");
+  options.push_back("-XX:AOTCacheOutput=" + cacheFile);
+}
+
+}  // namespace bwk

@@ -1,0 +1,56 @@
+// Launcher variables, environment variables and path lists.
+#include "base/fs.h"
+#include "base/log.h"
+#include "base/path.h"
+#include "base/strings.h"
+#include "launcher/launcher.h"
+#include "platform/platform.h"
+
+namespace bwk {
+
+OptionalString Launcher::replaceVariables(const OptionalString& input) const {
+  if (!input) return std::nullopt;
+  BWK_DLOG("%s [Line %d] replacing %@", input);
+  std::string s = *input;
+  // One pass in a fixed order: text inserted by a replacement is seen only by the ones after.
+  s = text::replaceAll(std::move(s), "${launcher:sys.appRootDir}", s_appRootDir.value_or(""));
+  s = text::replaceAll(std::move(s), "${launcher:sys.mainBundle}", s_mainBundlePath.value_or(""));
+  s = text::replaceAll(std::move(s), "${launcher:sys.launcherDirectory}", s_launcherDirInApp.value_or(""));
+  s = text::replaceAll(std::move(s), "${launcher:sys.pathlistSeparator}", ":");
+  s = text::replaceAll(std::move(s), "${launcher:sys.userHome}", platform::homeDirectory());
+  s = text::replaceAll(std::move(s), "${launcher:sys.tempDir}", platform::temporaryDirectory());
+  if (javaBundlePath && s.find("${launcher:sys.jvmHome}") != std::string::npos) {
+    std::string home = runtimeHome(*javaBundlePath);
+    std::string jre = path::append(home, "jre");
+    s = text::replaceAll(std::move(s), "${launcher:sys.jvmHome}", fs::exists(jre) ? jre : home);
+  }
+  if (s.find("${") != std::string::npos) {
+    for (const auto& [name, value] : platform::environment())
+      s = text::replaceAll(std::move(s), "${" + name + "}", value);
+  }
+  BWK_DLOG("%s [Line %d] returning %@", s);
+  return s;
+}
+
+OptionalString Launcher::resolveArtifactPath(const OptionalString& pathList) const {
+  if (!pathList) return std::nullopt;
+  OptionalString result;
+  auto appendItem = [&](const std::string& item) { result = result ? *result + ":" + item : item; };
+  for (const std::string& entry : text::split(*pathList, ":")) {
+    if (text::startsWith(entry, "$")) {
+      if (auto value = platform::environmentValue(entry.substr(1))) appendItem(*value);
+    } else if (text::endsWith(entry, "/*")) {
+      std::string dir = entry.substr(0, entry.size() - 1);
+      BWK_DLOG("%s [Line %d] scanning directory %@", dir);
+      auto names = fs::listDirectory(dir);
+      if (!names) continue;
+      for (const std::string& name : *names)
+        if (text::endsWith(name, ".zip") || text::endsWith(name, ".jar")) appendItem(dir + name);
+    } else {
+      appendItem(entry);
+    }
+  }
+  return result;
+}
+
+}  // namespace bwk
