@@ -1,0 +1,61 @@
+// Start-up cost of the launcher: the same Java program started through a launcher bundle and
+// through the runtime's own bin/java with the same options, interleaved run by run.
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include "bench_util.h"
+
+using namespace bwk::bench;
+
+int main(int argc, char** argv) {
+  std::string launcher = argc > 1 ? argv[1] : "build/bin/brackwood-launcher";
+  std::string jar = argc > 2 ? argv[2] : "build/demo/Hello.app/Contents/Resources/app/lib/hello.jar";
+  std::string jdk = argc > 3 ? argv[3] : "/usr/lib/jvm/java-17-openjdk-amd64";
+  int pairs = argc > 4 ? std::atoi(argv[4]) : 40;
+
+  std::string dir = tempDirectory("bwk-startup");
+  std::string app = dir + "/Hello.app";
+  std::string info = "<?xml version=\"1.0\"?><plist version=\"1.0\"><dict><key>JavaVM</key><dict>"
+                     "<key>MainClass</key><string>Hello</string>"
+                     "<key>ClassPath</key><string>" + jar + "</string>"
+                     "<key>SearchSequence</key><array><string>R" + jdk + "</string></array>"
+                     "</dict></dict></plist>";
+  if (shell("mkdir -p '" + app + "/Contents/MacOS' && cp '" + launcher + "' '" + app + "/Contents/MacOS/Hello' && printf '%s' '" +
+            info + "' > '" + app + "/Contents/Info.plist'") != 0) {
+    std::fprintf(stderr, "cannot make the bundle\n");
+    return 1;
+  }
+  std::vector<std::string> viaLauncher{app + "/Contents/MacOS/Hello", "x"};
+  std::vector<std::string> viaJava{jdk + "/bin/java", "-Dfenmo.moduleName=" + app, "-Djava.class.path=" + jar,
+                                   "-Dbwk.jreBundle=" + jdk, "Hello", "x"};
+
+  // Warm the page cache and the class-data archive before measuring.
+  for (int i = 0; i < 3; ++i) {
+    runMeasured(viaLauncher);
+    runMeasured(viaJava);
+  }
+  std::vector<double> launcherTimes, javaTimes, ratios;
+  long launcherRss = 0, javaRss = 0;
+  for (int i = 0; i < pairs; ++i) {
+    Sample a = runMeasured(viaLauncher);
+    Sample b = runMeasured(viaJava);
+    if (a.status != 0 || b.status != 0) {
+      std::fprintf(stderr, "a run failed (launcher %d, java %d)\n", a.status, b.status);
+      return 1;
+    }
+    launcherTimes.push_back(a.seconds);
+    javaTimes.push_back(b.seconds);
+    ratios.push_back(a.seconds / b.seconds);
+    launcherRss = std::max(launcherRss, a.maxRssKb);
+    javaRss = std::max(javaRss, b.maxRssKb);
+  }
+  shell("rm -rf '" + dir + "'");
+  std::printf("start-up of Hello, %d interleaved pairs (launcher bundle vs %s/bin/java)\n", pairs, jdk.c_str());
+  std::printf("  median wall time: launcher %.1f ms, java %.1f ms\n", median(launcherTimes) * 1e3, median(javaTimes) * 1e3);
+  std::printf("  median of per-pair ratios launcher/java: %.3f\n", median(ratios));
+  std::printf("  peak RSS: launcher %.1f MB, java %.1f MB (difference %+.1f MB)\n", launcherRss / 1024.0,
+              javaRss / 1024.0, (launcherRss - javaRss) / 1024.0);
+  return 0;
+}

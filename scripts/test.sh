@@ -1,0 +1,17 @@
+#!/usr/bin/env bash
+# Builds the launcher twice (optimised with warnings as errors, and with Address- and
+# UndefinedBehaviorSanitizer) and runs every test in both builds.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+bash scripts/setup.sh
+jobs=$(nproc)
+for preset in default asan; do
+  echo "== build: $preset"
+  cmake --preset "$preset" >/dev/null
+  cmake --build --preset "$preset" -j "$jobs"
+done
+bash scripts/check-self-contained.sh build/bin/brackwood-launcher
+for preset in default asan; do
+  echo "== tests: $preset"
+  ctest --preset "$preset" -j "$jobs"
+done

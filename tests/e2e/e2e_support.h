@@ -1,0 +1,47 @@
+#pragma once
+// Bundles started through the real launcher executable.
+#include <gtest/gtest.h>
+
+#include "base/strings.h"
+#include "test_support.h"
+
+namespace bwk::test {
+
+// The environment every started launcher gets: no debug log, and sanitizer settings that
+// let a real JVM run inside an instrumented launcher (its signal handlers and its own
+// memory management are none of the sanitizer's business).
+inline std::vector<std::string> launcherEnvironment(std::vector<std::string> extra = {}) {
+  std::vector<std::string> env = {"BRACKWOOD_LOG", "DISPLAY", "WAYLAND_DISPLAY",
+                                  "ASAN_OPTIONS=handle_segv=0:allow_user_segv_handler=1:detect_leaks=0:handle_sigbus=0:handle_sigfpe=0:handle_sigill=0"};
+  env.insert(env.end(), extra.begin(), extra.end());
+  return env;
+}
+
+// The lines the fake runtime library recorded for one launch (between the header lines
+// and "--"): the argument vector.
+struct Recorded {
+  std::string fullVersion, dotVersion;
+  std::vector<std::string> argv;
+};
+inline Recorded readRecord(const std::string& file) {
+  Recorded r;
+  std::vector<std::string> lines = text::split(readFile(file), "\n");
+  for (const std::string& line : lines) {
+    if (line == "--") break;
+    if (text::startsWith(line, "fullversion=")) r.fullVersion = line.substr(12);
+    else if (text::startsWith(line, "dotversion=")) r.dotVersion = line.substr(11);
+    else if (text::startsWith(line, "pname=") || text::startsWith(line, "lname=") || text::startsWith(line, "argc=")) continue;
+    else r.argv.push_back(line);
+  }
+  return r;
+}
+
+inline PlistValue stringArray(std::initializer_list<std::string> list) {
+  PlistArray a(list.begin(), list.end());
+  return PlistValue(std::move(a));
+}
+
+// The demo's compiled program, built with the project.
+inline std::string helloJar() { return std::string(BWK_BINARY_DIR) + "/demo/Hello.app/Contents/Resources/app/lib/hello.jar"; }
+
+}  // namespace bwk::test

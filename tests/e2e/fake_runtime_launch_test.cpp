@@ -1,0 +1,128 @@
+// The launcher executable started in a bundle whose runtime is a recording stand-in for the
+// runtime's launcher library: the argument vector is compared entry by entry.
+#include "base/fs.h"
+#include "e2e_support.h"
+
+namespace bwk::test {
+namespace {
+
+class FakeRuntimeLaunch : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    makeFakeRuntime(tmp / "jdk", "17.0.2+8");
+    record = tmp / "record.txt";
+  }
+  RunResult start(const std::string& bundlePath, const std::string& name, std::vector<std::string> args,
+                  std::vector<std::string> env = {}) {
+    std::vector<std::string> argv{bundlePath + "/Contents/MacOS/" + name};
+    argv.insert(argv.end(), args.begin(), args.end());
+    env.push_back("FAKE_JLI_RECORD=" + record);
+    return run(argv, launcherEnvironment(env));
+  }
+  TempDir tmp;
+  std::string record;
+};
+
+TEST_F(FakeRuntimeLaunch, RichConfigurationGivesTheVectorInOrder) {
+  std::string apps = tmp / "Apps";
+  std::string app = apps + "/Tool.app";
+  std::string root = app + "/Contents/Resources/app";
+  writeFile(root + "/lib/a.jar", "");
+  writeFile(root + "/conf/base.vmoptions", "-Dbase.include\n-include-options nested.vmoptions\n");
+  writeFile(root + "/conf/nested.vmoptions", "-Dnested.include\n-classpath/a nested.jar\n");
+  writeFile(app + "/Contents/vmoptions.txt", "# inside the bundle\n-Dtxt=1\r\n-include-options ../txt-extra.vmoptions\n");
+  writeFile(app + "/txt-extra.vmoptions", "-Dtxt.extra\n-jvm=/removed/by/the/launcher\n");
+  writeFile(apps + "/Tool.vmoptions", "-Dbeside=1\n-Xdock:icon=x.icns\n-classpath/p first.jar\n");
+  shell("mkdir -p '" + root + "/work'");
+  PlistDict javaVM{
+      {"WorkingDirectory", "work"},
+      {"ClassPath", "${launcher:sys.appRootDir}/lib/*"},
+      {"VMOptionArray", stringArray({"-Xmx64m", "-include-options conf/base.vmoptions", "-XstartOnFirstThread"})},
+      {"VersionSpecificVMOptions", PlistValue(PlistArray{"*17.0.2*", stringArray({"-Dspecific=17"}), "9-21", stringArray({"-Dnot.chosen"})})},
+      {"SplashFile", "${launcher:sys.appRootDir}/splash.png"},
+      {"ModulePath", "${launcher:sys.appRootDir}/mods"},
+      {"ArgumentArray", stringArray({"configured", "${launcher:sys.pathlistSeparator}"})},
+      {"MainClass", "com.example.Main"},
+      {"StartOnMainThread", true},
+      {"SearchSequence", stringArray({"R" + tmp / "missing", "", "X", "R" + tmp / "jdk"})},
+  };
+  std::string bundlePath = makeBundle(apps, "Tool", PlistValue(PlistDict{
+      {"CFBundleName", "Tool"}, {"CFBundleIconFile", "Tool.icns"}, {"bwk.allowPassthrough", true},
+      {"bwk.minVersion", "11"}, {"JavaVM", PlistValue(javaVM)}}));
+  RunResult r = start(bundlePath, "Tool", {"-psn_0_42", "-J-Dpassed=1", "-J-jvm=/cl", "plain arg", "Grüße"});
+  ASSERT_EQ(r.status, 0) << r.err;
+  Recorded rec = readRecord(record);
+  EXPECT_EQ(rec.fullVersion, "17.0.2");
+  EXPECT_EQ(rec.dotVersion, "17.0.2");
+  EXPECT_EQ(rec.argv, (std::vector<std::string>{
+                          bundlePath + "/Contents/MacOS/Tool",
+                          "-Dfenmo.moduleName=" + app,
+                          "-Xmx64m",
+                          "-Dbase.include",
+                          "-Dnested.include",
+                          "-Dspecific=17",
+                          "-Dtxt=1",
+                          "-Dtxt.extra",
+                          "-Dbeside=1",
+                          "-splash:" + root + "/splash.png",
+                          "-Djava.class.path=first.jar:" + root + "/lib/a.jar:nested.jar",
+                          "-p",
+                          root + "/mods",
+                          "-Dpassed=1",
+                          "-Dbwk.jreBundle=" + tmp / "jdk",
+                          "com.example.Main",
+                          "configured",
+                          ":",
+                          "plain arg",
+                          "Grüße",
+                      }));
+}
+
+TEST_F(FakeRuntimeLaunch, ExitStatusArgumentFilesAndVersions) {
+  writeFile(tmp / "args.txt", "-Dfrom.file\nfile-arg\n");
+  std::string bundlePath = makeBundle(tmp.path(), "Tool", PlistValue(PlistDict{
+      {"JavaVM", PlistValue(PlistDict{{"MainClass", "M"}, {"SearchSequence", stringArray({"R" + tmp / "jdk"})}})}}));
+  RunResult r = start(bundlePath, "Tool", {"@" + tmp / "args.txt", "last"}, {"FAKE_JLI_STATUS=3"});
+  EXPECT_EQ(r.status, 3) << r.err;
+  Recorded rec = readRecord(record);
+  ASSERT_GE(rec.argv.size(), 4u);
+  EXPECT_EQ(std::vector<std::string>(rec.argv.end() - 4, rec.argv.end()),
+            (std::vector<std::string>{"M", "-Dfrom.file", "file-arg", "last"}));
+}
+
+TEST_F(FakeRuntimeLaunch, MinimalVectorHasThreeEntries) {
+  std::string bundlePath = makeBundle(tmp.path(), "Tool", PlistValue(PlistDict{
+      {"JavaVM", PlistValue(PlistDict{{"MainClass", "M"}, {"SearchSequence", stringArray({"R" + tmp / "jdk"})}})}}));
+  ASSERT_EQ(start(bundlePath, "Tool", {}).status, 0);
+  EXPECT_EQ(readRecord(record).argv,
+            (std::vector<std::string>{bundlePath + "/Contents/MacOS/Tool", "-Dfenmo.moduleName=" + bundlePath,
+                                      "-Dbwk.jreBundle=" + tmp / "jdk", "M"}));
+}
+
+TEST_F(FakeRuntimeLaunch, NoRuntimeFoundIsReported) {
+  std::string bundlePath = makeBundle(tmp.path(), "Tool", PlistValue(PlistDict{
+      {"CFBundleName", "Tool"}, {"bwk.minVersion", "99"},
+      {"JavaVM", PlistValue(PlistDict{{"MainClass", "M"}, {"SearchSequence", stringArray({"R" + tmp / "jdk"})}})}}));
+  writeFile(bundlePath + "/Contents/Resources/en.lproj/Localizable.strings",
+            "\"AppleJavaMinVersionError\" = \"Needs Java %@ for %@.\";\n");
+  RunResult r = start(bundlePath, "Tool", {}, {"LANG=en_US.UTF-8", "LANGUAGE", "LC_ALL", "LC_MESSAGES"});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.err, "ERROR: Needs Java 99 for Tool.\n");
+  EXPECT_FALSE(fs::exists(record));
+}
+
+TEST_F(FakeRuntimeLaunch, RuntimeWithoutLibraryIsAnInternalError) {
+  shell("rm " + tmp / "jdk/lib/libjli.so");
+  std::string bundlePath = makeBundle(tmp.path(), "Tool", PlistValue(PlistDict{
+      {"JavaVM", PlistValue(PlistDict{{"MainClass", "M"}, {"SearchSequence", stringArray({"R" + tmp / "jdk"})}})}}));
+  RunResult bare = start(bundlePath, "Tool", {});
+  EXPECT_EQ(bare.status, 1);
+  EXPECT_TRUE(text::contains(bare.err, "ERROR: fenmo.InternalError\n")) << bare.err;
+  writeFile(bundlePath + "/Contents/Resources/en.lproj/Localizable.strings", "\"fenmo.InternalError\" = \"Internal error: %@\";\n");
+  RunResult r = start(bundlePath, "Tool", {}, {"LANG=en_US.UTF-8", "LANGUAGE", "LC_ALL", "LC_MESSAGES"});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_TRUE(text::contains(r.err, "ERROR: Internal error: Could not load JRE.\n")) << r.err;
+}
+
+}  // namespace
+}  // namespace bwk::test
