@@ -1,0 +1,106 @@
+// The load-command walk that finds the embedded configuration in a mapped Mach-O image.
+#include <gtest/gtest.h>
+
+#include <limits>
+
+#include "entry/macho_note.h"
+#include "macho_image.h"
+
+namespace bwk::test {
+namespace {
+
+constexpr uint64_t kBase = 0x100000000;  // the image's preferred address
+constexpr uint64_t kLinkeditOff = 0x1000, kLinkeditSize = 0x100;
+
+Bytes text() { return segmentCommand("__TEXT", kBase, 0x1000, 0, 0x1000, {{"__text", kBase + 0x800, 0x10, 0x800, 0}}); }
+Bytes linkedit() { return segmentCommand("__LINKEDIT", kBase + kLinkeditOff, 0x1000, kLinkeditOff, kLinkeditSize); }
+
+// The region as the loader would map the file: every segment at vmaddr + slide, where the
+// slide is chosen so that the file's bytes are the mapped image.
+std::optional<EmbeddedRegion> mapAndFind(const Bytes& file) {
+  intptr_t slide = static_cast<intptr_t>(reinterpret_cast<uintptr_t>(file.data()) - kBase);
+  return macho::findEmbeddedRegion(file.data(), slide);
+}
+
+TEST(MachONote, FindsTheRegionAtTheSlidAddress) {
+  Bytes file = machOFile({text(), noteCommand(noteOwner(), 0x1010, 0x20), linkedit()}, 0x1100);
+  std::optional<EmbeddedRegion> region = mapAndFind(file);
+  ASSERT_TRUE(region);
+  EXPECT_EQ(region->address, file.data() + 0x1010);
+  EXPECT_EQ(region->size, 0x20u);
+
+  std::optional<macho::NoteLocation> note = macho::findNote(file);
+  ASSERT_TRUE(note);
+  EXPECT_EQ(note->address(0x5000), kBase + 0x1010 + 0x5000);
+}
+
+TEST(MachONote, AnOwnerDifferingInAnyByteIsNotOurs) {
+  for (size_t i = 0; i < 16; ++i) {
+    Bytes owner = noteOwner();
+    owner[i] ^= 0x20;
+    Bytes file = machOFile({text(), noteCommand(owner, 0x1010, 0x20), linkedit()}, 0x1100);
+    EXPECT_FALSE(mapAndFind(file)) << "byte " << i;
+  }
+}
+
+struct Case {
+  const char* name;
+  std::vector<Bytes> commands;
+  std::optional<uint64_t> offset;  // expected data offset, absent: no region
+  uint64_t size = 0;
+};
+
+TEST(MachONote, Walk) {
+  const uint64_t huge = std::numeric_limits<uint64_t>::max();
+  std::vector<Case> cases = {
+      {"no load commands", {}, std::nullopt},
+      {"note without a segment", {noteCommand(noteOwner(), 0x1010, 0x20)}, std::nullopt},
+      {"segment without a note", {text(), linkedit()}, std::nullopt},
+      {"region ending at the segment's end", {text(), linkedit(), noteCommand(noteOwner(), 0x10e0, 0x20)}, 0x10e0, 0x20},
+      {"region across the segment's end", {text(), linkedit(), noteCommand(noteOwner(), 0x10f0, 0x20)}, std::nullopt},
+      {"region starting before the segment", {linkedit(), noteCommand(noteOwner(), 0xff0, 0x20)}, std::nullopt},
+      {"region of 4 bytes", {text(), noteCommand(noteOwner(), 0x1010, 4), linkedit()}, 0x1010, 4},
+      {"region of 5 bytes", {text(), noteCommand(noteOwner(), 0x1010, 5), linkedit()}, 0x1010, 5},
+      {"an offset that wraps round", {linkedit(), noteCommand(noteOwner(), huge - 0xf, 0x20)}, std::nullopt},
+      {"a size that wraps round", {linkedit(), noteCommand(noteOwner(), 0x1010, huge)}, std::nullopt},
+      {"the first of our notes wins",
+       {noteCommand(noteOwner("org.other"), 0x1080, 8), noteCommand(noteOwner(), 0x1010, 0x20),
+        noteCommand(noteOwner(), 0x1040, 0x20), linkedit()},
+       0x1010, 0x20},
+      {"a note command too short for its fields is skipped",
+       {noteCommand(noteOwner(), 0x1040, 0x20, 32), noteCommand(noteOwner(), 0x1010, 0x20), linkedit()}, 0x1010, 0x20},
+      {"a command of size 0 ends the walk", {noteCommand(noteOwner(), 0x1010, 0x20, 0), linkedit()}, std::nullopt},
+  };
+  for (const Case& c : cases) {
+    Bytes file = machOFile(c.commands, 0x1100);
+    std::optional<macho::NoteLocation> note = macho::findNote(file);
+    ASSERT_EQ(note.has_value(), c.offset.has_value()) << c.name;
+    if (!note) continue;
+    EXPECT_EQ(note->dataOffset, *c.offset) << c.name;
+    EXPECT_EQ(note->dataSize, c.size) << c.name;
+    std::optional<EmbeddedRegion> region = mapAndFind(file);
+    ASSERT_TRUE(region) << c.name;
+    EXPECT_EQ(region->address, file.data() + *c.offset) << c.name;
+  }
+}
+
+TEST(MachONote, CommandsThatClaimMoreThanTheHeaderHoldsStopTheWalk) {
+  // The segment's size reaches past the command area: neither it nor anything after counts.
+  Bytes file = machOFile({noteCommand(noteOwner(), 0x1010, 0x20), linkedit()}, 0x1100);
+  put32(file, 72 + 4, 0x800);
+  EXPECT_FALSE(mapAndFind(file));
+
+  // More commands counted than the area holds: the walk ends at the area's end, no read past it.
+  file = machOFile({noteCommand(noteOwner(), 0x1010, 0x20), linkedit()}, 0x1100);
+  put32(file, 16, 1000000);
+  EXPECT_TRUE(mapAndFind(file));
+
+  // The command area itself claimed larger than the image given: bounded by the image.
+  Bytes header = machOFile({noteCommand(noteOwner(), 0x1010, 0x20)}, 0);
+  put32(header, 20, 0x7fffffff);
+  EXPECT_FALSE(macho::findNote(header));
+  EXPECT_FALSE(macho::findNote(std::span<const uint8_t>(header.data(), 31)));
+}
+
+}  // namespace
+}  // namespace bwk::test
