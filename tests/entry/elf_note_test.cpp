@@ -1,0 +1,126 @@
+// Reading the configuration note from ELF files: the note walk inside a section, and the
+// file walk over headers that may point anywhere.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "platform/linux/elf_note.h"
+#include "test_support.h"
+
+namespace bwk::test {
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+
+Bytes note(const std::string& name, uint32_t type, const Bytes& descriptor, std::optional<uint32_t> declaredSize = {}) {
+  auto pad = [](size_t n) { return (n + 3) & ~size_t{3}; };
+  Bytes out(12 + pad(name.size() + 1) + pad(descriptor.size()), 0);
+  elf::putLe32(out.data(), static_cast<uint32_t>(name.size() + 1));
+  elf::putLe32(out.data() + 4, declaredSize.value_or(static_cast<uint32_t>(descriptor.size())));
+  elf::putLe32(out.data() + 8, type);
+  std::memcpy(out.data() + 12, name.c_str(), name.size() + 1);
+  if (!descriptor.empty()) std::memcpy(out.data() + 12 + pad(name.size() + 1), descriptor.data(), descriptor.size());
+  return out;
+}
+
+Bytes concat(std::initializer_list<Bytes> parts) {
+  Bytes out;
+  for (const Bytes& p : parts) out.insert(out.end(), p.begin(), p.end());
+  return out;
+}
+
+TEST(ElfNote, DescriptorInSection) {
+  const Bytes ours{5, 0, 0, 0, 'a', 'b', 'c', 'd', 'e'};
+  const Bytes other{1, 2, 3};
+  const Bytes whole = note("com.brackwood", 1, ours);
+  struct Case {
+    const char* name;
+    Bytes section;
+    std::optional<Bytes> expected;
+  };
+  std::vector<Case> cases = {
+      {"ours alone", note("com.brackwood", 1, ours), ours},
+      {"after another owner's note", concat({note("GNU", 1, other), note("com.brackwood", 1, ours)}), ours},
+      {"another type only", note("com.brackwood", 2, ours), std::nullopt},
+      {"a longer name", note("com.brackwood.x", 1, ours), std::nullopt},
+      {"a shorter name", note("com.brackwoo", 1, ours), std::nullopt},
+      {"the first of two", concat({note("com.brackwood", 1, other), note("com.brackwood", 1, ours)}), other},
+      {"an empty descriptor", note("com.brackwood", 1, {}), Bytes{}},
+      {"a descriptor past the section's end", note("com.brackwood", 1, ours, 64), std::nullopt},
+      {"a hostile size before ours", concat({note("GNU", 1, other, 0xfffffff0), note("com.brackwood", 1, ours)}),
+       std::nullopt},
+      {"a section cut inside the name", Bytes(whole.begin(), whole.begin() + 16), std::nullopt},
+      {"a section cut inside the descriptor", Bytes(whole.begin(), whole.end() - 4), std::nullopt},
+      {"an empty section", {}, std::nullopt},
+  };
+  for (const Case& c : cases) EXPECT_EQ(elf::findDescriptor(c.section), c.expected) << c.name;
+}
+
+TEST(ElfNote, EncodedNoteReadsBack) {
+  for (size_t size : {0, 1, 4, 5, 7, 300}) {
+    Bytes descriptor(size);
+    for (size_t i = 0; i < size; ++i) descriptor[i] = static_cast<uint8_t>(i * 7 + 1);
+    Bytes section = elf::encodeNote(descriptor);
+    EXPECT_EQ(section.size() % 4, 0u);
+    EXPECT_EQ(elf::findDescriptor(section), descriptor) << size;
+  }
+}
+
+Bytes executable() {
+  std::string text = readFile("/bin/true");
+  return Bytes(text.begin(), text.end());
+}
+
+TEST(ElfNote, AnExecutableWithoutTheNoteHasNone) {
+  Bytes file = executable();
+  std::string error;
+  std::optional<elf::FileLayout> layout = elf::readFileLayout(elf::readFromMemory(file), file.size(), &error);
+  ASSERT_TRUE(layout) << error;
+  EXPECT_FALSE(layout->segments.empty());
+  bool sawText = false;
+  for (const auto& s : layout->sections) sawText |= layout->sectionName(s) == ".text";
+  EXPECT_TRUE(sawText);
+  EXPECT_FALSE(elf::findNoteDescriptor(elf::readFromMemory(file), file.size()));
+}
+
+// Headers pointing outside the file, or at nonsense, give "absent" and never a read outside
+// the bytes given (the sanitizer build would catch one).
+TEST(ElfNote, HostileHeadersGiveNothing) {
+  const Bytes original = executable();
+  struct Patch {
+    const char* name;
+    size_t at;
+    int width;
+    uint64_t value;
+  };
+  std::vector<Patch> patches = {
+      {"section table past the end", 40, 8, uint64_t{1} << 40},
+      {"section table offset that wraps", 40, 8, ~uint64_t{0} - 10},
+      {"section count past the end", 60, 2, 0xfff0},
+      {"section entry size", 58, 2, 40},
+      {"name table index out of range", 62, 2, 0xfff0},
+      {"32-bit class", 4, 1, 1},
+      {"big-endian data", 5, 1, 2},
+      {"program headers past the end", 32, 8, uint64_t{1} << 40},
+  };
+  for (const Patch& p : patches) {
+    Bytes file = original;
+    if (p.width == 8) elf::putLe64(file.data() + p.at, p.value);
+    else if (p.width == 2) elf::putLe16(file.data() + p.at, static_cast<uint16_t>(p.value));
+    else file[p.at] = static_cast<uint8_t>(p.value);
+    std::string error;
+    EXPECT_FALSE(elf::readFileLayout(elf::readFromMemory(file), file.size(), &error)) << p.name;
+    EXPECT_FALSE(error.empty()) << p.name;
+    EXPECT_FALSE(elf::findNoteDescriptor(elf::readFromMemory(file), file.size())) << p.name;
+  }
+  // Every truncation of the file.
+  for (size_t length : {size_t{0}, size_t{3}, size_t{63}, size_t{64}, original.size() / 2, original.size() - 1}) {
+    Bytes file(original.begin(), original.begin() + static_cast<std::ptrdiff_t>(length));
+    EXPECT_FALSE(elf::findNoteDescriptor(elf::readFromMemory(file), file.size())) << length;
+  }
+}
+
+}  // namespace
+}  // namespace bwk::test
