@@ -1,0 +1,173 @@
+// Version texts: classifier, tokenizer, ordering, bound test, pre-release test, prefixes.
+#include <gtest/gtest.h>
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "launcher/launcher.h"
+
+namespace bwk {
+namespace {
+
+using Tokens = std::vector<std::string>;
+
+TEST(TypeOfCharacter, AsciiClasses) {
+  const std::string separators = "._-,:;/\\@#!?&*%\"'()[]{} \t\n";
+  const std::string symbols = "+=<>|~^`$";
+  for (char c : separators) EXPECT_EQ(Launcher::typeOfCharacter(std::string(1, c)), 2) << "'" << c << "'";
+  for (char c : symbols) EXPECT_EQ(Launcher::typeOfCharacter(std::string(1, c)), 1) << "'" << c << "'";
+  for (char c = '0'; c <= '9'; ++c) EXPECT_EQ(Launcher::typeOfCharacter(std::string(1, c)), 0);
+  for (char c : std::string("azAZ")) EXPECT_EQ(Launcher::typeOfCharacter(std::string(1, c)), 1);
+}
+
+TEST(TypeOfCharacter, OnlyTheFirstCharacterDecides) {
+  EXPECT_EQ(Launcher::typeOfCharacter("9ea"), 0);
+  EXPECT_EQ(Launcher::typeOfCharacter("ea9"), 1);
+  EXPECT_EQ(Launcher::typeOfCharacter("-9"), 2);
+}
+
+TEST(TypeOfCharacter, UnicodeCategories) {
+  struct Case {
+    const char* text;
+    int type;
+  } cases[] = {
+      {"\u0663", 0},            // ARABIC-INDIC DIGIT THREE (Nd)
+      {"\u0969", 0},            // DEVANAGARI DIGIT THREE (Nd)
+      {"\uFF17", 0},            // FULLWIDTH DIGIT SEVEN (Nd)
+      {"\u00B2", 1},            // SUPERSCRIPT TWO is No, not a decimal digit
+      {"\u2163", 1},            // ROMAN NUMERAL FOUR is Nl
+      {"\u2014", 2},            // EM DASH (Pd)
+      {"\u00BF", 2},            // INVERTED QUESTION MARK (Po)
+      {"\u300C", 2},            // CJK corner bracket (Ps)
+      {"\u00A0", 2},            // NO-BREAK SPACE (Zs)
+      {"\u2028", 2},            // LINE SEPARATOR (Zl)
+      {"\u0085", 2},            // NEXT LINE
+      {"\u00E9", 1},            // letter
+      {"\u20AC", 1},            // EURO SIGN (Sc)
+      {"\U0001D7CE", 1},        // a digit beyond U+FFFF starts with a surrogate unit
+      {"\xFF", 1},              // not UTF-8
+      {"\xE2\x80", 1},          // truncated sequence
+  };
+  for (const Case& c : cases) EXPECT_EQ(Launcher::typeOfCharacter(c.text), c.type) << c.text;
+}
+
+TEST(SplitVersionString, Tokens) {
+  struct Case {
+    const char* text;
+    Tokens tokens;
+  } cases[] = {
+      {"", {}},
+      {"1.8.0_291", {"1", ".", "8", ".", "0", "_", "291"}},
+      {"17.0.2+8", {"17", ".", "0", ".", "2", "+", "8"}},
+      {"jdk-17.0.2.jdk", {"jdk", "-", "17", ".", "0", ".", "2", ".", "jdk"}},
+      {"1..2", {"1", ".", ".", "2"}},
+      {"9-ea", {"9", "-", "ea"}},
+      {"9ea", {"9", "ea"}},
+      {"1 8", {"1", " ", "8"}},
+      {"--", {"-", "-"}},
+      {"abc+def", {"abc+def"}},
+      {"\u0661\u0662.x\u00E9", {"\u0661\u0662", ".", "x\u00E9"}},
+  };
+  for (const Case& c : cases) EXPECT_EQ(Launcher::splitVersionString(c.text), c.tokens) << c.text;
+}
+
+TEST(CompareVersion, Ordering) {
+  struct Case {
+    const char* a;
+    const char* b;
+    int result;
+  } cases[] = {
+      {"1.8.0_291", "1.8.0_301", -1},
+      {"17.0.2", "1.8.0_291", 1},
+      {"1.8", "1_8", 0},
+      {"17", "17.0", -1},
+      {"9", "9-ea", -1},
+      {"9", "9ea", 1},
+      {"17.0.2+8", "17.0.2", -1},
+      {"17.0.2+8", "17.0.2+9", -1},
+      {"temurin-17.jdk", "1.8.0_291.jdk", -1},
+      {"zulu-17.jdk", "temurin-17.jdk", 1},
+      {"", "", 0},
+      {"", "1", -1},
+      {"", "a", 1},
+      {"1.08", "1.8", 0},
+      {"1 8", "1.8", 0},
+      {".DS_Store", "17.jdk", -1},
+      {".DS_Store", "temurin-21.jdk", 1},
+      {"B", "a", -1},  // by character code, capitals first
+      // Numbers beyond 64 bits saturate, so both are the largest value.
+      {"99999999999999999999", "99999999999999999998", 0},
+      {"99999999999999999999", "9223372036854775806", 1},
+  };
+  for (const Case& c : cases) {
+    EXPECT_EQ(Launcher::compareVersion(std::string_view(c.a), std::string_view(c.b)), c.result)
+        << c.a << " vs " << c.b;
+    EXPECT_EQ(Launcher::compareVersion(std::string_view(c.b), std::string_view(c.a)), -c.result)
+        << c.b << " vs " << c.a;
+  }
+}
+
+TEST(CompareVersion, BoundTest) {
+  struct Case {
+    Tokens candidate;
+    std::optional<std::string> bound;
+    bool max;
+    bool result;
+  } cases[] = {
+      {{"1", "8", "0", "291"}, "1.8", false, true},
+      {{"1", "8", "0", "291"}, "1.8", true, true},
+      {{"17", "0", "2"}, "11", true, false},
+      {{"11", "0", "12"}, "11", true, true},
+      {{"1", "7", "0", "80"}, "1.8", false, false},
+      {{"1", "8", "0"}, "1.8.0_291", false, false},
+      {{"1", "8", "0"}, "1.8.0_291", true, true},
+      {{"1", "8u291"}, "1.8", false, true},
+      {{"1", "8u291"}, "1.8", true, true},
+      {{"21"}, "17+", false, true},
+      {{"5"}, std::nullopt, false, true},
+      {{"5"}, std::nullopt, true, true},
+      {{"5"}, "", false, true},
+      {{"5"}, "", true, true},
+      {{}, "1", false, false},
+      {{"x"}, "0", false, true},
+  };
+  for (const Case& c : cases) {
+    EXPECT_EQ(Launcher::compareVersion(c.bound, c.candidate, c.max), c.result)
+        << c.bound.value_or("(absent)") << (c.max ? " max" : " min");
+  }
+}
+
+TEST(IsBetaVersion, SubstringMarkers) {
+  struct Case {
+    std::optional<std::string> text;
+    bool beta;
+  } cases[] = {
+      {std::nullopt, false}, {"1.8.0-rc1", true}, {"17-ea", true},    {"9-beta", true},
+      {"src", true},         {"Release", true},   {"Team", true},     {"RC1", false},
+      {"17.0.2", false},     {"BETA", false},     {"", false},
+  };
+  for (const Case& c : cases) EXPECT_EQ(Launcher::isBetaVersion(c.text), c.beta) << c.text.value_or("(absent)");
+}
+
+TEST(RemoveJrePrefix, Prefixes) {
+  struct Case {
+    const char* name;
+    const char* stripped;
+  } cases[] = {
+      {"jdk1.8.0_291.jdk", "1.8.0_291.jdk"},
+      {"jdk-17.0.2.jdk", "17.0.2.jdk"},
+      {"openjdk-11.jdk", "11.jdk"},
+      {"temurin-21.jdk", "temurin-21.jdk"},
+      {"zulu-17.jdk", "zulu-17.jdk"},
+      {"openjdk-jdk-17", "17"},
+      {"openjdkjre-8", "8"},
+      {"jre", ""},
+      {"jre-jdk-1", "-1"},  // each step works on the previous one's result
+      {"openjdk-17", "17"},
+  };
+  for (const Case& c : cases) EXPECT_EQ(Launcher::removeJrePrefix(c.name), c.stripped) << c.name;
+}
+
+}  // namespace
+}  // namespace bwk
