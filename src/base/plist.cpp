@@ -72,7 +72,13 @@ std::optional<int64_t> PlistValue::integer(const std::string& key) const {
   const PlistValue* v = find(key);
   if (!v) return std::nullopt;
   if (auto i = v->asInteger()) return *i;
-  if (auto r = v->asReal()) return std::isfinite(*r) ? static_cast<int64_t>(*r) : 0;
+  if (auto r = v->asReal()) {
+    // Converting a double outside the int64 range is undefined behaviour: clamp instead.
+    if (std::isnan(*r)) return 0;
+    if (*r >= 9223372036854775807.0) return INT64_MAX;
+    if (*r <= -9223372036854775808.0) return INT64_MIN;
+    return static_cast<int64_t>(*r);
+  }
   if (auto b = v->asBoolean()) return *b ? 1 : 0;
   if (auto s = v->asString()) return text::integerValue(*s);
   return std::nullopt;

@@ -1,0 +1,559 @@
+#include "base/plist_reader.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdint>
+#include <limits>
+#include <string>
+#include <vector>
+
+#include "python_plist.h"
+#include "test_support.h"
+
+namespace bwk {
+
+void PrintTo(const PlistValue& v, std::ostream* os) { *os << v.description(); }
+
+namespace {
+
+using test::TempDir;
+
+PlistData bytesUpTo255() {
+  PlistData d;
+  for (int i = 0; i < 256; ++i) d.bytes.push_back(static_cast<uint8_t>(i));
+  return d;
+}
+
+// The same value in Python (for plistlib) and as the reader must give it back.
+const char* const kSamplePython = R"py({
+  "string": "hello", "empty": "", "markup": "a<b>&c \"q\" 'a' ]]>", "spaces": "  padded\n\tline  ",
+  "umlaut": "Grüße", "cjk": "日本", "emoji": "😀 smile", "long_ascii": "x" * 40, "long_utf16": "ü" * 40,
+  "Grüße": "non-ASCII key",
+  "zero": 0, "u8": 255, "u16": 256, "u32": 65536, "two31": 2**31, "two32": 2**32, "max": 2**63 - 1,
+  "neg": -1, "neg_small": -200, "min": -2**63,
+  "real": 3.25, "negreal": -0.5, "huge": 1e300, "tiny": 5e-324, "realzero": 0.0,
+  "yes": True, "no": False,
+  "epoch2001": datetime.datetime(2001, 1, 1), "leapday": datetime.datetime(2024, 2, 29, 12, 34, 56),
+  "unix": datetime.datetime(1970, 1, 1),
+  "data": bytes(range(256)), "nodata": b"",
+  "array": [1, "two", [3.5], {}], "many": list(range(20)), "emptyarray": [],
+  "nested": {"a": {"b": {"c": ["deep"]}}},
+})py";
+
+std::vector<std::pair<std::string, PlistValue>> sampleExpected() {
+  PlistArray many;
+  for (int i = 0; i < 20; ++i) many.emplace_back(i);
+  return {
+      {"string", "hello"},
+      {"empty", ""},
+      {"markup", "a<b>&c \"q\" 'a' ]]>"},
+      {"spaces", "  padded\n\tline  "},
+      {"umlaut", "Grüße"},
+      {"cjk", "日本"},
+      {"emoji", "\xF0\x9F\x98\x80 smile"},
+      {"long_ascii", std::string(40, 'x')},
+      {"long_utf16", [] { std::string s; for (int i = 0; i < 40; ++i) s += "ü"; return s; }()},
+      {"Grüße", "non-ASCII key"},
+      {"zero", 0},
+      {"u8", 255},
+      {"u16", 256},
+      {"u32", 65536},
+      {"two31", int64_t{1} << 31},
+      {"two32", int64_t{1} << 32},
+      {"max", std::numeric_limits<int64_t>::max()},
+      {"neg", -1},
+      {"neg_small", -200},
+      {"min", std::numeric_limits<int64_t>::min()},
+      {"real", 3.25},
+      {"negreal", -0.5},
+      {"huge", 1e300},
+      {"tiny", 5e-324},
+      {"realzero", 0.0},
+      {"yes", true},
+      {"no", false},
+      {"epoch2001", PlistDate{0}},
+      {"leapday", PlistDate{730902896}},
+      {"unix", PlistDate{-978307200}},
+      {"data", bytesUpTo255()},
+      {"nodata", PlistData{}},
+      {"array", PlistArray{1, "two", PlistArray{3.5}, PlistDict{}}},
+      {"many", many},
+      {"emptyarray", PlistArray{}},
+      {"nested", PlistDict{{"a", PlistDict{{"b", PlistDict{{"c", PlistArray{"deep"}}}}}}}},
+  };
+}
+
+class PythonWrittenPlist : public testing::TestWithParam<bool> {};
+
+TEST_P(PythonWrittenPlist, ReadsBackEveryValue) {
+  TempDir dir;
+  std::string file = dir / "sample.plist";
+  test::writePythonPlist(file, kSamplePython, GetParam());
+  std::string error;
+  std::optional<PlistValue> value = readPropertyListFile(file, &error);
+  ASSERT_TRUE(value) << error;
+  ASSERT_TRUE(value->isDictionary());
+  auto expected = sampleExpected();
+  EXPECT_EQ(value->asDictionary()->size(), expected.size());
+  for (const auto& [key, want] : expected) {
+    const PlistValue* got = value->find(key);
+    ASSERT_TRUE(got) << "missing key " << key;
+    EXPECT_EQ(*got, want) << "key " << key;
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Formats, PythonWrittenPlist, testing::Values(false, true),
+                         [](const testing::TestParamInfo<bool>& param) { return param.param ? "Binary" : "Xml"; });
+
+// Integers beyond 64 bits cannot be represented and are refused in both formats.
+TEST(PropertyListReader, RefusesIntegersBeyondSixtyFourBits) {
+  TempDir dir;
+  for (bool binary : {false, true}) {
+    for (const char* value : {"[2**63]", "[2**64 - 1]"}) {
+      std::string file = dir / "big.plist";
+      test::writePythonPlist(file, value, binary);
+      std::string error;
+      EXPECT_FALSE(readPropertyListFile(file, &error)) << value << (binary ? " binary" : " xml");
+      EXPECT_NE(error.find("integer"), std::string::npos) << error;
+    }
+  }
+}
+
+TEST(PropertyListReader, ReadsXmlConvertedToUtf16) {
+  TempDir dir;
+  std::string file = dir / "utf16.plist";
+  test::writePythonPlist(file, R"({"k": "Grüße 日本 😀"})", false);
+  for (const char* codec : {"utf-16-le", "utf-16-be"}) {
+    test::RunResult r = test::run({"/usr/bin/env", "python3", "-c",
+                                   "import sys; d = open(sys.argv[1], 'rb').read().decode('utf-8'); "
+                                   "open(sys.argv[1] + '.16', 'wb').write('\\ufeff'.encode(sys.argv[2]) + d.encode(sys.argv[2]))",
+                                   file, codec});
+    ASSERT_EQ(r.status, 0) << r.err;
+    std::string error;
+    std::optional<PlistValue> value = readPropertyListFile(file + ".16", &error);
+    ASSERT_TRUE(value) << codec << ": " << error;
+    EXPECT_EQ(value->string("k"), "Grüße 日本 \xF0\x9F\x98\x80") << codec;
+  }
+}
+
+// --- the format is chosen by content ---------------------------------------------------------
+
+struct DispatchCase {
+  const char* name;
+  std::string bytes;
+  const char* errorPrefix;  // null: must parse
+};
+
+TEST(PropertyListReader, ChoosesTheFormatByContent) {
+  const std::string plist = "<plist version=\"1.0\"><dict><key>a</key><string>b</string></dict></plist>";
+  const DispatchCase cases[] = {
+      {"xml declaration after blanks", "  \n\t<?xml version=\"1.0\"?>" + plist, nullptr},
+      {"xml after a UTF-8 byte-order mark", "\xEF\xBB\xBF" + plist, nullptr},
+      {"doctype first", "<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\" \"x.dtd\">" + plist, nullptr},
+      {"text dictionary", "{ a = b; }", nullptr},
+      {"strings table", "\"a\" = \"b\";", nullptr},
+      {"broken xml is reported as xml", "<plist><dict><key>a</key></plist>", "XML property list:"},
+      {"bplist magic goes to the binary reader", "bplist00 but nothing else", "binary property list:"},
+      {"anything else is text", "{ a = ", "text property list:"},
+      {"empty input", "", "property list: empty input"},
+  };
+  for (const DispatchCase& c : cases) {
+    std::string error;
+    std::optional<PlistValue> value = readPropertyList(c.bytes, &error);
+    if (!c.errorPrefix) {
+      ASSERT_TRUE(value) << c.name << ": " << error;
+      EXPECT_EQ(value->string("a"), "b") << c.name;
+    } else {
+      EXPECT_FALSE(value) << c.name;
+      EXPECT_EQ(error.rfind(c.errorPrefix, 0), 0u) << c.name << ": " << error;
+    }
+  }
+}
+
+TEST(PropertyListReader, FileErrorsNameTheFile) {
+  TempDir dir;
+  std::string error;
+  EXPECT_FALSE(readPropertyListFile(dir / "missing.plist", &error));
+  EXPECT_EQ(error, dir / "missing.plist" + ": no such file");
+  EXPECT_FALSE(readPropertyListFile(dir.path(), &error));
+  EXPECT_EQ(error, dir.path() + ": is a directory");
+  test::writeFile(dir / "bad.plist", "{ a = ");
+  EXPECT_FALSE(readPropertyListFile(dir / "bad.plist", &error));
+  EXPECT_EQ(error.rfind(dir / "bad.plist" + ": text property list:", 0), 0u) << error;
+}
+
+// --- XML --------------------------------------------------------------------------------------
+
+struct XmlCase {
+  const char* name;
+  const char* body;          // inside <plist>
+  const char* errorPart;     // null: must parse to `expected`
+  PlistValue expected = PlistValue();
+};
+
+TEST(XmlPropertyList, ValuesAndMalformedDocuments) {
+  const XmlCase cases[] = {
+      {"duplicate key: last wins", "<dict><key>k</key><string>1</string><key>k</key><string>2</string></dict>", nullptr,
+       PlistDict{{"k", "2"}}},
+      {"entities and cdata", "<string>&lt;&amp;&#x41;&#66;<![CDATA[<raw>]]></string>", nullptr, "<&AB<raw>"},
+      {"whitespace-only string kept", "<string>   </string>", nullptr, "   "},
+      {"integer with blanks and sign", "<integer> +17 </integer>", nullptr, 17},
+      {"hex integer", "<integer>0x1F</integer>", nullptr, 31},
+      {"real exponent", "<real>-1.5e3</real>", nullptr, -1500.0},
+      {"integer-looking real", "<real>2</real>", nullptr, 2.0},
+      {"date without time", "<date>2001-01-02</date>", nullptr, PlistDate{86400}},
+      {"base64 over lines", "<data>\n  AAEC\n  /w==\n</data>", nullptr, PlistData{{0, 1, 2, 255}}},
+      {"empty dict element", "<dict/>", nullptr, PlistDict{}},
+      {"key without value", "<dict><key>a</key></dict>", "without a value"},
+      {"value without key", "<dict><string>a</string></dict>", "where a <key> belongs"},
+      {"unknown element", "<dict><key>a</key><number>1</number></dict>", "unknown element <number>"},
+      {"key outside dict", "<array><key>a</key></array>", "outside a <dict>"},
+      {"empty integer", "<integer></integer>", "<integer>"},
+      {"integer with text", "<integer>12abc</integer>", "<integer>"},
+      {"integer overflow", "<integer>9223372036854775808</integer>", "out-of-range"},
+      {"bad real", "<real>1.5x</real>", "<real>"},
+      {"bad date", "<date>2001-13-01T00:00:00Z</date>", "<date>"},
+      {"bad base64", "<data>AA*B</data>", "base64"},
+      {"dangling base64 bits", "<data>A</data>", "base64"},
+      {"element inside string", "<string>a<b/></string>", "inside <string>"},
+      {"text between entries", "<dict>stray<key>a</key><true/></dict>", "unexpected text"},
+      {"content in true", "<true>yes</true>", "must be empty"},
+      {"two top values", "<string>a</string><string>b</string>", "more than one value"},
+      {"empty plist", "", "empty <plist>"},
+  };
+  for (const XmlCase& c : cases) {
+    std::string doc = std::string("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\">") + c.body + "</plist>\n";
+    std::string error;
+    std::optional<PlistValue> value = readXmlPropertyList(doc, &error);
+    if (!c.errorPart) {
+      ASSERT_TRUE(value) << c.name << ": " << error;
+      EXPECT_EQ(*value, c.expected) << c.name;
+    } else {
+      EXPECT_FALSE(value) << c.name;
+      EXPECT_NE(error.find(c.errorPart), std::string::npos) << c.name << ": " << error;
+    }
+  }
+}
+
+TEST(XmlPropertyList, SyntaxErrorsCarryTheLine) {
+  std::string error;
+  EXPECT_FALSE(readXmlPropertyList("<plist>\n<dict>\n<key>a</key>\n<string>b</strin>\n</dict></plist>", &error));
+  EXPECT_NE(error.find("line 4"), std::string::npos) << error;
+}
+
+TEST(XmlPropertyList, DeepNestingIsRefusedNotOverflowed) {
+  std::string doc = "<plist>";
+  for (int i = 0; i < 20000; ++i) doc += "<array>";
+  for (int i = 0; i < 20000; ++i) doc += "</array>";
+  doc += "</plist>";
+  std::string error;
+  EXPECT_FALSE(readXmlPropertyList(doc, &error));
+  EXPECT_NE(error.find("nesting too deep"), std::string::npos) << error;
+}
+
+TEST(XmlPropertyList, EveryTruncationIsRefused) {
+  TempDir dir;
+  test::writePythonPlist(dir / "s.plist", kSamplePython, false);
+  std::string full = test::readFile(dir / "s.plist");
+  size_t end = full.rfind("</plist>");
+  ASSERT_NE(end, std::string::npos);
+  for (size_t n = 0; n <= end + 7; ++n) EXPECT_FALSE(readPropertyList(full.substr(0, n))) << "prefix " << n;
+}
+
+// --- binary -----------------------------------------------------------------------------------
+
+void putBigEndian(std::string& out, uint64_t v, size_t width) {
+  for (size_t i = width; i-- > 0;) out += static_cast<char>((v >> (8 * i)) & 0xFF);
+}
+
+// A binary property list around raw object encodings (object i is objects[i]).
+std::string binaryPlist(const std::vector<std::string>& objects, uint64_t top = 0, uint8_t refSize = 1) {
+  std::string out = "bplist00";
+  std::vector<uint64_t> offsets;
+  for (const std::string& o : objects) {
+    offsets.push_back(out.size());
+    out += o;
+  }
+  uint8_t offsetSize = out.size() < 0x100 ? 1 : out.size() < 0x10000 ? 2 : 4;
+  uint64_t table = out.size();
+  for (uint64_t off : offsets) putBigEndian(out, off, offsetSize);
+  out += std::string(6, '\0');
+  out += static_cast<char>(offsetSize);
+  out += static_cast<char>(refSize);
+  putBigEndian(out, objects.size(), 8);
+  putBigEndian(out, top, 8);
+  putBigEndian(out, table, 8);
+  return out;
+}
+
+std::string bytes(std::initializer_list<int> list) {
+  std::string s;
+  for (int b : list) s += static_cast<char>(b);
+  return s;
+}
+
+std::string patchTrailer(std::string plist, size_t field, uint64_t value, size_t width) {
+  std::string encoded;
+  putBigEndian(encoded, value, width);
+  plist.replace(plist.size() - 32 + field, width, encoded);
+  return plist;
+}
+
+struct BinaryCase {
+  const char* name;
+  std::string plist;
+  const char* errorPart;  // null: must parse to `expected`
+  PlistValue expected = PlistValue();
+};
+
+TEST(BinaryPropertyList, HandBuiltObjects) {
+  const std::string oneInt = binaryPlist({bytes({0x10, 0x07})});
+  const BinaryCase cases[] = {
+      {"float32 real", binaryPlist({bytes({0x22, 0x40, 0x48, 0x00, 0x00})}), nullptr, 3.125},
+      {"16-byte negative integer", binaryPlist({bytes({0x14, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF,
+                                                       0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFE})}),
+       nullptr, -2},
+      {"uid as its number", binaryPlist({bytes({0x81, 0x01, 0x02})}), nullptr, 258},
+      {"set as array", binaryPlist({bytes({0xC1, 0x01}), bytes({0x09})}), nullptr, PlistArray{true}},
+      {"lone surrogate in UTF-16", binaryPlist({bytes({0x61, 0xD8, 0x00})}), nullptr, "\xEF\xBF\xBD"},
+      {"high bytes of an ASCII string as Latin-1", binaryPlist({bytes({0x51, 0xE9})}), nullptr, "é"},
+      {"shared object read twice", binaryPlist({bytes({0xA2, 0x01, 0x01}), bytes({0x51, 'x'})}), nullptr, PlistArray{"x", "x"}},
+      {"duplicate dictionary key: last wins",
+       binaryPlist({bytes({0xD2, 0x01, 0x01, 0x02, 0x03}), bytes({0x51, 'k'}), bytes({0x10, 1}), bytes({0x10, 2})}), nullptr,
+       PlistDict{{"k", 2}}},
+      {"array containing itself", binaryPlist({bytes({0xA1, 0x00})}), "contains itself"},
+      {"two arrays containing each other", binaryPlist({bytes({0xA1, 0x01}), bytes({0xA1, 0x00})}), "contains itself"},
+      {"dictionary keyed by itself", binaryPlist({bytes({0xD1, 0x00, 0x00})}), "contains itself"},
+      {"key that is no string", binaryPlist({bytes({0xD1, 0x01, 0x01}), bytes({0x10, 0x05})}), "key is not a string"},
+      {"reference past the objects", binaryPlist({bytes({0xA1, 0x05})}), "out of range"},
+      {"array longer than the data", binaryPlist({bytes({0xAF, 0x10, 0xFF})}), "runs past"},
+      {"length that is no integer", binaryPlist({bytes({0xAF, 0x50})}), "bad length marker"},
+      {"8-byte length near 2^64", binaryPlist({bytes({0x4F, 0x13, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF})}), "runs past"},
+      {"UTF-16 length overflowing when doubled",
+       binaryPlist({bytes({0x6F, 0x13, 0x80, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x01})}), "runs past"},
+      {"dictionary length overflowing", binaryPlist({bytes({0xDF, 0x13, 0x80, 0, 0, 0, 0, 0, 0, 0})}), "runs past"},
+      {"string cut by the offset table", binaryPlist({bytes({0x55, 'a', 'b'})}), "runs past"},
+      {"integer cut by the offset table", binaryPlist({bytes({0x13, 0x01, 0x02})}), "past the end"},
+      {"integer beyond 16 bytes", binaryPlist({bytes({0x15, 0x00})}), "bad integer size"},
+      {"real of 2 bytes", binaryPlist({bytes({0x21, 0x00, 0x00})}), "bad real size"},
+      {"null object", binaryPlist({bytes({0x00})}), "unsupported"},
+      {"unknown marker", binaryPlist({bytes({0xF0})}), "unsupported"},
+      {"offset size 0", patchTrailer(oneInt, 6, 0, 1), "bad offset size"},
+      {"reference size 9", patchTrailer(oneInt, 7, 9, 1), "bad object reference size"},
+      {"no objects", patchTrailer(oneInt, 8, 0, 8), "no objects"},
+      {"object count beyond the file", patchTrailer(oneInt, 8, ~uint64_t{0}, 8), "offset table"},
+      {"top object beyond the count", patchTrailer(oneInt, 16, 1, 8), "top object"},
+      {"offset table in the header", patchTrailer(oneInt, 24, 3, 8), "offset table"},
+      {"offset table past the trailer", patchTrailer(oneInt, 24, 1000, 8), "offset table"},
+      {"offset table at 2^64 - 1", patchTrailer(oneInt, 24, ~uint64_t{0}, 8), "offset table"},
+      {"object offset into the header", [] { std::string p = binaryPlist({bytes({0x10, 0x07})}); p[10] = 2; return p; }(),
+       "object offset"},
+      {"too short", "bplist00" + std::string(20, '\0'), "too short"},
+  };
+  for (const BinaryCase& c : cases) {
+    std::string error;
+    std::optional<PlistValue> value = readBinaryPropertyList(c.plist, &error);
+    if (!c.errorPart) {
+      ASSERT_TRUE(value) << c.name << ": " << error;
+      EXPECT_EQ(*value, c.expected) << c.name;
+    } else {
+      EXPECT_FALSE(value) << c.name;
+      EXPECT_NE(error.find(c.errorPart), std::string::npos) << c.name << ": " << error;
+    }
+  }
+}
+
+std::string ref2(size_t i) {
+  std::string s;
+  putBigEndian(s, i, 2);
+  return s;
+}
+
+TEST(BinaryPropertyList, DeepChainIsRefused) {
+  std::vector<std::string> objects;
+  for (size_t i = 0; i < 2000; ++i) objects.push_back(bytes({0xA1}) + ref2(i + 1));
+  objects.push_back(bytes({0x10, 0x01}));
+  std::string error;
+  EXPECT_FALSE(readBinaryPropertyList(binaryPlist(objects, 0, 2), &error));
+  EXPECT_NE(error.find("nesting too deep"), std::string::npos) << error;
+}
+
+// Each array holds the next one twice: 2^60 paths, 61 objects. Shared objects are read once.
+TEST(BinaryPropertyList, SharedObjectsAreNotReadOncePerPath) {
+  std::vector<std::string> objects;
+  for (int i = 0; i < 60; ++i) objects.push_back(bytes({0xA2, i + 1, i + 1}));
+  objects.push_back(bytes({0x10, 0x2A}));
+  auto start = std::chrono::steady_clock::now();
+  std::optional<PlistValue> value = readBinaryPropertyList(binaryPlist(objects), nullptr);
+  ASSERT_TRUE(value);
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
+  const PlistValue* v = &*value;
+  for (int depth = 0; depth < 60; ++depth) {
+    ASSERT_TRUE(v->asArray() && v->asArray()->size() == 2) << depth;
+    v = &v->asArray()->front();
+  }
+  EXPECT_EQ(*v, PlistValue(42));
+}
+
+// One 64 KiB string referenced 5000 times would make 320 MiB from 70 KiB.
+TEST(BinaryPropertyList, RefusesAmplificationThroughSharedStrings) {
+  std::string string = bytes({0x5F, 0x12});
+  putBigEndian(string, 65536, 4);
+  string += std::string(65536, 'a');
+  std::string array = bytes({0xAF, 0x11});
+  putBigEndian(array, 5000, 2);
+  for (int i = 0; i < 5000; ++i) array += '\x01';
+  std::string error;
+  EXPECT_FALSE(readBinaryPropertyList(binaryPlist({array, string}), &error));
+  EXPECT_NE(error.find("too much data"), std::string::npos) << error;
+}
+
+TEST(BinaryPropertyList, EveryTruncationIsRefused) {
+  TempDir dir;
+  test::writePythonPlist(dir / "s.plist", kSamplePython, true);
+  std::string full = test::readFile(dir / "s.plist");
+  ASSERT_TRUE(readPropertyList(full));
+  for (size_t n = 0; n < full.size(); ++n) EXPECT_FALSE(readBinaryPropertyList(full.substr(0, n), nullptr)) << "prefix " << n;
+}
+
+// Damaged files may happen to parse; they must never read outside the buffer (ASan checks).
+TEST(BinaryPropertyList, FlippedBytesNeverCrash) {
+  TempDir dir;
+  test::writePythonPlist(dir / "s.plist", R"({"a": [1, 2.5, "x" * 20, {"n": b"\x00\x01", "u": "ü"}], "b": True})", true);
+  const std::string full = test::readFile(dir / "s.plist");
+  size_t parsed = 0;
+  for (size_t i = 8; i < full.size(); ++i) {
+    for (int mask : {0x01, 0x0F, 0x80, 0xFF}) {
+      std::string damaged = full;
+      damaged[i] = static_cast<char>(damaged[i] ^ mask);
+      if (readBinaryPropertyList(damaged, nullptr)) ++parsed;
+    }
+  }
+  EXPECT_LT(parsed, (full.size() - 8) * 4);  // many damages must be noticed
+}
+
+// --- text form and .strings -------------------------------------------------------------------
+
+TEST(TextPropertyList, HandWrittenFile) {
+  const char* source = R"(// a line comment
+{
+  name = "Tool";            /* a block
+                               comment */
+  unquoted = some_path/to:file.txt-1+$;
+  number = 42;              // stays a string
+  escapes = "tab\there\nq\"b\\s \U00e9\U00C9 \101\60 \UD83D\UDE00 \'";
+  single = 'single "quoted"';
+  list = ( a, "b c", (nested), {}, );
+  empty = ();
+  data = <0001 02ff FE>;
+  dict = { inner = value; "with space" = "x"; };
+  dup = first;
+  dup = second;
+  "Grüße" = "日本";
+}
+)";
+  PlistDict expected{
+      {"name", "Tool"},
+      {"unquoted", "some_path/to:file.txt-1+$"},
+      {"number", "42"},
+      {"escapes", "tab\there\nq\"b\\s éÉ A0 \xF0\x9F\x98\x80 '"},
+      {"single", "single \"quoted\""},
+      {"list", PlistArray{"a", "b c", PlistArray{"nested"}, PlistDict{}}},
+      {"empty", PlistArray{}},
+      {"data", PlistData{{0x00, 0x01, 0x02, 0xFF, 0xFE}}},
+      {"dict", PlistDict{{"inner", "value"}, {"with space", "x"}}},
+      {"dup", "second"},
+      {"Grüße", "日本"},
+  };
+  std::string error;
+  std::optional<PlistValue> value = readTextPropertyList(source, &error);
+  ASSERT_TRUE(value) << error;
+  EXPECT_EQ(*value, PlistValue(expected));
+}
+
+std::string utf16File(const std::u16string& text, bool bigEndian) {
+  std::string out = bigEndian ? "\xFE\xFF" : "\xFF\xFE";
+  for (char16_t u : text) {
+    char hi = static_cast<char>(u >> 8), lo = static_cast<char>(u & 0xFF);
+    out += bigEndian ? hi : lo;
+    out += bigEndian ? lo : hi;
+  }
+  return out;
+}
+
+TEST(TextPropertyList, StringsTablesInEveryEncoding) {
+  const std::u16string table = u"/* Localizable */\n\"greeting\" = \"Grüße 日本 😀\";\nkey = \"value\";\n\"shorthand\";\n";
+  const PlistValue expected = PlistDict{{"greeting", "Grüße 日本 \xF0\x9F\x98\x80"}, {"key", "value"}, {"shorthand", "shorthand"}};
+  TempDir dir;
+  const std::pair<const char*, std::string> files[] = {
+      {"utf-16 le", utf16File(table, false)},
+      {"utf-16 be", utf16File(table, true)},
+      {"utf-8 with mark", "\xEF\xBB\xBF/* x */ \"greeting\" = \"Grüße 日本 \xF0\x9F\x98\x80\"; key = value; shorthand;"},
+  };
+  for (const auto& [name, bytes] : files) {
+    test::writeFile(dir / "Localizable.strings", bytes);
+    std::string error;
+    std::optional<PlistValue> value = readPropertyListFile(dir / "Localizable.strings", &error);
+    ASSERT_TRUE(value) << name << ": " << error;
+    EXPECT_EQ(*value, expected) << name;
+  }
+}
+
+TEST(TextPropertyList, EmptyAndCommentOnlyTablesAreEmptyDictionaries) {
+  for (const char* source : {"", "  \n", "/* nothing */ // here"}) {
+    std::optional<PlistValue> value = readTextPropertyList(source, nullptr);
+    ASSERT_TRUE(value) << source;
+    EXPECT_EQ(*value, PlistValue(PlistDict{})) << source;
+  }
+}
+
+TEST(TextPropertyList, InvalidUtf8IsReadAsLatin1) {
+  std::optional<PlistValue> value = readTextPropertyList("k = \"caf\xE9\";", nullptr);
+  ASSERT_TRUE(value);
+  EXPECT_EQ(value->string("k"), "café");
+}
+
+TEST(TextPropertyList, MalformedInput) {
+  const std::pair<const char*, const char*> cases[] = {
+      {"{ a = \"open; }", "unterminated quoted string"},
+      {"{ a = b }", "missing ';'"},
+      {"{ a = b;", "missing '}'"},
+      {"{ a b; }", "expected '='"},
+      {"( a b )", "expected ','"},
+      {"( a, ", "unexpected end"},
+      {"/* open", "unterminated comment"},
+      {"{ a = <0g>; }", "bad character in <data>"},
+      {"{ a = <012>; }", "odd number"},
+      {"{ a = <01", "unterminated <data>"},
+      {"{ = b; }", "unexpected '='"},
+      {"{ a = b; } extra", "after the value"},
+      {"\"k\" = \"v\"", "missing ';'"},
+      {"\"k\" = \"v\\U\";", "without hexadecimal"},
+      {"{ a = b;\n  c d; }", "line 2"},
+  };
+  for (const auto& [source, part] : cases) {
+    std::string error;
+    EXPECT_FALSE(readTextPropertyList(source, &error)) << source;
+    EXPECT_NE(error.find(part), std::string::npos) << source << " -> " << error;
+  }
+}
+
+TEST(TextPropertyList, DeepNestingIsRefusedNotOverflowed) {
+  std::string error;
+  EXPECT_FALSE(readTextPropertyList(std::string(100000, '('), &error));
+  EXPECT_NE(error.find("nesting too deep"), std::string::npos) << error;
+}
+
+TEST(TextPropertyList, EveryPrefixIsSafe) {
+  const std::string source = "{ a = (\"x\\U00e9\\101\", <0a0b>, {b=c;}); \"d\" = 'e'; /* c */ f = g; }";
+  for (size_t n = 0; n < source.size(); ++n) {
+    std::optional<PlistValue> value = readTextPropertyList(source.substr(0, n), nullptr);
+    if (n > 0) {
+      EXPECT_FALSE(value) << "prefix " << n;
+    }
+  }
+}
+
+}  // namespace
+}  // namespace bwk
