@@ -1,0 +1,82 @@
+// Runtimes left by earlier installations of the same application, found through the
+// installation records that the packaging system's installers write.
+#include "base/fs.h"
+#include "base/log.h"
+#include "base/plist_reader.h"
+#include "base/strings.h"
+#include "launcher/launcher.h"
+#include "platform/platform.h"
+
+namespace bwk {
+
+namespace {
+
+// The records dictionary, or none when the file is missing, unreadable or holds no records.
+std::optional<PlistValue> readInstallationRecords() {
+  std::optional<PlistValue> file = readPropertyListFile(platform::installationRecordsFile());
+  if (!file) return std::nullopt;
+  const PlistValue* records = file->find("/com/brackwood/installations/");
+  if (!records || !records->isDictionary()) return std::nullopt;
+  return *records;
+}
+
+// The content of a private runtime's version file, when it is a readable UTF-8 file.
+OptionalString readVersionFile(const std::string& runtimeDirectory) {
+  std::string versionFile = runtimeDirectory + "/brackwood_jre_version";
+  if (!fs::exists(versionFile) || fs::isDirectory(versionFile)) return std::nullopt;
+  OptionalString contents = fs::readFile(versionFile);
+  if (!contents || !text::isValidUtf8(*contents)) return std::nullopt;
+  return contents;
+}
+
+}  // namespace
+
+void Launcher::findJavaPreviousInstallation(const PlistValue& infoDictionary, const OptionalString& min,
+                                            const OptionalString& max, bool allowBeta) {
+  OptionalString appId = infoDictionary.string("bwk.appId");
+  std::optional<PlistValue> records = readInstallationRecords();
+  BWK_DLOG("%s [Line %d] %@", records ? &*records : nullptr);
+  if (!appId || !records) return;
+
+  OptionalString allDirectories = records->string("allinstdirs" + *appId);
+  if (!allDirectories) return;
+  std::vector<std::string> directories = text::split(*allDirectories, ";");
+  if (directories.empty()) return;
+
+  // One way only: after the first private runtime with a version file, no later directory
+  // is opened as a bundle, and the last such runtime's check decides launchJavaVersion.
+  bool checkBundle = true;
+  for (const std::string& directory : directories) {
+    OptionalString bundleName = records->string("singleBundleName" + *appId + "_" + directory);
+    if (bundleName) {
+      javaBundlePath = directory + "/" + *bundleName + "/Contents/Resources/jre.bundle";
+      if (!fs::exists(*javaBundlePath)) javaBundlePath = directory + "/" + *bundleName + "/Contents/PlugIns/jre.bundle";
+    } else {
+      javaBundlePath = directory + "/.brackwood/jre.bundle";
+      if (!(fs::exists(*javaBundlePath) && fs::isDirectory(*javaBundlePath))) {
+        std::string privateRuntime = directory + "/.brackwood/jre";
+        if (fs::isDirectory(privateRuntime)) {
+          if (OptionalString version = readVersionFile(privateRuntime)) {
+            javaBundlePath = privateRuntime;
+            checkBundle = false;
+            launchJavaVersion =
+                checkBundleVersion(min, max, allowBeta, false, version, std::nullopt, std::nullopt);
+          }
+        }
+      }
+    }
+    BWK_DLOG("%s [Line %d] checking %@", javaBundlePath);
+
+    if (checkBundle && javaBundlePath && fs::exists(*javaBundlePath)) {
+      javaBundle = RuntimeBundle::open(*javaBundlePath);
+      launchJavaVersion = checkJavaVersion(min, max, allowBeta, false);
+      if (launchJavaVersion) {
+        previousJdkUsed = true;
+        return;
+      }
+      javaBundle.reset();
+    }
+  }
+}
+
+}  // namespace bwk
