@@ -1,0 +1,142 @@
+// Runtimes of earlier installations, found through the installation records.
+#include <cstdlib>
+
+#include "base/fs.h"
+#include "runtime_search_support.h"
+
+namespace bwk {
+namespace {
+
+using test::makeFakeRuntime;
+using test::writeFile;
+
+class PreviousInstallations : public test::RuntimeSearchFixture {
+ protected:
+  void SetUp() override {
+    RuntimeSearchFixture::SetUp();
+    setenv("XDG_CONFIG_HOME", (tmp / "config").c_str(), 1);
+  }
+  void TearDown() override {
+    unsetenv("XDG_CONFIG_HOME");
+    RuntimeSearchFixture::TearDown();
+  }
+
+  void writeRecords(PlistDict records) {
+    test::writePlist(tmp / "config/brackwood/com.brackwood.installations.plist",
+                     PlistValue(PlistDict{{"/com/brackwood/installations/", PlistValue(std::move(records))}}));
+  }
+  // A private plain runtime with a version file.
+  void privateRuntime(const std::string& dir, const std::string& version) {
+    writeFile(dir + "/.brackwood/jre/brackwood_jre_version", version);
+  }
+  // Searches with "I" only, between 1.8 and 1.8.
+  std::unique_ptr<Launcher> search(PlistDict extra = {}) {
+    PlistDict info{{"bwk.appId", "1234-5678"},
+                   {"bwk.minVersion", "1.8"},
+                   {"bwk.maxVersion", "1.8"},
+                   {"JavaVM", searchSequence({"I"})}};
+    for (auto& [k, v] : extra) info[k] = v;
+    auto launcher = launch(std::move(info));
+    result = launcher->findJavaBundle();
+    return launcher;
+  }
+
+  std::string a = tmp / "a";
+  std::string b = tmp / "b";
+  OptionalString result;
+};
+
+TEST_F(PreviousInstallations, PrivateRuntimeStopsBundleChecks) {
+  privateRuntime(a, "1.8.0_291");
+  makeFakeRuntime(b + "/.brackwood/jre.bundle", "1.8.0_300", "bundle");
+  writeRecords({{"allinstdirs1234-5678", a + ";" + b}});
+  auto launcher = search();
+  // The loop goes on after a's runtime was accepted: b's path is still recorded as the last
+  // one tried, but b is never opened, and the version stays a's.
+  EXPECT_EQ(result, b + "/.brackwood/jre.bundle");
+  EXPECT_STREQ(launchJavaVersion, "1.8.0");
+  EXPECT_EQ(launcher->javaVersion, "1.8.0_291");
+  EXPECT_EQ(launcher->javaBundle, nullptr);
+  EXPECT_FALSE(launcher->previousJdkUsed);
+}
+
+TEST_F(PreviousInstallations, AcceptedPrivateRuntimeIsTheLastOne) {
+  privateRuntime(a, "1.8.0_291");
+  writeRecords({{"allinstdirs1234-5678", b + ";" + a}});
+  auto launcher = search();
+  EXPECT_EQ(result, a + "/.brackwood/jre");
+  EXPECT_STREQ(launchJavaVersion, "1.8.0");
+  EXPECT_FALSE(launcher->previousJdkUsed);
+}
+
+TEST_F(PreviousInstallations, LastPrivateRuntimeDecides) {
+  privateRuntime(a, "1.8.0_291");
+  privateRuntime(b, "17.0.2");  // out of range: replaces the accepted one with none
+  writeRecords({{"allinstdirs1234-5678", a + ";" + b}});
+  search();
+  EXPECT_EQ(result, std::nullopt);
+  EXPECT_EQ(launchJavaVersion, nullptr);
+}
+
+TEST_F(PreviousInstallations, BundlesInOrderUntilOneIsAccepted) {
+  makeFakeRuntime(a + "/.brackwood/jre.bundle", "17.0.2", "bundle");  // out of range
+  makeFakeRuntime(b + "/Tool.app/Contents/PlugIns/jre.bundle", "1.8.0_291", "bundle");
+  std::string c = tmp / "c";
+  makeFakeRuntime(c + "/.brackwood/jre.bundle", "1.8.0_300", "bundle");
+  writeRecords({{"allinstdirs1234-5678", ";" + a + ";" + b + ";" + c}, {"singleBundleName1234-5678_" + b, "Tool.app"}});
+  auto launcher = search();
+  EXPECT_EQ(result, b + "/Tool.app/Contents/PlugIns/jre.bundle");
+  EXPECT_STREQ(launchJavaVersion, "1.8.0");
+  EXPECT_TRUE(launcher->previousJdkUsed);
+  ASSERT_NE(launcher->javaBundle, nullptr);
+}
+
+TEST_F(PreviousInstallations, SingleBundlePrefersResources) {
+  makeFakeRuntime(a + "/Tool.app/Contents/Resources/jre.bundle", "1.8.0_1", "bundle");
+  makeFakeRuntime(a + "/Tool.app/Contents/PlugIns/jre.bundle", "1.8.0_2", "bundle");
+  writeRecords({{"allinstdirs1234-5678", a}, {"singleBundleName1234-5678_" + a, "Tool.app"}});
+  auto launcher = search();
+  EXPECT_EQ(result, a + "/Tool.app/Contents/Resources/jre.bundle");
+  EXPECT_EQ(launcher->javaVersion, "1.8.0_1");
+}
+
+TEST_F(PreviousInstallations, UnusableVersionFileFallsBackToTheBundlePath) {
+  test::writeFile(a + "/.brackwood/jre/brackwood_jre_version/x", "");  // a directory
+  writeFile(b + "/.brackwood/jre/brackwood_jre_version", std::string("1.8.0\xff", 6));  // not UTF-8
+  std::string c = tmp / "c";
+  makeFakeRuntime(c + "/.brackwood/jre.bundle", "1.8.0_300", "bundle");
+  writeRecords({{"allinstdirs1234-5678", a + ";" + b + ";" + c}});
+  auto launcher = search();
+  // Neither a nor b turned bundle checks off, so c's bundle is found.
+  EXPECT_EQ(result, c + "/.brackwood/jre.bundle");
+  EXPECT_TRUE(launcher->previousJdkUsed);
+}
+
+TEST_F(PreviousInstallations, MissingPiecesFindNothing) {
+  privateRuntime(a, "1.8.0_291");
+  struct Case {
+    const char* name;
+    bool writeFile;
+    PlistDict records;
+    PlistDict extra;
+  } cases[] = {
+      {"no records file", false, {}, {}},
+      {"no application id", true, {{"allinstdirs1234-5678", a}}, {{"bwk.appId", 5}}},
+      {"other application", true, {{"allinstdirs9999", a}}, {}},
+      {"directories of another type", true, {{"allinstdirs1234-5678", PlistValue(PlistArray{a})}}, {}},
+  };
+  for (Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    fs::removeItem(tmp / "config");
+    if (c.writeFile) writeRecords(c.records);
+    search(c.extra);
+    EXPECT_EQ(result, std::nullopt);
+  }
+  // A records file that is not a property list.
+  writeFile(tmp / "config/brackwood/com.brackwood.installations.plist", "<plist><dict><key>x");
+  search();
+  EXPECT_EQ(result, std::nullopt);
+}
+
+}  // namespace
+}  // namespace bwk
