@@ -1,0 +1,198 @@
+#include "base/bundle.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "python_plist.h"
+#include "test_support.h"
+
+namespace bwk {
+namespace {
+
+using test::TempDir;
+
+const char* const kLocaleVariables[] = {"LANGUAGE", "LC_ALL", "LC_MESSAGES", "LANG"};
+
+// Clears the locale variables for each test and puts the old values back afterwards.
+class BundleTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    for (const char* name : kLocaleVariables) {
+      const char* v = std::getenv(name);
+      saved_.emplace_back(name, v ? std::optional<std::string>(v) : std::nullopt);
+      unsetenv(name);
+    }
+  }
+  void TearDown() override {
+    for (const auto& [name, value] : saved_) {
+      if (value) setenv(name.c_str(), value->c_str(), 1);
+      else unsetenv(name.c_str());
+    }
+  }
+  static void setLocale(const char* language, const char* all, const char* messages, const char* lang) {
+    const char* values[] = {language, all, messages, lang};
+    for (size_t i = 0; i < 4; ++i) {
+      if (values[i]) setenv(kLocaleVariables[i], values[i], 1);
+      else unsetenv(kLocaleVariables[i]);
+    }
+  }
+
+  std::vector<std::pair<std::string, std::optional<std::string>>> saved_;
+};
+
+// --- Info dictionary ----------------------------------------------------------------------------
+
+TEST_F(BundleTest, InfoDictionaryInEveryFormat) {
+  TempDir dir;
+  const std::string info = "Contents/Info.plist";
+  test::writePlist(dir / ("Xml.app/" + info),
+                   PlistDict{{"CFBundleName", "Tool"}, {"JavaVM", PlistDict{{"MainClass", "a.Main"}}}});
+  test::writePythonPlist(dir / ("Binary.app/" + info), R"({"CFBundleName": "Tool", "JavaVM": {"MainClass": "a.Main"}})", true);
+  test::writeFile(dir / ("Text.app/" + info), "{ CFBundleName = Tool; JavaVM = { MainClass = \"a.Main\"; }; }");
+  for (const char* name : {"Xml.app", "Binary.app", "Text.app"}) {
+    Bundle bundle(dir / name);
+    const PlistValue& dict = bundle.infoDictionary();
+    EXPECT_EQ(dict.string("CFBundleName"), "Tool") << name;
+    const PlistValue* javaVM = dict.find("JavaVM");
+    ASSERT_TRUE(javaVM) << name;
+    EXPECT_EQ(javaVM->string("MainClass"), "a.Main") << name;
+  }
+}
+
+TEST_F(BundleTest, MissingOrUnusableInfoPlistGivesAnEmptyDictionary) {
+  TempDir dir;
+  test::writeFile(dir / "Broken.app/Contents/Info.plist", "<?xml version=\"1.0\"?><plist><dict><key>a</key>");
+  test::writeFile(dir / "Array.app/Contents/Info.plist", "(a, b)");
+  test::writeFile(dir / "Folder.app/Contents/Info.plist/x", "");
+  test::writeFile(dir / "Empty.app/Contents/Info.plist", "");
+  for (const char* name : {"Missing.app", "Broken.app", "Array.app", "Folder.app", "Empty.app"}) {
+    Bundle bundle(dir / name);
+    const PlistValue& dict = bundle.infoDictionary();
+    ASSERT_TRUE(dict.isDictionary()) << name;
+    EXPECT_TRUE(dict.asDictionary()->empty()) << name;
+  }
+}
+
+// --- resources ----------------------------------------------------------------------------------
+
+TEST_F(BundleTest, PathForResource) {
+  TempDir dir;
+  Bundle bundle(dir / "Tool.app");
+  const std::string resources = dir / "Tool.app/Contents/Resources";
+  EXPECT_EQ(bundle.resourcePath(), resources);
+  test::writeFile(resources + "/app/jre.tar.gz", "x");
+  test::writeFile(resources + "/README", "x");
+  test::writeFile(resources + "/de.lproj/Help.html", "x");
+  setLocale(nullptr, nullptr, nullptr, "de_DE.UTF-8");
+  EXPECT_EQ(bundle.pathForResource("app/jre.tar", "gz"), resources + "/app/jre.tar.gz");
+  EXPECT_EQ(bundle.pathForResource("app/jre.tar", ".gz"), resources + "/app/jre.tar.gz");
+  EXPECT_EQ(bundle.pathForResource("README", ""), resources + "/README");
+  EXPECT_EQ(bundle.pathForResource("Help", "html"), resources + "/de.lproj/Help.html");
+  EXPECT_EQ(bundle.pathForResource("app/jre", "zip"), std::nullopt);
+  EXPECT_EQ(bundle.pathForResource("README", "txt"), std::nullopt);
+}
+
+// --- languages and localized strings ----------------------------------------------------------
+
+TEST_F(BundleTest, PreferredLocalizationsOrder) {
+  TempDir dir;
+  test::writePlist(dir / "Tool.app/Contents/Info.plist", PlistDict{{"CFBundleDevelopmentRegion", "ja"}});
+  setLocale("de_DE.UTF-8:fr::pt-BR", "", "it_IT@euro", "de_DE.UTF-8");
+  std::vector<std::string> expected{"de_DE", "de", "fr", "pt-BR", "pt", "it_IT", "it", "ja", "en", "English", "Base"};
+  EXPECT_EQ(Bundle(dir / "Tool.app").preferredLocalizations(), expected);
+
+  setLocale(nullptr, nullptr, nullptr, "C.UTF-8");
+  expected = {"ja", "en", "English", "Base"};
+  EXPECT_EQ(Bundle(dir / "Tool.app").preferredLocalizations(), expected);
+}
+
+std::u16string utf16Table() { return u"\"Hello\" = \"Hallo (nl) ü\";"; }
+
+void writeUtf16LittleEndian(const std::string& path, const std::u16string& text) {
+  std::string bytes = "\xFF\xFE";
+  for (char16_t u : text) {
+    bytes += static_cast<char>(u & 0xFF);
+    bytes += static_cast<char>(u >> 8);
+  }
+  test::writeFile(path, bytes);
+}
+
+struct LanguageCase {
+  const char* language;
+  const char* all;
+  const char* messages;
+  const char* lang;
+  const char* developmentRegion;
+  const char* expected;
+};
+
+TEST_F(BundleTest, LocalizedStringFollowsTheLanguageOrder) {
+  TempDir dir;
+  const std::string resources = dir / "Tool.app/Contents/Resources/";
+  test::writeFile(resources + "de_DE.lproj/Localizable.strings", "\"Hello\" = \"Hallo (DE)\";");
+  test::writeFile(resources + "de.lproj/Localizable.strings", "\"Hello\" = \"Hallo\";");
+  test::writeFile(resources + "fr.lproj/Localizable.strings", "/* French */ Hello = Bonjour;");
+  test::writeFile(resources + "en.lproj/Localizable.strings", "\"Hello\" = \"Hello (en)\"; \"OnlyEnglish\" = \"only en\";");
+  test::writeFile(resources + "xx.lproj/Localizable.strings", "\"Hello\" = ");  // does not parse: skipped
+  test::writeFile(resources + "pt.lproj/Other.strings", "\"Hello\" = \"Olá\";");  // no table: skipped
+  writeUtf16LittleEndian(resources + "nl.lproj/Localizable.strings", utf16Table());
+
+  const LanguageCase cases[] = {
+      {nullptr, nullptr, nullptr, nullptr, nullptr, "Hello (en)"},
+      {nullptr, nullptr, nullptr, "de_DE.UTF-8", nullptr, "Hallo (DE)"},
+      {nullptr, nullptr, nullptr, "de_AT.UTF-8", nullptr, "Hallo"},
+      {"xx:fr", nullptr, nullptr, "de_DE.UTF-8", nullptr, "Bonjour"},
+      {"pt:de", nullptr, nullptr, nullptr, nullptr, "Hallo"},
+      {nullptr, "fr_FR.UTF-8", "de", "de", nullptr, "Bonjour"},
+      {nullptr, nullptr, "fr", "de_DE.UTF-8", nullptr, "Bonjour"},
+      {"", "", "", "fr_CA", nullptr, "Bonjour"},
+      {nullptr, nullptr, nullptr, "C.UTF-8", "fr", "Bonjour"},
+      {nullptr, nullptr, nullptr, "ja_JP.UTF-8", "de", "Hallo"},
+      {nullptr, nullptr, nullptr, "ja_JP.UTF-8", "sv", "Hello (en)"},
+      {nullptr, nullptr, nullptr, "nl_NL.UTF-8", nullptr, "Hallo (nl) ü"},
+  };
+  for (const LanguageCase& c : cases) {
+    setLocale(c.language, c.all, c.messages, c.lang);
+    if (c.developmentRegion) test::writePlist(dir / "Tool.app/Contents/Info.plist", PlistDict{{"CFBundleDevelopmentRegion", c.developmentRegion}});
+    else test::writePlist(dir / "Tool.app/Contents/Info.plist", PlistDict{});
+    Bundle bundle(dir / "Tool.app");
+    EXPECT_EQ(bundle.localizedString("Hello"), c.expected)
+        << "LANGUAGE=" << (c.language ? c.language : "-") << " LC_ALL=" << (c.all ? c.all : "-")
+        << " LC_MESSAGES=" << (c.messages ? c.messages : "-") << " LANG=" << (c.lang ? c.lang : "-")
+        << " region=" << (c.developmentRegion ? c.developmentRegion : "-");
+  }
+}
+
+TEST_F(BundleTest, EnglishThenBaseAreTheLastFallbacks) {
+  TempDir dir;
+  const std::string resources = dir / "Tool.app/Contents/Resources/";
+  test::writeFile(resources + "Base.lproj/Localizable.strings", "Hello = Base;");
+  setLocale(nullptr, nullptr, nullptr, "ja_JP.UTF-8");
+  EXPECT_EQ(Bundle(dir / "Tool.app").localizedString("Hello"), "Base");
+  test::writeFile(resources + "English.lproj/Localizable.strings", "Hello = English;");
+  EXPECT_EQ(Bundle(dir / "Tool.app").localizedString("Hello"), "English");
+}
+
+TEST_F(BundleTest, MissingKeyGivesTheValueOrTheKey) {
+  TempDir dir;
+  const std::string resources = dir / "Tool.app/Contents/Resources/";
+  test::writeFile(resources + "de.lproj/Localizable.strings", "\"Hello\" = \"Hallo\"; \"Blank\" = \"\";");
+  test::writeFile(resources + "en.lproj/Localizable.strings", "\"OnlyEnglish\" = \"only en\";");
+  setLocale(nullptr, nullptr, nullptr, "de_DE.UTF-8");
+  Bundle bundle(dir / "Tool.app");
+  EXPECT_EQ(bundle.localizedString("Missing"), "Missing");
+  EXPECT_EQ(bundle.localizedString("Missing", std::string("default")), "default");
+  EXPECT_EQ(bundle.localizedString("Missing", std::string()), "Missing");
+  EXPECT_EQ(bundle.localizedString("Blank", std::string("default")), "");
+  // The first table found is the table: keys are not looked up in the next language.
+  EXPECT_EQ(bundle.localizedString("OnlyEnglish"), "OnlyEnglish");
+  // No table at all.
+  EXPECT_EQ(Bundle(dir / "None.app").localizedString("Hello", std::string("x")), "x");
+}
+
+}  // namespace
+}  // namespace bwk

@@ -1,0 +1,139 @@
+#include "base/path.h"
+
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <cstdio>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "base/format.h"
+#include "platform/platform.h"
+
+namespace bwk {
+namespace {
+
+struct PathCase {
+  std::string input;
+  std::string expected;
+};
+
+TEST(Path, Standardize) {
+  const std::string home = platform::homeDirectory();
+  const PathCase cases[] = {
+      {"", ""},
+      {"/", "/"},
+      {"//", "/"},
+      {"/a//b///c", "/a/b/c"},
+      {"/a/./b/.", "/a/b"},
+      {"/a/b/", "/a/b"},
+      {"/a/b/../c", "/a/c"},
+      {"/a/b/../../..", "/"},
+      {"/../a", "/a"},
+      {"/x/y/../Tool", "/x/Tool"},
+      {"/x/App.app/Contents/Resources/app/../../../..", "/x"},
+      {"a/./b/", "a/b"},
+      {"a/../b", "b"},
+      {"../a/..", ".."},
+      {"../../a", "../../a"},
+      {"~", path::standardize(home)},
+      {"~/", path::standardize(home)},
+      {"~/x/../y", path::standardize(home + "/y")},
+      {"~user/x", "~user/x"},
+      {"/a/~/b", "/a/~/b"},
+  };
+  for (const PathCase& c : cases) EXPECT_EQ(path::standardize(c.input), c.expected) << "standardize(\"" << c.input << "\")";
+}
+
+TEST(Path, Append) {
+  const std::vector<std::vector<std::string>> cases = {
+      // base, component, result
+      {"/a", "b", "/a/b"},
+      {"/a/", "b", "/a/b"},
+      {"/a", "/b", "/a/b"},
+      {"/a//", "//b//", "/a/b"},
+      {"/", "b", "/b"},
+      {"/", "", "/"},
+      {"", "b", "b"},
+      {"", "", ""},
+      {"/a", "", "/a"},
+      {"a/", "", "a"},
+      {"/a", "b/c", "/a/b/c"},
+      {"/a", "../b", "/a/../b"},
+  };
+  for (const auto& c : cases) EXPECT_EQ(path::append(c[0], c[1]), c[2]) << "append(\"" << c[0] << "\", \"" << c[1] << "\")";
+  EXPECT_EQ(path::join({"/", "a", "b/", "c"}), "/a/b/c");
+  EXPECT_EQ(path::join({"a", "", "b"}), "a/b");
+}
+
+TEST(Path, ComponentsParentAndExtension) {
+  struct Case {
+    std::string input, last, parent, extension;
+  };
+  const Case cases[] = {
+      {"/a/b.txt", "b.txt", "/a", "txt"},
+      {"/a/b/", "b", "/a", ""},
+      {"/a", "a", "/", ""},
+      {"/", "/", "/", ""},
+      {"", "", "", ""},
+      {"b", "b", "", ""},
+      {"a/b", "b", "a", ""},
+      {"/a//b", "b", "/a", ""},
+      {"//a", "a", "/", ""},
+      {"/x/Tool.app", "Tool.app", "/x", "app"},
+      {"/x/jre.tar.gz", "jre.tar.gz", "/x", "gz"},
+      {"/x.d/file", "file", "/x.d", ""},
+      {"/x/.hidden", ".hidden", "/x", ""},
+      {"/x/name./", "name.", "/x", ""},
+  };
+  for (const Case& c : cases) {
+    EXPECT_EQ(path::lastComponent(c.input), c.last) << "lastComponent(\"" << c.input << "\")";
+    EXPECT_EQ(path::parent(c.input), c.parent) << "parent(\"" << c.input << "\")";
+    EXPECT_EQ(path::extension(c.input), c.extension) << "extension(\"" << c.input << "\")";
+  }
+  EXPECT_EQ(path::components("/a//b/"), (std::vector<std::string>{"a", "b"}));
+  EXPECT_TRUE(path::isAbsolute("~/x"));
+  EXPECT_FALSE(path::isAbsolute("x/~"));
+}
+
+// --- format.h ---------------------------------------------------------------------------------
+
+TEST(Format, Conversions) {
+  const std::optional<std::string> absent;
+  const std::optional<std::string> present = "here";
+  int x = 0;
+  char pointer[32];
+  std::snprintf(pointer, sizeof pointer, "%p", static_cast<void*>(&x));
+
+  struct Case {
+    std::string got, expected;
+  };
+  const Case cases[] = {
+      {format("%@", absent), "(null)"},
+      {format("%@", present), "here"},
+      {format("%@ and %@", std::string("a"), absent), "a and (null)"},
+      {format("%@", static_cast<const PlistValue*>(nullptr)), "(null)"},
+      {format("%@", std::vector<std::string>{"a", "b c"}), "(\n    a,\n    \"b c\"\n)"},
+      {format("%s [Line %d] x", "int main(int, char **)", 39), "int main(int, char **) [Line 39] x"},
+      {format("%d|%i|%5d|%-3d|%03d", -7, 8, 42, 1, 5), "-7|8|   42|1  |005"},
+      {format("%d", 4294967297LL), "1"},  // %d takes an int
+      {format("%lld %lld", LLONG_MIN, LLONG_MAX), "-9223372036854775808 9223372036854775807"},
+      {format("%ld", -5L), "-5"},
+      {format("%lu", ULONG_MAX), "18446744073709551615"},
+      {format("%u", -1), "4294967295"},
+      {format("%x %lx", 255, 0xABCDEF012L), "ff abcdef012"},
+      {format("%p", static_cast<const void*>(&x)), pointer},
+      {format("%p", static_cast<const void*>(nullptr)), "0x0"},
+      {format("%.2f %g", 3.14159, 0.5), "3.14 0.5"},
+      {format("%c%c", 'o', 'k'), "ok"},
+      {format("100%% %s", "sure"), "100% sure"},
+      {format("%d and %@"), " and "},  // conversions without arguments write nothing
+      {format("tail %"), "tail %"},
+      {format("%@", PlistValue(PlistDict{{"k", 1}})), "{\n    k = 1;\n}"},
+  };
+  for (const Case& c : cases) EXPECT_EQ(c.got, c.expected);
+}
+
+}  // namespace
+}  // namespace bwk
