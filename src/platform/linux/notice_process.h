@@ -1,0 +1,16 @@
+#pragma once
+// Starting the process that shows a notice; displayNotice uses the running executable.
+#include <string>
+#include <sys/types.h>
+
+#include "platform/linux/notice_text.h"
+
+namespace bwk::platform {
+
+// Starts `executable` in a session of its own, standard streams on /dev/null and no other
+// descriptor inherited, with the notice in its environment. Does not wait: a thread reaps
+// the process if it ends while this one still runs. The process id, or -1 when it could not
+// be started.
+pid_t startNoticeProcess(const std::string& executable, const NoticeText& notice);
+
+}  // namespace bwk::platform
