@@ -42,12 +42,13 @@ int detach() {
   if (pid < 0) return daemonFailed();
   if (pid > 0) _exit(0);  // no exit handlers, no second flush of inherited buffers
 
+  // A parent that led the session hangs up its terminal's processes when it ends; until
+  // setsid has moved this child out, that would include it.
   struct sigaction ignore {}, previous {};
   ignore.sa_handler = SIG_IGN;
   sigemptyset(&ignore.sa_mask);
   ignore.sa_flags = 0;
   sigaction(SIGHUP, &ignore, &previous);
-  // The session leader's exit would otherwise send SIGHUP while the new session is made.
   if (setsid() < 0) {
     int error = errno;
     sigaction(SIGHUP, &previous, nullptr);

@@ -23,8 +23,8 @@ struct OpenResult {
 };
 
 // Opens the bundle at `bundlePath` with `arguments` (absent: none are configured) and the
-// option bits above. The opened process is not left as this process's child to reap, so
-// that it can be watched with kill(pid, 0) until it ends.
+// option bits above. The opened process never lingers as an unreaped child of this one, so
+// that kill(pid, 0) fails as soon as it has ended.
 OpenResult openApplication(const std::string& bundlePath, const std::optional<std::vector<std::string>>& arguments,
                            unsigned long options);
 

@@ -1,10 +1,11 @@
 // The workspace service on Linux: the bundle's executable started in a session of its own.
-// It is started through an intermediate process that ends at once, so the application is
-// not our child: nobody here has to reap it, and kill(pid, 0) fails once it has ended.
-#include <fcntl.h>
+// The application is this process's child here; it is reaped the moment it ends, so that
+// kill(pid, 0) fails then, as for an application that the system's workspace started.
+#include <signal.h>
+#include <spawn.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 
@@ -20,17 +21,13 @@ namespace bwk::platform {
 
 namespace {
 
-// Records written by the intermediate process and the application process into one pipe.
-// Each is far below PIPE_BUF, so writes from both never interleave.
-struct Record {
-  enum Kind : int32_t { Started, ForkFailed, ExecFailed } kind;
-  int32_t value;  // the process identifier, or the error number
-};
+std::atomic<pid_t> openedApplication{0};
 
-void writeRecord(int fd, Record::Kind kind, int32_t value) {
-  Record record{kind, value};
-  ssize_t ignored = write(fd, &record, sizeof record);
-  (void)ignored;  // nothing to do in a process that is about to end
+void reapOpenedApplication(int) {
+  int saved = errno;
+  pid_t pid = openedApplication.load();
+  if (pid > 0) waitpid(pid, nullptr, WNOHANG);
+  errno = saved;
 }
 
 std::string bundleExecutable(const std::string& bundlePath) {
@@ -43,65 +40,41 @@ std::string bundleExecutable(const std::string& bundlePath) {
 
 OpenResult openApplication(const std::string& bundlePath, const std::optional<std::vector<std::string>>& arguments,
                            unsigned long /*options: nothing to activate or hide here*/) {
-  OpenResult result;
   std::string program = bundleExecutable(bundlePath);
-  std::vector<char*> argv{program.data()};
   std::vector<std::string> words = arguments.value_or(std::vector<std::string>{});
+  std::vector<char*> argv{program.data()};
   for (std::string& word : words) argv.push_back(word.data());
   argv.push_back(nullptr);
 
-  int channel[2];
-  if (pipe2(channel, O_CLOEXEC) != 0) {
-    result.error = std::string("cannot open the application: ") + std::strerror(errno);
-    return result;
-  }
-  pid_t intermediate = fork();
-  if (intermediate == 0) {
-    // Only async-signal-safe calls from here: the parent may have other threads.
-    close(channel[0]);
-    pid_t application = fork();
-    if (application == 0) {
-      // Handlers are reset by exec; a blocked signal mask would be inherited.
-      sigset_t none;
-      sigemptyset(&none);
-      sigprocmask(SIG_SETMASK, &none, nullptr);
-      setsid();
-      execve(argv[0], argv.data(), environ);
-      writeRecord(channel[1], Record::ExecFailed, errno);
-      _exit(127);
-    }
-    if (application < 0) writeRecord(channel[1], Record::ForkFailed, errno);
-    else writeRecord(channel[1], Record::Started, application);
-    _exit(0);
-  }
-  close(channel[1]);
-  if (intermediate < 0) {
-    close(channel[0]);
-    result.error = std::string("cannot open the application: ") + std::strerror(errno);
-    return result;
-  }
-  while (waitpid(intermediate, nullptr, 0) < 0 && errno == EINTR) {
-  }
+  // SIGCHLD stays blocked until the identifier is stored, so that an application that ends
+  // at once is still reaped: its signal is delivered when the mask is restored.
+  sigset_t childSignal, previousMask;
+  sigemptyset(&childSignal);
+  sigaddset(&childSignal, SIGCHLD);
+  pthread_sigmask(SIG_BLOCK, &childSignal, &previousMask);
+  struct sigaction reap {};
+  reap.sa_handler = reapOpenedApplication;
+  sigemptyset(&reap.sa_mask);
+  reap.sa_flags = SA_NOCLDSTOP;
+  sigaction(SIGCHLD, &reap, nullptr);
 
-  // The pipe ends when the application has replaced its image (close-on-exec) or has failed.
-  std::optional<int32_t> started;
-  std::optional<int> failure;
-  Record record;
-  for (;;) {
-    ssize_t n = read(channel[0], &record, sizeof record);
-    if (n < 0 && errno == EINTR) continue;
-    if (n != static_cast<ssize_t>(sizeof record)) break;
-    if (record.kind == Record::Started) started = record.value;
-    else failure = record.value;
-  }
-  close(channel[0]);
+  posix_spawnattr_t attributes;
+  posix_spawnattr_init(&attributes);
+  posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSID | POSIX_SPAWN_SETSIGMASK);
+  posix_spawnattr_setsigmask(&attributes, &previousMask);
+  pid_t pid = 0;
+  // A file that is missing or cannot be executed is reported here, not by a child's exit.
+  int error = posix_spawn(&pid, program.c_str(), nullptr, &attributes, argv.data(), environ);
+  posix_spawnattr_destroy(&attributes);
+  if (error == 0) openedApplication.store(pid);
+  pthread_sigmask(SIG_SETMASK, &previousMask, nullptr);
 
-  if (failure || !started) {
-    result.error = format("The application \"%@\" could not be launched: %@", program,
-                          std::string(std::strerror(failure.value_or(ECHILD))));
+  OpenResult result;
+  if (error != 0) {
+    result.error = format("The application \"%@\" could not be launched: %@", program, std::string(std::strerror(error)));
     return result;
   }
-  result.application = OpenedApplication{*started, format("<application %@ pid %d>", program, *started)};
+  result.application = OpenedApplication{pid, format("<application %@ pid %d>", program, static_cast<int>(pid))};
   return result;
 }
 

@@ -1,0 +1,151 @@
+// A launcher made by brackwood-embed, started with the authorization-restart marker: its own
+// configuration drives the launch, a service mode refuses the marker as an action, and a
+// configuration that cannot be read stops it.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+#include "../e2e/e2e_support.h"
+#include "base/fs.h"
+#include "base/strings.h"
+#include "platform/linux/elf_note.h"
+#include "test_support.h"
+
+namespace bwk::test {
+namespace {
+
+const std::string kJdk17 = "/usr/lib/jvm/java-17-openjdk-amd64";
+
+class CommandLineLauncher : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    makeFakeRuntime(tmp / "jdk", "17.0.2+8");
+    record = tmp / "record";
+  }
+
+  // tmp/bin/tool carrying `config`.
+  std::string makeTool(const PlistValue& config, const std::string& name = "tool") {
+    writePlist(tmp / "config.plist", config);
+    std::filesystem::create_directories(tmp / "bin");
+    std::string tool = tmp / ("bin/" + name);
+    RunResult r = run({BWK_EMBED, BWK_LAUNCHER, tmp / "config.plist", tool});
+    EXPECT_EQ(r.status, 0) << r.err;
+    return tool;
+  }
+
+  RunResult start(const std::string& tool, std::vector<std::string> words, std::vector<std::string> env = {}) {
+    std::vector<std::string> argv{tool};
+    argv.insert(argv.end(), words.begin(), words.end());
+    env.push_back("FAKE_JLI_RECORD=" + record);
+    return run(argv, launcherEnvironment(env));
+  }
+
+  // Rewrites the note's descriptor size, and optionally the length L, in place.
+  void patchRegion(const std::string& file, uint32_t descriptorSize, std::optional<uint32_t> length = {}) {
+    std::string bytes = readFile(file);
+    size_t name = bytes.rfind(std::string("com.brackwood\0\0\0", 16));  // the note comes last
+    ASSERT_NE(name, std::string::npos);
+    auto* header = reinterpret_cast<uint8_t*>(bytes.data() + name - 12);
+    ASSERT_EQ(elf::le32(header), 14u);
+    elf::putLe32(header + 4, descriptorSize);
+    if (length) elf::putLe32(header + 28, *length);
+    writeFile(file, bytes);
+  }
+
+  PlistDict javaVM() {
+    return PlistDict{{"MainClass", "com.example.Tool"},
+                     {"VMOptionArray", stringArray({"-Dfrom.embedded=1"})},
+                     {"ArgumentArray", stringArray({"configured"})}};
+  }
+
+  TempDir tmp;
+  std::string record;
+};
+
+TEST_F(CommandLineLauncher, AuthorizationRestartLaunchesWithTheEmbeddedConfiguration) {
+  std::string tool = makeTool(PlistValue(PlistDict{{"CFBundleName", "Tool"}, {"JavaVM", PlistValue(javaVM())}}));
+  RunResult r = start(tool, {"__bwk_auth_restart", tmp / "jdk", "arg"}, {"FAKE_JLI_STATUS=5"});
+  EXPECT_EQ(r.status, 5) << r.err;
+  Recorded rec = readRecord(record);
+  ASSERT_FALSE(rec.argv.empty()) << r.err;
+  EXPECT_EQ(rec.argv.front(), tool);
+  auto main = std::find(rec.argv.begin(), rec.argv.end(), "com.example.Tool");
+  ASSERT_NE(main, rec.argv.end()) << text::join(rec.argv, "\n");
+  EXPECT_NE(std::find(rec.argv.begin(), main, "-Dfrom.embedded=1"), main);
+  EXPECT_NE(std::find(rec.argv.begin(), main, "-Dbwk.jreBundle=" + tmp / "jdk"), main);
+  EXPECT_EQ(std::vector<std::string>(main + 1, rec.argv.end()),
+            (std::vector<std::string>{"configured", "__bwk_auth_restart", tmp / "jdk", "arg"}));
+}
+
+TEST_F(CommandLineLauncher, AServiceLauncherRefusesTheMarkerAsItsAction) {
+  for (const std::string mode : {"legacy", "launchd"}) {
+    PlistDict config{{"bwk.service", mode}, {"JavaVM", PlistValue(javaVM())}};
+    std::string tool = makeTool(PlistValue(config), "svc");
+    RunResult r = start(tool, {"__bwk_auth_restart", tmp / "jdk", "start"});
+    EXPECT_EQ(r.status, 1) << r.err;
+    EXPECT_EQ(r.out, mode == "legacy" ? "Usage: svc {start|stop|run|run-redirect|status}\n"
+                                      : "Usage: svc {start|stop|run|run-redirect}\n");
+    EXPECT_FALSE(fs::exists(record));
+  }
+}
+
+TEST_F(CommandLineLauncher, UnreadableConfigurations) {
+  struct Case {
+    const char* name;
+    std::function<void(const std::string&)> damage;
+  };
+  std::vector<Case> cases = {
+      {"broken property list",
+       [](const std::string& tool) {
+         std::string bytes = readFile(tool);
+         size_t end = bytes.rfind("</plist>");
+         ASSERT_NE(end, std::string::npos);
+         bytes.replace(end, 8, "</plixx>");
+         writeFile(tool, bytes);
+       }},
+      {"length zero in a region of 5 bytes", [this](const std::string& tool) { patchRegion(tool, 5, 0); }},
+  };
+  for (const Case& c : cases) {
+    std::string tool = makeTool(PlistValue(PlistDict{{"JavaVM", PlistValue(javaVM())}}));
+    c.damage(tool);
+    RunResult r = start(tool, {"__bwk_auth_restart", tmp / "jdk"});
+    EXPECT_EQ(r.status, 1) << c.name;
+    EXPECT_TRUE(text::contains(r.err, "] Failed to parse plist: ")) << c.name << ": " << r.err;
+    EXPECT_TRUE(text::endsWith(r.err, "ERROR: Could not load embedded plist.\n")) << c.name << ": " << r.err;
+    EXPECT_FALSE(fs::exists(record)) << c.name;
+  }
+}
+
+TEST_F(CommandLineLauncher, ARegionOfFourBytesIsNoConfiguration) {
+  // The tool inside a bundle whose Info dictionary names another main class.
+  PlistDict bundleVM{{"MainClass", "com.example.FromBundle"}};
+  std::string app = makeBundle(tmp.path(), "Tool", PlistValue(PlistDict{{"JavaVM", PlistValue(bundleVM)}}));
+  std::string tool = makeTool(PlistValue(PlistDict{{"JavaVM", PlistValue(javaVM())}}));
+  patchRegion(tool, 4);
+  std::filesystem::copy_file(tool, app + "/Contents/MacOS/Tool", std::filesystem::copy_options::overwrite_existing);
+  RunResult r = start(app + "/Contents/MacOS/Tool", {"__bwk_auth_restart", tmp / "jdk"});
+  EXPECT_EQ(r.status, 0) << r.err;
+  Recorded rec = readRecord(record);
+  EXPECT_NE(std::find(rec.argv.begin(), rec.argv.end(), "com.example.FromBundle"), rec.argv.end())
+      << text::join(rec.argv, "\n") << r.err;
+}
+
+TEST_F(CommandLineLauncher, RealRuntime) {
+  if (!fs::exists(kJdk17 + "/lib/libjli.so")) GTEST_SKIP() << "no OpenJDK 17 here";
+  ASSERT_TRUE(fs::exists(helloJar())) << "the demo program is built with the project";
+  std::filesystem::create_directories(tmp / "bin/lib");
+  std::filesystem::copy_file(helloJar(), tmp / "bin/lib/hello.jar");
+  PlistDict vm{{"MainClass", "Hello"},
+               {"ClassPath", tmp / "bin/lib/hello.jar"},
+               {"VMOptionArray", stringArray({"-Dhello.from=embedded"})}};
+  std::string tool = makeTool(PlistValue(PlistDict{{"CFBundleName", "Hello"}, {"JavaVM", PlistValue(vm)}}));
+  RunResult r = start(tool, {"__bwk_auth_restart", kJdk17, "--exit=4"});
+  EXPECT_EQ(r.status, 4) << r.out << r.err;
+  EXPECT_TRUE(text::contains(r.out, "Hello from Java 17")) << r.out << r.err;
+  EXPECT_TRUE(text::contains(r.out, "property hello.from=embedded\n")) << r.out;
+  EXPECT_TRUE(text::contains(r.out, "property bwk.jreBundle=" + kJdk17 + "\n")) << r.out;
+  EXPECT_TRUE(text::contains(r.out, "arg[0] <__bwk_auth_restart>\narg[1] <" + kJdk17 + ">\narg[2] <--exit=4>\n")) << r.out;
+}
+
+}  // namespace
+}  // namespace bwk::test
