@@ -1,0 +1,180 @@
+// The system's installed runtimes: the real ones on this machine, and runtimes made by the
+// tests, mounted over the system's runtime directory in a private mount namespace.
+#include <grp.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdio>
+
+#include "base/fs.h"
+#include "base/path.h"
+#include "base/strings.h"
+#include "runtime_search_support.h"
+
+namespace bwk {
+namespace {
+
+using test::makeFakeRuntime;
+using test::writeFile;
+
+// Lines of a child's output that begin with "chosen: ", without that prefix.
+std::vector<std::string> chosen(const std::string& output) {
+  std::vector<std::string> out;
+  for (const std::string& line : text::split(output, "\n"))
+    if (text::startsWith(line, "chosen: ")) out.push_back(line.substr(8));
+  return out;
+}
+
+class InstalledRuntimes : public test::RuntimeSearchFixture {
+ protected:
+  // Searches the standard locations with these bounds; "name version" of the runtime chosen,
+  // or "none".
+  std::string searchStandardLocations(const char* min, const char* max) {
+    PlistDict info;
+    if (min) info["bwk.minVersion"] = min;
+    if (max) info["bwk.maxVersion"] = max;
+    auto launcher = launch(std::move(info));
+    OptionalString found = launcher->findJavaBundle();
+    if (!found) return "none";
+    return path::lastComponent(*found) + " " + launchJavaVersion;
+  }
+
+  // Runs `body` with `runtimes` mounted over the installed-runtimes directory.
+  test::ChildOutcome withInstalledRuntimes(const std::string& runtimes, const std::function<int()>& body) {
+    return test::inPrivateMounts({{runtimes, platform::installedRuntimesDirectory()}}, body);
+  }
+};
+
+TEST_F(InstalledRuntimes, RealRuntimesOfThisMachine) {
+  const std::string jvm = platform::installedRuntimesDirectory();
+  if (!fs::exists(jvm + "/java-17-openjdk-amd64/release") || !fs::exists(jvm + "/temurin-25-jdk-amd64/release"))
+    GTEST_SKIP() << "needs Debian's OpenJDK 17 and Temurin 25 in " << jvm;
+  struct Case {
+    const char* min;
+    const char* max;
+    std::string expected;
+  } cases[] = {
+      // Temurin's name begins with letters, so it sorts after the Debian names that begin
+      // with digits once "openjdk-" is removed; both pass without bounds.
+      {nullptr, "17", "java-17-openjdk-amd64 17.0.15"},
+      {nullptr, "11", "none"},
+      {"21", nullptr, "temurin-25-jdk-amd64 25.0.3"},
+      {"17.0.16", "17", "none"},
+      {"17", "25.0.3", "temurin-25-jdk-amd64 25.0.3"},
+  };
+  for (const Case& c : cases) {
+    EXPECT_EQ(searchStandardLocations(c.min, c.max), c.expected)
+        << (c.min ? c.min : "-") << " .. " << (c.max ? c.max : "-");
+  }
+}
+
+TEST_F(InstalledRuntimes, NewestNameFirst) {
+  // Every runtime has the same version, so the first one tried is chosen; taking it away
+  // each time reveals the whole order.
+  std::string jvm = tmp / "jvm";
+  for (const char* name : {"jdk1.8.0_291.jdk", "jdk-17.0.2.jdk", "openjdk-11.jdk", "temurin-21.jdk", "zulu-17.jdk",
+                           "jdk-11.0.12.jdk", "openjdk-17.0.1.jdk"})
+    makeFakeRuntime(jvm + "/" + name, "17.0.2", "bundle");
+  // Entries that are never chosen.
+  writeFile(jvm + "/.DS_Store", "");
+  writeFile(jvm + "/99-malformed/Contents/Info.plist", "<plist><dict><key>JavaVM</key>");
+  writeFile(jvm + "/98-no-version/release", "IMPLEMENTOR=\"x\"\n");
+  ASSERT_EQ(symlink((tmp / "nowhere").c_str(), (jvm + "/97-broken").c_str()), 0);
+
+  auto launcher = launch({});
+  test::ChildOutcome outcome = withInstalledRuntimes(jvm, [&] {
+    while (OptionalString found = launcher->findJavaBundle()) {
+      std::printf("chosen: %s\n", path::lastComponent(*found).c_str());
+      fs::removeItem(*found + "/Contents/Info.plist");
+    }
+    return 0;
+  });
+  ASSERT_EQ(outcome.status, 0) << outcome.output;
+  EXPECT_EQ(chosen(outcome.output),
+            (std::vector<std::string>{"jdk-17.0.2.jdk", "openjdk-17.0.1.jdk", "jdk-11.0.12.jdk", "openjdk-11.jdk",
+                                      "jdk1.8.0_291.jdk", "zulu-17.jdk", "temurin-21.jdk"}));
+}
+
+TEST_F(InstalledRuntimes, FirstInOrderWithinTheRange) {
+  std::string jvm = tmp / "jvm";
+  struct Runtime {
+    const char* name;
+    const char* version;
+  } runtimes[] = {{"jdk1.8.0_291.jdk", "1.8.0_291"}, {"jdk-17.0.2.jdk", "17.0.2"},    {"openjdk-11.jdk", "11.0.1"},
+                  {"temurin-21.jdk", "21.0.1"},     {"zulu-17.jdk", "17.0.9"},      {"jdk-11.0.12.jdk", "11.0.12"},
+                  {"openjdk-17.0.1.jdk", "17.0.1"}, {"jdk-22-ea.jdk", "22-ea"}};
+  for (const Runtime& r : runtimes) makeFakeRuntime(jvm + "/" + r.name, r.version, r.name[0] == 'o' ? "home" : "bundle");
+  struct Case {
+    const char* min;
+    const char* max;
+    bool beta;
+    const char* expected;
+  } cases[] = {
+      {nullptr, nullptr, false, "jdk-17.0.2.jdk 17.0.2"},  // not temurin-21: names decide the order
+      {nullptr, nullptr, true, "jdk-22-ea.jdk 22-ea"},
+      {"18", nullptr, false, "temurin-21.jdk 21.0.1"},
+      {"17.0.5", nullptr, false, "zulu-17.jdk 17.0.9"},
+      {nullptr, "17.0.1", false, "openjdk-17.0.1.jdk 17.0.1"},
+      {nullptr, "11.0.5", false, "openjdk-11.jdk 11.0.1"},
+      {nullptr, "1.8", false, "jdk1.8.0_291.jdk 1.8.0"},
+      {"22", nullptr, false, "none"},
+  };
+  test::ChildOutcome outcome = withInstalledRuntimes(jvm, [&] {
+    for (const Case& c : cases) {
+      PlistDict info{{"bwk.allowBeta", c.beta}};
+      if (c.min) info["bwk.minVersion"] = c.min;
+      if (c.max) info["bwk.maxVersion"] = c.max;
+      auto launcher = launch(std::move(info));
+      OptionalString found = launcher->findJavaBundle();
+      std::printf("chosen: %s\n", found ? (path::lastComponent(*found) + " " + launchJavaVersion).c_str() : "none");
+    }
+    return 0;
+  });
+  ASSERT_EQ(outcome.status, 0) << outcome.output;
+  std::vector<std::string> expected;
+  for (const Case& c : cases) expected.push_back(c.expected);
+  EXPECT_EQ(chosen(outcome.output), expected);
+}
+
+TEST_F(InstalledRuntimes, EmptyDirectoryFindsNothing) {
+  std::string jvm = tmp / "jvm";
+  fs::createDirectory(jvm, true);
+  auto launcher = launch({});
+  test::ChildOutcome outcome = withInstalledRuntimes(jvm, [&] {
+    OptionalString found = launcher->findJavaBundle();
+    std::printf("chosen: %s %s\n", found.value_or("none").c_str(), launcher->javaBundlePath.value_or("none").c_str());
+    return 0;
+  });
+  ASSERT_EQ(outcome.status, 0) << outcome.output;
+  EXPECT_EQ(chosen(outcome.output), std::vector<std::string>{"none none"});
+}
+
+TEST_F(InstalledRuntimes, UnreadableRuntimesAreSkipped) {
+  // Checked as an ordinary user: the superuser reads everything.
+  std::string jvm = tmp / "jvm";
+  makeFakeRuntime(jvm + "/jdk-99", "99", "home");
+  makeFakeRuntime(jvm + "/jdk-98", "98", "bundle");
+  makeFakeRuntime(jvm + "/jdk-1.8", "1.8.0_291", "home");
+  ASSERT_EQ(chmod((jvm + "/jdk-99").c_str(), 0), 0);
+  ASSERT_EQ(chmod((jvm + "/jdk-98/Contents/Info.plist").c_str(), 0), 0);
+  ASSERT_EQ(chmod(tmp.path().c_str(), 0755), 0);
+  auto launcher = launch({});
+  test::ChildOutcome outcome = withInstalledRuntimes(jvm, [&] {
+    const uid_t nobody = 65534;
+    if (setgroups(0, nullptr) != 0 || setresgid(nobody, nobody, nobody) != 0 || setresuid(nobody, nobody, nobody) != 0) {
+      std::perror("dropping privileges");
+      return 92;
+    }
+    const std::string installed = platform::installedRuntimesDirectory();
+    std::printf("chosen: %s\n", RuntimeBundle::open(installed + "/jdk-99") ? "opened" : "not opened");
+    std::printf("chosen: %zu keys\n", RuntimeBundle::open(installed + "/jdk-98")->infoDictionary().asDictionary()->size());
+    OptionalString found = launcher->findJavaBundle();
+    std::printf("chosen: %s\n", found ? path::lastComponent(*found).c_str() : "none");
+    return 0;
+  });
+  ASSERT_EQ(outcome.status, 0) << outcome.output;
+  EXPECT_EQ(chosen(outcome.output), (std::vector<std::string>{"not opened", "0 keys", "jdk-1.8"}));
+}
+
+}  // namespace
+}  // namespace bwk
