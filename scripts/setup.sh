@@ -9,6 +9,7 @@ packages=(
   openjdk-17-jdk-headless
   python3 unzip
   libarchive-tools hyperfine
+  clang libclang-rt-14-dev
   xvfb xdotool x11-apps imagemagick libgtk-3-0 libgtk-3-dev
   util-linux
 )
