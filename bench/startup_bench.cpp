@@ -1,5 +1,6 @@
 // Start-up cost of the launcher: the same Java program started through a launcher bundle and
 // through the runtime's own bin/java with the same options, interleaved run by run.
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
@@ -14,6 +15,13 @@ int main(int argc, char** argv) {
   std::string jar = argc > 2 ? argv[2] : "build/demo/Hello.app/Contents/Resources/app/lib/hello.jar";
   std::string jdk = argc > 3 ? argv[3] : "/usr/lib/jvm/java-17-openjdk-amd64";
   int pairs = argc > 4 ? std::atoi(argv[4]) : 40;
+  // The launcher enters the bundle before the runtime starts: paths must be absolute.
+  char resolved[4096];
+  if (!realpath(jar.c_str(), resolved)) {
+    std::fprintf(stderr, "no %s: build the project first\n", jar.c_str());
+    return 1;
+  }
+  jar = resolved;
 
   std::string dir = tempDirectory("bwk-startup");
   std::string app = dir + "/Hello.app";
@@ -31,10 +39,16 @@ int main(int argc, char** argv) {
   std::vector<std::string> viaJava{jdk + "/bin/java", "-Dfenmo.moduleName=" + app, "-Djava.class.path=" + jar,
                                    "-Dbwk.jreBundle=" + jdk, "Hello", "x"};
 
-  // Warm the page cache and the class-data archive before measuring.
+  // Warm the page cache and the class-data archive before measuring; the first runs' output
+  // is kept to tell why a start fails.
   for (int i = 0; i < 3; ++i) {
-    runMeasured(viaLauncher);
-    runMeasured(viaJava);
+    Sample a = runMeasured(viaLauncher, dir + "/launcher.out");
+    Sample b = runMeasured(viaJava, dir + "/java.out");
+    if (a.status != 0 || b.status != 0) {
+      std::fprintf(stderr, "a start failed (launcher %d, java %d); output:\n", a.status, b.status);
+      shell("cat '" + dir + "/launcher.out' '" + dir + "/java.out' >&2");
+      return 1;
+    }
   }
   std::vector<double> launcherTimes, javaTimes, ratios;
   long launcherRss = 0, javaRss = 0;
