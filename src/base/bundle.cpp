@@ -1,7 +1,6 @@
 #include "base/bundle.h"
 
 #include <algorithm>
-#include <memory>
 #include <mutex>
 
 #include "base/fs.h"
@@ -17,14 +16,13 @@ namespace {
 // Guards the lazily read Info dictionary and strings table of every bundle, and the main
 // bundle itself: the main thread and the worker both ask.
 std::mutex& bundleMutex() {
-  static std::mutex m;
-  return m;
+  static std::mutex* m = new std::mutex;  // never destroyed, like the main bundle below
+  return *m;
 }
 
-std::unique_ptr<Bundle>& mainBundleSlot() {
-  static std::unique_ptr<Bundle> bundle;
-  return bundle;
-}
+// The main bundle lives until the process ends and is never destroyed: the worker calls
+// exit() while other threads may still be reading it.
+Bundle* mainBundle = nullptr;
 
 // "de_DE.UTF-8@euro" -> "de_DE" then "de"; the C locale names no language.
 void addLocaleLanguages(const std::string& locale, std::vector<std::string>& out) {
@@ -41,14 +39,14 @@ Bundle::Bundle(std::string path) : path_(std::move(path)) {}
 
 const Bundle& Bundle::main() {
   std::lock_guard<std::mutex> lock(bundleMutex());
-  std::unique_ptr<Bundle>& slot = mainBundleSlot();
-  if (!slot) slot = std::make_unique<Bundle>(platform::mainBundlePath());
-  return *slot;
+  if (!mainBundle) mainBundle = new Bundle(platform::mainBundlePath());
+  return *mainBundle;
 }
 
 void Bundle::resetMain() {
   std::lock_guard<std::mutex> lock(bundleMutex());
-  mainBundleSlot().reset();
+  delete mainBundle;
+  mainBundle = nullptr;
 }
 
 std::string Bundle::resourcePath() const { return path::append(path_, "Contents/Resources"); }

@@ -14,6 +14,15 @@ namespace {
 
 constexpr int kMaxDepth = 512;
 
+// "<name>"; built by appending, which also keeps GCC 12's -Wrestrict false positive on
+// `"<" + std::string(...)` away.
+std::string tag(std::string_view name) {
+  std::string out = "<";
+  out += name;
+  out += '>';
+  return out;
+}
+
 bool isXmlSpace(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
 
 std::string_view trimXmlSpace(std::string_view s) {
@@ -198,7 +207,7 @@ class XmlReader {
     if (child.type() == pugi::node_element) return true;
     if ((child.type() == pugi::node_pcdata || child.type() == pugi::node_cdata) &&
         !trimXmlSpace(child.value()).empty()) {
-      fail(child, std::string("unexpected text in <") + container + ">");
+      fail(child, "unexpected text in " + tag(container));
       return false;
     }
     return true;
@@ -208,7 +217,7 @@ class XmlReader {
     std::string out;
     for (pugi::xml_node child : node.children()) {
       if (child.type() == pugi::node_pcdata || child.type() == pugi::node_cdata) out += child.value();
-      else if (child.type() == pugi::node_element) return fail(child, std::string("unexpected element inside <") + node.name() + ">");
+      else if (child.type() == pugi::node_element) return fail(child, "unexpected element inside " + tag(node.name()));
     }
     return out;
   }
@@ -219,7 +228,7 @@ class XmlReader {
     if (name == "dict") return dictionary(node, depth);
     if (name == "array") return array(node, depth);
     if (name == "true" || name == "false") {
-      if (node.first_child() && !trimXmlSpace(node.child_value()).empty()) return fail(node, "<" + std::string(name) + "> must be empty");
+      if (node.first_child() && !trimXmlSpace(node.child_value()).empty()) return fail(node, tag(name) + " must be empty");
       return PlistValue(name == "true");
     }
     std::optional<std::string> text = textOf(node);
@@ -246,7 +255,7 @@ class XmlReader {
       return PlistValue(PlistData{std::move(*bytes)});
     }
     if (name == "key") return fail(node, "<key> outside a <dict>");
-    return fail(node, "unknown element <" + std::string(name) + ">");
+    return fail(node, "unknown element " + tag(name));
   }
 
   std::optional<PlistValue> array(pugi::xml_node node, int depth) {
@@ -268,7 +277,7 @@ class XmlReader {
       if (!checkIgnorable(child, "dict")) return std::nullopt;
       if (child.type() != pugi::node_element) continue;
       if (!key) {
-        if (std::string_view(child.name()) != "key") return fail(child, "<" + std::string(child.name()) + "> where a <key> belongs");
+        if (std::string_view(child.name()) != "key") return fail(child, tag(child.name()) + " where a <key> belongs");
         key = textOf(child);
         if (!key) return std::nullopt;
         continue;
@@ -278,7 +287,7 @@ class XmlReader {
       entries.insert_or_assign(std::move(*key), std::move(*item));  // a repeated key: the last one wins
       key.reset();
     }
-    if (key) return fail(node, "<key>" + *key + "</key> without a value");
+    if (key) return fail(node, tag("key") + *key + "</key> without a value");
     return PlistValue(std::move(entries));
   }
 
