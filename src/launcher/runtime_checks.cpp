@@ -61,14 +61,17 @@ const char* Launcher::checkJavaVersion(const OptionalString& min, const Optional
 const char* Launcher::checkBundleVersion(const OptionalString& min, const OptionalString& max, bool allowBeta,
                                          bool plugin, const OptionalString& bundleVersion,
                                          const OptionalString& evarVersion, const OptionalString& infoString) {
-  auto reject = [] {
-    BWK_DLOG("%s [Line %d] check returned %s", nullptr);
-    return nullptr;
-  };
-  if (!bundleVersion) return reject();
+  // Every refusal logs the same line as an acceptance, with no version; written out at each
+  // place so that the log names this function.
+#define BWK_REFUSE()                                     \
+  do {                                                   \
+    BWK_DLOG("%s [Line %d] check returned %s", nullptr); \
+    return nullptr;                                      \
+  } while (0)
+  if (!bundleVersion) BWK_REFUSE();
   if (!allowBeta && (isBetaVersion(bundleVersion) || isBetaVersion(evarVersion) || isBetaVersion(infoString))) {
     BWK_DLOG("%s [Line %d] beta not allowed %@", bundleVersion);
-    return reject();
+    BWK_REFUSE();
   }
 
   std::vector<std::string> components = text::splitAny(*bundleVersion, "._-+");
@@ -80,16 +83,17 @@ const char* Launcher::checkBundleVersion(const OptionalString& min, const Option
   bool aboveMinimum = compareVersion(min, components, false);
   bool belowMaximum = compareVersion(max, components, true);
   BWK_DLOG("%s [Line %d] comparing4 %d %d", aboveMinimum, belowMaximum);
-  if (!aboveMinimum || !belowMaximum) return reject();
+  if (!aboveMinimum || !belowMaximum) BWK_REFUSE();
 
   // The text before the first "_" or "+": 1.8.0_291 gives 1.8.0, 17.0.2+8 gives 17.0.2.
   const char* shortVersion = copyForProcessLifetime(text::splitAny(*bundleVersion, "_+").front());
-  if (!shortVersion) return reject();
+  if (!shortVersion) BWK_REFUSE();
 
   javaVersion = bundleVersion;
   javaMajorVersion = majorVersion(components);
   BWK_DLOG("%s [Line %d] check returned %s", shortVersion);
   return shortVersion;
+#undef BWK_REFUSE
 }
 
 OptionalString Launcher::getJavaMinVersion() { return infoDictionary().string("bwk.minVersion"); }
