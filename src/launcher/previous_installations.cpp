@@ -44,27 +44,32 @@ void Launcher::findJavaPreviousInstallation(const PlistValue& infoDictionary, co
   if (directories.empty()) return;
 
   // One way only: after the first private runtime with a version file, no later directory
-  // is opened as a bundle, and the last such runtime's check decides launchJavaVersion.
+  // is opened as a bundle, and the last such runtime's check decides launchJavaVersion. A
+  // later directory without such a runtime leaves the accepted one in place: its path was
+  // never checked and must not be launched with another runtime's version.
   bool checkBundle = true;
   for (const std::string& directory : directories) {
     OptionalString bundleName = records->string("singleBundleName" + *appId + "_" + directory);
+    std::string candidate;
     if (bundleName) {
-      javaBundlePath = directory + "/" + *bundleName + "/Contents/Resources/jre.bundle";
-      if (!fs::exists(*javaBundlePath)) javaBundlePath = directory + "/" + *bundleName + "/Contents/PlugIns/jre.bundle";
+      candidate = directory + "/" + *bundleName + "/Contents/Resources/jre.bundle";
+      if (!fs::exists(candidate)) candidate = directory + "/" + *bundleName + "/Contents/PlugIns/jre.bundle";
     } else {
-      javaBundlePath = directory + "/.brackwood/jre.bundle";
-      if (!(fs::exists(*javaBundlePath) && fs::isDirectory(*javaBundlePath))) {
+      candidate = directory + "/.brackwood/jre.bundle";
+      if (!(fs::exists(candidate) && fs::isDirectory(candidate))) {
         std::string privateRuntime = directory + "/.brackwood/jre";
         if (fs::isDirectory(privateRuntime)) {
           if (OptionalString version = readVersionFile(privateRuntime)) {
-            javaBundlePath = privateRuntime;
+            candidate = privateRuntime;
             checkBundle = false;
+            javaBundlePath = privateRuntime;
             launchJavaVersion =
                 checkBundleVersion(min, max, allowBeta, false, version, std::nullopt, std::nullopt);
           }
         }
       }
     }
+    if (checkBundle) javaBundlePath = candidate;
     BWK_DLOG("%s [Line %d] checking %@", javaBundlePath);
 
     if (checkBundle && javaBundlePath && fs::exists(*javaBundlePath)) {

@@ -51,9 +51,9 @@ TEST_F(PreviousInstallations, PrivateRuntimeStopsBundleChecks) {
   makeFakeRuntime(b + "/.brackwood/jre.bundle", "1.8.0_300", "bundle");
   writeRecords({{"allinstdirs1234-5678", a + ";" + b}});
   auto launcher = search();
-  // The loop goes on after a's runtime was accepted: b's path is still recorded as the last
-  // one tried, but b is never opened, and the version stays a's.
-  EXPECT_EQ(result, b + "/.brackwood/jre.bundle");
+  // The loop goes on after a's runtime was accepted, but b is never opened and a's runtime
+  // stays the result.
+  EXPECT_EQ(result, a + "/.brackwood/jre");
   EXPECT_STREQ(launchJavaVersion, "1.8.0");
   EXPECT_EQ(launcher->javaVersion, "1.8.0_291");
   EXPECT_EQ(launcher->javaBundle, nullptr);
