@@ -92,7 +92,10 @@ std::string globallyUniqueString() {
     out += hex[digit(device)];
   }
   static unsigned counter = 0;
-  out += "-" + std::to_string(getpid()) + "-" + std::to_string(++counter);
+  out += '-';
+  out += std::to_string(getpid());
+  out += '-';
+  out += std::to_string(++counter);
   return out;
 }
 
