@@ -62,8 +62,8 @@ std::string formatString(std::string_view fmt, const std::vector<FormatArg>& arg
       continue;
     }
     // Flags, width and precision are carried through to snprintf for numbers.
-    std::string spec = "%";
-    while (j < fmt.size() && std::string_view("-+ #0123456789.").find(fmt[j]) != std::string_view::npos) spec += fmt[j++];
+    std::string flags = "%";
+    while (j < fmt.size() && std::string_view("-+ #0123456789.").find(fmt[j]) != std::string_view::npos) flags += fmt[j++];
     int longs = 0;
     while (j < fmt.size() && (fmt[j] == 'l' || fmt[j] == 'h' || fmt[j] == 'z' || fmt[j] == 'q')) {
       if (fmt[j] == 'l' || fmt[j] == 'q' || fmt[j] == 'z') ++longs;
@@ -86,14 +86,14 @@ std::string formatString(std::string_view fmt, const std::vector<FormatArg>& arg
         break;
       case 'd':
       case 'i':
-        std::snprintf(buf, sizeof buf, (spec + "lld").c_str(),
+        std::snprintf(buf, sizeof buf, (flags + "lld").c_str(),
                       longs ? asInteger(*arg) : static_cast<long long>(static_cast<int>(asInteger(*arg))));
         out += buf;
         break;
       case 'u':
       case 'x':
       case 'X':
-        std::snprintf(buf, sizeof buf, (spec + "ll" + conv).c_str(),
+        std::snprintf(buf, sizeof buf, (flags + "ll" + conv).c_str(),
                       longs ? static_cast<unsigned long long>(asInteger(*arg))
                             : static_cast<unsigned long long>(static_cast<unsigned int>(asInteger(*arg))));
         out += buf;
@@ -104,7 +104,7 @@ std::string formatString(std::string_view fmt, const std::vector<FormatArg>& arg
       case 'f':
       case 'g':
       case 'e':
-        std::snprintf(buf, sizeof buf, (spec + conv).c_str(),
+        std::snprintf(buf, sizeof buf, (flags + conv).c_str(),
                       arg->kind() == FormatArg::Kind::Real ? arg->real() : static_cast<double>(asInteger(*arg)));
         out += buf;
         break;
@@ -112,7 +112,7 @@ std::string formatString(std::string_view fmt, const std::vector<FormatArg>& arg
         out += static_cast<char>(asInteger(*arg));
         break;
       default:
-        out += spec;
+        out += flags;
         out += conv;
         break;
     }
