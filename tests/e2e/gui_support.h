@@ -1,6 +1,7 @@
 #pragma once
 // A private X server for the window tests, processes started in the background, screenshots
 // and the small images that go into icon files.
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
@@ -175,6 +176,43 @@ class Xvfb {
       if (key == "HEIGHT") g.height = value;
     }
     return g;
+  }
+
+  // Asks a window to close as a window manager does (WM_DELETE_WINDOW). libX11 is opened at
+  // run time: the tests link no X library.
+  bool requestClose(const std::string& window) const {
+    // Xlib's client message event, spelled out: Xlib's headers clash with the test framework.
+    struct ClientMessage {
+      int type;
+      unsigned long serial;
+      int sendEvent;
+      void* display;
+      unsigned long window, messageType;
+      int format;
+      long data[5];
+    };
+    union Event {
+      ClientMessage message;
+      long pad[24];
+    };
+    constexpr int kClientMessage = 33;
+    void* x11 = dlopen("libX11.so.6", RTLD_NOW | RTLD_LOCAL);
+    if (!x11) return false;
+    auto open = reinterpret_cast<void* (*)(const char*)>(dlsym(x11, "XOpenDisplay"));
+    auto atom = reinterpret_cast<unsigned long (*)(void*, const char*, int)>(dlsym(x11, "XInternAtom"));
+    auto send = reinterpret_cast<int (*)(void*, unsigned long, int, long, Event*)>(dlsym(x11, "XSendEvent"));
+    auto closeDisplay = reinterpret_cast<int (*)(void*)>(dlsym(x11, "XCloseDisplay"));
+    void* d = open && atom && send && closeDisplay ? open(display_.c_str()) : nullptr;
+    if (!d) return false;
+    Event event{};
+    event.message.type = kClientMessage;
+    event.message.window = std::stoul(window);
+    event.message.messageType = atom(d, "WM_PROTOCOLS", 0);
+    event.message.format = 32;
+    event.message.data[0] = static_cast<long>(atom(d, "WM_DELETE_WINDOW", 0));
+    bool sent = send(d, event.message.window, 0, 0, &event) != 0;
+    closeDisplay(d);  // flushes the request
+    return sent;
   }
 
   // The whole screen as RGB bytes, row by row; also written as PNG to `png` when given.

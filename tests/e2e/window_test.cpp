@@ -145,6 +145,24 @@ TEST_F(Window, ShowsProgressAndCancelEndsTheStart) {
   EXPECT_EQ(x.xdotool("search --onlyvisible --name '^Installing Slowpoke$'"), "");
 }
 
+TEST_F(Window, ClosingTheWindowDuringExtractionCancels) {
+  std::string gz = runtimeArchive(24);
+  std::string app = bundle();
+  auto feeder = feedArchive(app, gz, 64 * 1024, 25);
+  Background launcher({app + "/Contents/MacOS/Slowpoke"}, env({"BRACKWOOD_LOG=yes"}));
+  std::string window = x.waitForWindow("^Installing Slowpoke$", 20);
+  ASSERT_FALSE(window.empty());
+  std::this_thread::sleep_for(std::chrono::milliseconds(500));
+  ASSERT_TRUE(x.requestClose(window));
+  Background::Result r = launcher.finish(20);
+  EXPECT_EQ(r.status, 1) << r.err;
+  // No support library is loaded before the runtime starts: the quit is not taken over.
+  EXPECT_TRUE(text::contains(r.err, "lib name (null)")) << r.err;
+  EXPECT_TRUE(text::contains(r.err, "terminate now")) << r.err;
+  EXPECT_EQ(entriesIn(tmp / "t"), 0) << "the temporary directory is removed";
+  EXPECT_FALSE(fs::exists(record));
+}
+
 TEST_F(Window, HiddenProgressWindowStillStartsTheApplication) {
   std::string gz = runtimeArchive(2);
   std::string app = bundle({{"bwk.initialProgress", false}});
