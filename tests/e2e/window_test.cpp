@@ -127,7 +127,7 @@ TEST_F(Window, ShowsProgressAndCancelEndsTheStart) {
   std::this_thread::sleep_for(std::chrono::milliseconds(400));
   std::string first = x.screenshot(tmp / "first.png");
   std::this_thread::sleep_for(std::chrono::milliseconds(800));
-  std::string second = x.screenshot("/tmp/bwk-window-test-progress.png");
+  std::string second = x.screenshot(std::string(BWK_BINARY_DIR) + "/window-test-progress.png");
   EXPECT_GT(changedPixels(first, second, g), 40) << "the bar does not move";
   // The icon is the largest image of the container, scaled to the window's icon size.
   EXPECT_GT(pixelsOfColour(second, g, kMagenta[0], kMagenta[1], kMagenta[2]), 3000);
@@ -222,7 +222,7 @@ TEST_F(Window, MissingRuntimeLeavesAnAlertThatOutlivesTheLauncher) {
 
   std::string alert = x.waitForWindow("^Slowpoke$", 10);
   ASSERT_FALSE(alert.empty()) << "no alert on screen";
-  x.screenshot("/tmp/bwk-window-test-alert.png");
+  x.screenshot(std::string(BWK_BINARY_DIR) + "/window-test-alert.png");
   pid_t pid = static_cast<pid_t>(std::atoi(x.xdotool("getwindowpid " + alert).c_str()));
   ASSERT_GT(pid, 0);
   EXPECT_NE(pid, launcher.pid());
@@ -266,7 +266,7 @@ public class SwingCheck {
   Background launcher({app + "/Contents/MacOS/Slowpoke", "23"}, env());
   std::string frame = x.waitForWindow("^Swing check$", 60);
   EXPECT_FALSE(frame.empty()) << "the Swing window did not appear";
-  if (!frame.empty()) x.screenshot("/tmp/bwk-window-test-swing.png");
+  if (!frame.empty()) x.screenshot(std::string(BWK_BINARY_DIR) + "/window-test-swing.png");
   Background::Result r = launcher.finish(90);
   EXPECT_EQ(r.status, 23) << r.err;
   EXPECT_TRUE(text::contains(r.out, "look and feel GTK")) << r.out << r.err;
