@@ -135,8 +135,8 @@ inline std::map<std::string, std::string> snapshot(const std::string& root, cons
     struct stat st;
     ::lstat(p.c_str(), &st);
     std::string what = std::to_string(st.st_mode) + " " + std::to_string(st.st_size) + " " + std::to_string(st.st_ino);
-    if (S_ISLNK(st.st_mode)) what += " -> " + stdfs::read_symlink(p, ec).string();
-    if (S_ISREG(st.st_mode)) what += " " + readFile(p);
+    if (S_ISLNK(st.st_mode)) what.append(" -> ").append(stdfs::read_symlink(p, ec).string());
+    if (S_ISREG(st.st_mode)) what.append(" ").append(readFile(p));
     items[p] = what;
   }
   return items;

@@ -97,7 +97,7 @@ std::vector<ArchiveCase> archiveCases() {
        true,
        {},
        {{std::string(120, 'L') + "/" + std::string(130, 'n'), "long"},
-        {std::string(110, 's'), "->" + std::string(150, 't')},
+        {std::string(110, 's'), std::string("->").append(150, 't')},
         {std::string(99, 'd'), "/"},
         {"second", "2"},
         {"own", "3"},
@@ -239,7 +239,7 @@ std::string describe(const std::string& path) {
   struct stat st;
   if (::lstat(path.c_str(), &st) != 0) return "(missing)";
   if (S_ISDIR(st.st_mode)) return "/";
-  if (S_ISLNK(st.st_mode)) return "->" + stdfs::read_symlink(path).string();
+  if (S_ISLNK(st.st_mode)) return std::string("->").append(stdfs::read_symlink(path).string());
   if (S_ISREG(st.st_mode)) return readFile(path);
   return "(other)";
 }
