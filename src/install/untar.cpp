@@ -351,6 +351,9 @@ bool UnTar::extractFile(gzFile stream, const std::string& path, uint64_t length,
     if (n <= 0 || std::fwrite(buffer, 1, static_cast<size_t>(n), file.get()) != static_cast<size_t>(n) ||
         std::ferror(file.get())) {
       BWK_SYSLOG("%s [Line %d] ERROR: stream error");
+      // A file cut short by a damaged archive is worse than none: a truncated library
+      // crashes the process that maps it.
+      ::unlink(path.c_str());
       return false;
     }
     written += static_cast<uint64_t>(n);

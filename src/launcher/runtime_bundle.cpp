@@ -42,7 +42,9 @@ PlistValue infoOf(const std::string& directory) {
     if (info && info->isDictionary()) return *info;
     return PlistValue(PlistDict{});
   }
-  std::string release = path::append(directory, "release");
+  // No Info.plist: the runtime home's "release" file describes it (a plain home, or a
+  // bundle-shaped directory such as an unpacked runtime archive holding Contents/Home).
+  std::string release = path::append(runtimeHome(directory), "release");
   if (!fs::isDirectory(release)) {
     if (std::optional<std::string> version = releaseJavaVersion(release))
       return PlistValue(PlistDict{{"JavaVM", PlistValue(PlistDict{{"JVMVersion", *version}})}});

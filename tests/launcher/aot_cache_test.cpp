@@ -109,11 +109,5 @@ TEST_F(AotCache, MovedRuntimeOrOtherInstallationUsesAnotherFile) {
   EXPECT_NE(first[2], second[2]);
 }
 
-TEST_F(AotCache, UnwritableCacheDirectoryAddsNothing) {
-  if (geteuid() == 0) GTEST_SKIP() << "root writes everywhere";
-  shell("mkdir -p " + tmp / "ro && chmod 555 " + tmp / "ro");
-  EXPECT_TRUE(optionsOf(*launcherFor({{"AotCacheEnabled", true}, {"AotCacheBuildId", "b"}, {"AotCachePath", tmp / "ro/app"}})).empty());
-}
-
 }  // namespace
 }  // namespace bwk::test
