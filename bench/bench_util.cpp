@@ -1,6 +1,7 @@
 #include "bench_util.h"
 
 #include <fcntl.h>
+#include <spawn.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -10,27 +11,52 @@
 #include <cstdlib>
 #include <stdexcept>
 
+extern char** environ;
+
 namespace bwk::bench {
 
-Sample runMeasured(const std::vector<std::string>& argv, const std::string& outputFile) {
-  std::vector<char*> cargv;
-  for (const std::string& a : argv) cargv.push_back(const_cast<char*>(a.c_str()));
-  cargv.push_back(nullptr);
+namespace {
+
+std::vector<char*> pointers(std::vector<std::string>& strings) {
+  std::vector<char*> out;
+  for (std::string& s : strings) out.push_back(s.data());
+  out.push_back(nullptr);
+  return out;
+}
+
+double seconds(const timeval& tv) { return static_cast<double>(tv.tv_sec) + static_cast<double>(tv.tv_usec) / 1e6; }
+
+}  // namespace
+
+pid_t startProcess(const std::vector<std::string>& argv, const std::string& outputFile,
+                   const std::vector<std::string>& environment) {
+  std::vector<std::string> argvCopy = argv, envCopy = environment;
+  std::vector<char*> a = pointers(argvCopy), e = pointers(envCopy);
+  const char* output = outputFile.empty() ? "/dev/null" : outputFile.c_str();
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_addopen(&actions, 1, output, O_WRONLY | O_CREAT | O_TRUNC, 0644);
+  posix_spawn_file_actions_adddup2(&actions, 1, 2);
+  pid_t pid = -1;
+  if (posix_spawn(&pid, a[0], &actions, nullptr, a.data(), environment.empty() ? environ : e.data()) != 0) pid = -1;
+  posix_spawn_file_actions_destroy(&actions);
+  return pid;
+}
+
+Sample runMeasured(const std::vector<std::string>& argv, const std::string& outputFile,
+                   const std::vector<std::string>& environment) {
   auto start = std::chrono::steady_clock::now();
-  pid_t pid = fork();
-  if (pid == 0) {
-    int out = open(outputFile.empty() ? "/dev/null" : outputFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    dup2(out, 1);
-    dup2(out, 2);
-    execv(cargv[0], cargv.data());
-    _exit(127);
+  pid_t pid = startProcess(argv, outputFile, environment);
+  Sample s;
+  if (pid < 0) {
+    s.status = 127;
+    return s;
   }
   int status = 0;
   struct rusage usage {};
   wait4(pid, &status, 0, &usage);
-  auto end = std::chrono::steady_clock::now();
-  Sample s;
-  s.seconds = std::chrono::duration<double>(end - start).count();
+  s.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  s.cpuSeconds = seconds(usage.ru_utime) + seconds(usage.ru_stime);
   s.maxRssKb = usage.ru_maxrss;
   s.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
   return s;

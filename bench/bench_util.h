@@ -1,5 +1,8 @@
 #pragma once
-// Timing helpers shared by the benchmarks: run a command to completion, take medians.
+// Helpers shared by the benchmarks: start a command and measure it to its end, take medians,
+// make scratch directories.
+#include <sys/types.h>
+
 #include <string>
 #include <vector>
 
@@ -7,13 +10,20 @@ namespace bwk::bench {
 
 struct Sample {
   double seconds = 0;
+  double cpuSeconds = 0;  // the child's user and system time: less disturbed by other load
   long maxRssKb = 0;
   int status = -1;
 };
 
-// Runs argv with standard output and error on /dev/null (or a file when given), waits, and
-// measures wall time and the child's peak resident set.
-Sample runMeasured(const std::vector<std::string>& argv, const std::string& outputFile = "");
+// Starts argv[0] (a path, not searched for) with standard output and error on `outputFile`,
+// or on /dev/null when none is given, and with `environment` (this process's own when empty).
+// The child's id, or -1 when it cannot be started.
+pid_t startProcess(const std::vector<std::string>& argv, const std::string& outputFile = "",
+                   const std::vector<std::string>& environment = {});
+// Runs argv like startProcess, waits, and measures wall time, CPU time and the child's peak
+// resident set. A command that cannot be started has status 127.
+Sample runMeasured(const std::vector<std::string>& argv, const std::string& outputFile = "",
+                   const std::vector<std::string>& environment = {});
 double median(std::vector<double> values);
 std::string tempDirectory(const std::string& prefix);
 int shell(const std::string& command);

@@ -7,12 +7,8 @@
 //
 // Usage: untar_bench [rounds] [jdk]
 #include <fcntl.h>
-#include <sys/resource.h>
-#include <sys/wait.h>
-#include <unistd.h>
 #include <zlib.h>
 
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -45,36 +41,6 @@ long long inflateToNowhere(const char* archive, unsigned bufferSize, unsigned re
   while ((n = gzread(stream, buffer.data(), readSize)) > 0) total += n;
   bool ok = n == 0 && gzclose(stream) == Z_OK;
   return ok ? total : -1;
-}
-
-struct Timing {
-  double wall = 0;
-  double cpu = 0;  // user and system time of the child: less disturbed by other load
-  int status = -1;
-};
-
-Timing runTimed(const std::vector<std::string>& argv) {
-  std::vector<char*> cargv;
-  for (const std::string& a : argv) cargv.push_back(const_cast<char*>(a.c_str()));
-  cargv.push_back(nullptr);
-  auto start = std::chrono::steady_clock::now();
-  pid_t pid = fork();
-  if (pid == 0) {
-    int null = ::open("/dev/null", O_WRONLY);
-    ::dup2(null, 1);
-    ::dup2(null, 2);
-    ::execv(cargv[0], cargv.data());
-    ::_exit(127);
-  }
-  int status = 0;
-  struct rusage usage {};
-  ::wait4(pid, &status, 0, &usage);
-  Timing t;
-  t.wall = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-  auto seconds = [](const timeval& tv) { return static_cast<double>(tv.tv_sec) + static_cast<double>(tv.tv_usec) / 1e6; };
-  t.cpu = seconds(usage.ru_utime) + seconds(usage.ru_stime);
-  t.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-  return t;
 }
 
 std::string selfPath() { return stdfs::read_symlink("/proc/self/exe").string(); }
@@ -178,8 +144,8 @@ int main(int argc, char** argv) {
   // The extractor must produce what bsdtar produces before its speed means anything; this
   // also warms the page cache with the archive.
   std::string mine = freshDirectory("check-untar"), theirs = freshDirectory("check-bsdtar");
-  if (runTimed({self, "--extract", archive, mine, std::to_string(length)}).status != 0 ||
-      runTimed({"/usr/bin/bsdtar", "-xf", archive, "-C", theirs}).status != 0 ||
+  if (runMeasured({self, "--extract", archive, mine, std::to_string(length)}).status != 0 ||
+      runMeasured({"/usr/bin/bsdtar", "-xf", archive, "-C", theirs}).status != 0 ||
       shell("diff -r --no-dereference '" + mine + "' '" + theirs + "' > /dev/null") != 0) {
     std::fprintf(stderr, "the extractor's result differs from bsdtar's (see %s)\n", runs.c_str());
     return 1;
@@ -190,13 +156,13 @@ int main(int argc, char** argv) {
   for (int round = 0; round < rounds; ++round) {
     for (Contestant& c : all) {
       std::string dir = freshDirectory("run");
-      Timing t = runTimed(c.argv(self, archive, dir, length));
-      if (t.status != 0) {
-        std::fprintf(stderr, "%s failed with status %d\n", c.name.c_str(), t.status);
+      Sample s = runMeasured(c.argv(self, archive, dir, length));
+      if (s.status != 0) {
+        std::fprintf(stderr, "%s failed with status %d\n", c.name.c_str(), s.status);
         return 1;
       }
-      c.wall.push_back(t.wall);
-      c.cpu.push_back(t.cpu);
+      c.wall.push_back(s.seconds);
+      c.cpu.push_back(s.cpuSeconds);
       stdfs::remove_all(dir);
     }
   }

@@ -2,10 +2,8 @@
 // X server, and the whole run of a launch (a recording stand-in runtime) with the window,
 // without a display, and where the display or GTK cannot be used.
 #include <X11/Xlib.h>
-#include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
-#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -24,30 +22,11 @@ extern char** environ;
 
 namespace {
 
-pid_t spawn(std::vector<std::string> argv, const std::vector<std::string>& env, bool quiet) {
-  std::vector<char*> a, e;
-  for (std::string& s : argv) a.push_back(s.data());
-  a.push_back(nullptr);
-  std::vector<std::string> envCopy = env;
-  for (std::string& s : envCopy) e.push_back(s.data());
-  e.push_back(nullptr);
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  if (quiet) {
-    posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
-    posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
-  }
-  pid_t pid = -1;
-  if (posix_spawn(&pid, a[0], &actions, nullptr, a.data(), env.empty() ? environ : e.data()) != 0) pid = -1;
-  posix_spawn_file_actions_destroy(&actions);
-  return pid;
-}
-
 // Xvfb on a free display; its name, or "" when it does not start.
 std::string startXvfb(pid_t& pid) {
   int fds[2];
   if (pipe(fds) != 0) return "";
-  pid = spawn({"/usr/bin/Xvfb", "-displayfd", std::to_string(fds[1]), "-screen", "0", "800x600x24", "-nolisten", "tcp"}, {}, true);
+  pid = startProcess({"/usr/bin/Xvfb", "-displayfd", std::to_string(fds[1]), "-screen", "0", "800x600x24", "-nolisten", "tcp"});
   close(fds[1]);
   std::string number;
   char c;
@@ -77,7 +56,7 @@ bool timeWindow(Display* x, const std::string& executable, const std::vector<std
     XNextEvent(x, &ignored);
   }
   Clock::time_point start = Clock::now();
-  pid_t pid = spawn({executable}, env, true);
+  pid_t pid = startProcess({executable}, "", env);
   if (pid < 0) return false;
   toMap = -1;
   int fd = ConnectionNumber(x);
@@ -155,13 +134,11 @@ int main(int argc, char** argv) {
   std::printf("  %-42s %7.1f ms\n", "start to window mapped", median(mapTimes) * 1000);
   std::printf("  %-42s %7.1f ms\n", "whole run, window path", median(windowRuns) * 1000);
   for (const Variant& v : variants) {
-    std::vector<std::string> command{"/usr/bin/env", "-i"};
-    for (const std::string& e : environmentWith(v.changes)) command.push_back(e);
-    command.push_back("FAKE_JLI_STATUS=7");
-    command.push_back(executable);
+    std::vector<std::string> env = environmentWith(v.changes);
+    env.push_back("FAKE_JLI_STATUS=7");
     std::vector<double> times;
     for (int i = 0; i < runs + 2; ++i) {
-      Sample s = runMeasured(command);
+      Sample s = runMeasured({executable}, "", env);
       if (s.status != 7) {
         std::fprintf(stderr, "%s: status %d\n", v.name, s.status);
         return 1;
