@@ -21,6 +21,15 @@ class RuntimeArchive : public ::testing::Test {
     writeFile(app + "/Contents/Resources/en.lproj/Localizable.strings", "\"fenmo.InternalError\" = \"Internal error: %@\";\n");
     return app;
   }
+  // A fake runtime with one packed jar and a bin/unpack200 running `script`.
+  std::string bundleWithPackedRuntime(const std::string& script) {
+    std::string home = tmp / "stage/Contents/Home";
+    makeFakeRuntime(home, "17.0.2");
+    writeFile(home + "/lib/rt.jar.pack", "packed");
+    writeFile(home + "/bin/unpack200", "#!/bin/sh\n" + script + "\n");
+    shell("chmod +x " + home + "/bin/unpack200");
+    return bundleWithArchive(tmp / "stage", {{"MainClass", "M"}});
+  }
   RunResult start(const std::string& app, std::vector<std::string> args, std::vector<std::string> env = {}) {
     std::vector<std::string> argv{app + "/Contents/MacOS/Tool"};
     argv.insert(argv.end(), args.begin(), args.end());
@@ -63,12 +72,7 @@ TEST_F(RuntimeArchive, RealRuntimeFromTheArchive) {
 }
 
 TEST_F(RuntimeArchive, PackedJarsAreUnpackedBeforeTheLaunch) {
-  std::string home = tmp / "stage/Contents/Home";
-  makeFakeRuntime(home, "17.0.2");
-  writeFile(home + "/lib/rt.jar.pack", "packed");
-  writeFile(home + "/bin/unpack200", "#!/bin/sh\n[ \"$1\" = -r ] && cp \"$2\" \"$3\" && rm \"$2\"\n");
-  shell("chmod +x " + home + "/bin/unpack200");
-  std::string app = bundleWithArchive(tmp / "stage", {{"MainClass", "M"}});
+  std::string app = bundleWithPackedRuntime("[ \"$1\" = -r ] && cp \"$2\" \"$3\" && rm \"$2\"");
   RunResult r = start(app, {"arg"}, {"FAKE_JLI_STATUS=4"});
   EXPECT_EQ(r.status, 4) << r.err;
   Recorded rec = readRecord(tmp / "record.txt");
@@ -79,12 +83,7 @@ TEST_F(RuntimeArchive, PackedJarsAreUnpackedBeforeTheLaunch) {
 }
 
 TEST_F(RuntimeArchive, FailingUnpackerStopsTheStart) {
-  std::string home = tmp / "stage/Contents/Home";
-  makeFakeRuntime(home, "17.0.2");
-  writeFile(home + "/lib/rt.jar.pack", "packed");
-  writeFile(home + "/bin/unpack200", "#!/bin/sh\nexit 2\n");
-  shell("chmod +x " + home + "/bin/unpack200");
-  std::string app = bundleWithArchive(tmp / "stage", {{"MainClass", "M"}});
+  std::string app = bundleWithPackedRuntime("exit 2");
   RunResult r = start(app, {});
   EXPECT_EQ(r.status, 1);
   EXPECT_TRUE(text::contains(r.err, "ERROR: Internal error: could not run unpack200\n")) << r.err;
