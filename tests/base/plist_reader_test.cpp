@@ -44,44 +44,39 @@ const char* const kSamplePython = R"py({
 std::vector<std::pair<std::string, PlistValue>> sampleExpected() {
   PlistArray many;
   for (int i = 0; i < 20; ++i) many.emplace_back(i);
+  std::string longUtf16;
+  for (int i = 0; i < 40; ++i) longUtf16 += "ü";
   return {
-      {"string", "hello"},
-      {"empty", ""},
-      {"markup", "a<b>&c \"q\" 'a' ]]>"},
-      {"spaces", "  padded\n\tline  "},
-      {"umlaut", "Grüße"},
-      {"cjk", "日本"},
-      {"emoji", "\xF0\x9F\x98\x80 smile"},
-      {"long_ascii", std::string(40, 'x')},
-      {"long_utf16", [] { std::string s; for (int i = 0; i < 40; ++i) s += "ü"; return s; }()},
-      {"Grüße", "non-ASCII key"},
-      {"zero", 0},
-      {"u8", 255},
-      {"u16", 256},
-      {"u32", 65536},
-      {"two31", int64_t{1} << 31},
-      {"two32", int64_t{1} << 32},
-      {"max", std::numeric_limits<int64_t>::max()},
-      {"neg", -1},
-      {"neg_small", -200},
+      {"string", "hello"}, {"empty", ""}, {"markup", "a<b>&c \"q\" 'a' ]]>"}, {"spaces", "  padded\n\tline  "},
+      {"umlaut", "Grüße"}, {"cjk", "日本"}, {"emoji", "\xF0\x9F\x98\x80 smile"}, {"long_ascii", std::string(40, 'x')},
+      {"long_utf16", longUtf16}, {"Grüße", "non-ASCII key"},
+      {"zero", 0}, {"u8", 255}, {"u16", 256}, {"u32", 65536}, {"two31", int64_t{1} << 31}, {"two32", int64_t{1} << 32},
+      {"max", std::numeric_limits<int64_t>::max()}, {"neg", -1}, {"neg_small", -200},
       {"min", std::numeric_limits<int64_t>::min()},
-      {"real", 3.25},
-      {"negreal", -0.5},
-      {"huge", 1e300},
-      {"tiny", 5e-324},
-      {"realzero", 0.0},
-      {"yes", true},
-      {"no", false},
-      {"epoch2001", PlistDate{0}},
-      {"leapday", PlistDate{730902896}},
-      {"unix", PlistDate{-978307200}},
-      {"data", bytesUpTo255()},
-      {"nodata", PlistData{}},
-      {"array", PlistArray{1, "two", PlistArray{3.5}, PlistDict{}}},
-      {"many", many},
-      {"emptyarray", PlistArray{}},
+      {"real", 3.25}, {"negreal", -0.5}, {"huge", 1e300}, {"tiny", 5e-324}, {"realzero", 0.0}, {"yes", true}, {"no", false},
+      {"epoch2001", PlistDate{0}}, {"leapday", PlistDate{730902896}}, {"unix", PlistDate{-978307200}},
+      {"data", bytesUpTo255()}, {"nodata", PlistData{}},
+      {"array", PlistArray{1, "two", PlistArray{3.5}, PlistDict{}}}, {"many", many}, {"emptyarray", PlistArray{}},
       {"nested", PlistDict{{"a", PlistDict{{"b", PlistDict{{"c", PlistArray{"deep"}}}}}}}},
   };
+}
+
+// One case of a reader table: `errorPart` null means the input must parse to `expected`.
+struct ReadCase {
+  const char* name;
+  std::string input;
+  const char* errorPart;
+  PlistValue expected = PlistValue();
+};
+
+void expectOutcome(const ReadCase& c, const std::optional<PlistValue>& value, const std::string& error) {
+  if (!c.errorPart) {
+    ASSERT_TRUE(value) << c.name << ": " << error;
+    EXPECT_EQ(*value, c.expected) << c.name;
+  } else {
+    EXPECT_FALSE(value) << c.name;
+    EXPECT_NE(error.find(c.errorPart), std::string::npos) << c.name << ": " << error;
+  }
 }
 
 class PythonWrittenPlist : public testing::TestWithParam<bool> {};
@@ -139,34 +134,26 @@ TEST(PropertyListReader, ReadsXmlConvertedToUtf16) {
 
 // --- the format is chosen by content ---------------------------------------------------------
 
-struct DispatchCase {
-  const char* name;
-  std::string bytes;
-  const char* errorPrefix;  // null: must parse
-};
-
 TEST(PropertyListReader, ChoosesTheFormatByContent) {
   const std::string plist = "<plist version=\"1.0\"><dict><key>a</key><string>b</string></dict></plist>";
-  const DispatchCase cases[] = {
-      {"xml declaration after blanks", "  \n\t<?xml version=\"1.0\"?>" + plist, nullptr},
-      {"xml after a UTF-8 byte-order mark", "\xEF\xBB\xBF" + plist, nullptr},
-      {"doctype first", "<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\" \"x.dtd\">" + plist, nullptr},
-      {"text dictionary", "{ a = b; }", nullptr},
-      {"strings table", "\"a\" = \"b\";", nullptr},
+  const PlistValue ab = PlistDict{{"a", "b"}};
+  const ReadCase cases[] = {
+      {"xml declaration after blanks", "  \n\t<?xml version=\"1.0\"?>" + plist, nullptr, ab},
+      {"xml after a UTF-8 byte-order mark", "\xEF\xBB\xBF" + plist, nullptr, ab},
+      {"doctype first", "<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\" \"x.dtd\">" + plist, nullptr, ab},
+      {"text dictionary", "{ a = b; }", nullptr, ab},
+      {"strings table", "\"a\" = \"b\";", nullptr, ab},
       {"broken xml is reported as xml", "<plist><dict><key>a</key></plist>", "XML property list:"},
       {"bplist magic goes to the binary reader", "bplist00 but nothing else", "binary property list:"},
       {"anything else is text", "{ a = ", "text property list:"},
       {"empty input", "", "property list: empty input"},
   };
-  for (const DispatchCase& c : cases) {
+  for (const ReadCase& c : cases) {
     std::string error;
-    std::optional<PlistValue> value = readPropertyList(c.bytes, &error);
-    if (!c.errorPrefix) {
-      ASSERT_TRUE(value) << c.name << ": " << error;
-      EXPECT_EQ(value->string("a"), "b") << c.name;
-    } else {
-      EXPECT_FALSE(value) << c.name;
-      EXPECT_EQ(error.rfind(c.errorPrefix, 0), 0u) << c.name << ": " << error;
+    std::optional<PlistValue> value = readPropertyList(c.input, &error);
+    expectOutcome(c, value, error);
+    if (c.errorPart) {
+      EXPECT_EQ(error.rfind(c.errorPart, 0), 0u) << c.name << ": " << error;
     }
   }
 }
@@ -185,15 +172,8 @@ TEST(PropertyListReader, FileErrorsNameTheFile) {
 
 // --- XML --------------------------------------------------------------------------------------
 
-struct XmlCase {
-  const char* name;
-  const char* body;          // inside <plist>
-  const char* errorPart;     // null: must parse to `expected`
-  PlistValue expected = PlistValue();
-};
-
 TEST(XmlPropertyList, ValuesAndMalformedDocuments) {
-  const XmlCase cases[] = {
+  const ReadCase cases[] = {  // input: inside <plist>
       {"duplicate key: last wins", "<dict><key>k</key><string>1</string><key>k</key><string>2</string></dict>", nullptr,
        PlistDict{{"k", "2"}}},
       {"entities and cdata", "<string>&lt;&amp;&#x41;&#66;<![CDATA[<raw>]]></string>", nullptr, "<&AB<raw>"},
@@ -222,17 +202,11 @@ TEST(XmlPropertyList, ValuesAndMalformedDocuments) {
       {"two top values", "<string>a</string><string>b</string>", "more than one value"},
       {"empty plist", "", "empty <plist>"},
   };
-  for (const XmlCase& c : cases) {
-    std::string doc = std::string("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\">") + c.body + "</plist>\n";
+  for (const ReadCase& c : cases) {
     std::string error;
-    std::optional<PlistValue> value = readXmlPropertyList(doc, &error);
-    if (!c.errorPart) {
-      ASSERT_TRUE(value) << c.name << ": " << error;
-      EXPECT_EQ(*value, c.expected) << c.name;
-    } else {
-      EXPECT_FALSE(value) << c.name;
-      EXPECT_NE(error.find(c.errorPart), std::string::npos) << c.name << ": " << error;
-    }
+    std::optional<PlistValue> value =
+        readXmlPropertyList("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\">" + c.input + "</plist>\n", &error);
+    expectOutcome(c, value, error);
   }
 }
 
@@ -240,25 +214,6 @@ TEST(XmlPropertyList, SyntaxErrorsCarryTheLine) {
   std::string error;
   EXPECT_FALSE(readXmlPropertyList("<plist>\n<dict>\n<key>a</key>\n<string>b</strin>\n</dict></plist>", &error));
   EXPECT_NE(error.find("line 4"), std::string::npos) << error;
-}
-
-TEST(XmlPropertyList, DeepNestingIsRefusedNotOverflowed) {
-  std::string doc = "<plist>";
-  for (int i = 0; i < 20000; ++i) doc += "<array>";
-  for (int i = 0; i < 20000; ++i) doc += "</array>";
-  doc += "</plist>";
-  std::string error;
-  EXPECT_FALSE(readXmlPropertyList(doc, &error));
-  EXPECT_NE(error.find("nesting too deep"), std::string::npos) << error;
-}
-
-TEST(XmlPropertyList, EveryTruncationIsRefused) {
-  TempDir dir;
-  test::writePythonPlist(dir / "s.plist", kSamplePython, false);
-  std::string full = test::readFile(dir / "s.plist");
-  size_t end = full.rfind("</plist>");
-  ASSERT_NE(end, std::string::npos);
-  for (size_t n = 0; n <= end + 7; ++n) EXPECT_FALSE(readPropertyList(full.substr(0, n))) << "prefix " << n;
 }
 
 // --- binary -----------------------------------------------------------------------------------
@@ -300,16 +255,9 @@ std::string patchTrailer(std::string plist, size_t field, uint64_t value, size_t
   return plist;
 }
 
-struct BinaryCase {
-  const char* name;
-  std::string plist;
-  const char* errorPart;  // null: must parse to `expected`
-  PlistValue expected = PlistValue();
-};
-
 TEST(BinaryPropertyList, HandBuiltObjects) {
   const std::string oneInt = binaryPlist({bytes({0x10, 0x07})});
-  const BinaryCase cases[] = {
+  const ReadCase cases[] = {
       {"float32 real", binaryPlist({bytes({0x22, 0x40, 0x48, 0x00, 0x00})}), nullptr, 3.125},
       {"16-byte negative integer", binaryPlist({bytes({0x14, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF,
                                                        0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFE})}),
@@ -351,16 +299,10 @@ TEST(BinaryPropertyList, HandBuiltObjects) {
        "object offset"},
       {"too short", "bplist00" + std::string(20, '\0'), "too short"},
   };
-  for (const BinaryCase& c : cases) {
+  for (const ReadCase& c : cases) {
     std::string error;
-    std::optional<PlistValue> value = readBinaryPropertyList(c.plist, &error);
-    if (!c.errorPart) {
-      ASSERT_TRUE(value) << c.name << ": " << error;
-      EXPECT_EQ(*value, c.expected) << c.name;
-    } else {
-      EXPECT_FALSE(value) << c.name;
-      EXPECT_NE(error.find(c.errorPart), std::string::npos) << c.name << ": " << error;
-    }
+    std::optional<PlistValue> value = readBinaryPropertyList(c.input, &error);
+    expectOutcome(c, value, error);
   }
 }
 
@@ -368,15 +310,6 @@ std::string ref2(size_t i) {
   std::string s;
   putBigEndian(s, i, 2);
   return s;
-}
-
-TEST(BinaryPropertyList, DeepChainIsRefused) {
-  std::vector<std::string> objects;
-  for (size_t i = 0; i < 2000; ++i) objects.push_back(bytes({0xA1}) + ref2(i + 1));
-  objects.push_back(bytes({0x10, 0x01}));
-  std::string error;
-  EXPECT_FALSE(readBinaryPropertyList(binaryPlist(objects, 0, 2), &error));
-  EXPECT_NE(error.find("nesting too deep"), std::string::npos) << error;
 }
 
 // Each array holds the next one twice: 2^60 paths, 61 objects. Shared objects are read once.
@@ -407,14 +340,6 @@ TEST(BinaryPropertyList, RefusesAmplificationThroughSharedStrings) {
   std::string error;
   EXPECT_FALSE(readBinaryPropertyList(binaryPlist({array, string}), &error));
   EXPECT_NE(error.find("too much data"), std::string::npos) << error;
-}
-
-TEST(BinaryPropertyList, EveryTruncationIsRefused) {
-  TempDir dir;
-  test::writePythonPlist(dir / "s.plist", kSamplePython, true);
-  std::string full = test::readFile(dir / "s.plist");
-  ASSERT_TRUE(readPropertyList(full));
-  for (size_t n = 0; n < full.size(); ++n) EXPECT_FALSE(readBinaryPropertyList(full.substr(0, n), nullptr)) << "prefix " << n;
 }
 
 // Damaged files may happen to parse; they must never read outside the buffer (ASan checks).
@@ -500,20 +425,6 @@ TEST(TextPropertyList, StringsTablesInEveryEncoding) {
   }
 }
 
-TEST(TextPropertyList, EmptyAndCommentOnlyTablesAreEmptyDictionaries) {
-  for (const char* source : {"", "  \n", "/* nothing */ // here"}) {
-    std::optional<PlistValue> value = readTextPropertyList(source, nullptr);
-    ASSERT_TRUE(value) << source;
-    EXPECT_EQ(*value, PlistValue(PlistDict{})) << source;
-  }
-}
-
-TEST(TextPropertyList, InvalidUtf8IsReadAsLatin1) {
-  std::optional<PlistValue> value = readTextPropertyList("k = \"caf\xE9\";", nullptr);
-  ASSERT_TRUE(value);
-  EXPECT_EQ(value->string("k"), "café");
-}
-
 TEST(TextPropertyList, MalformedInput) {
   const std::pair<const char*, const char*> cases[] = {
       {"{ a = \"open; }", "unterminated quoted string"},
@@ -539,20 +450,51 @@ TEST(TextPropertyList, MalformedInput) {
   }
 }
 
-TEST(TextPropertyList, DeepNestingIsRefusedNotOverflowed) {
-  std::string error;
-  EXPECT_FALSE(readTextPropertyList(std::string(100000, '('), &error));
-  EXPECT_NE(error.find("nesting too deep"), std::string::npos) << error;
+TEST(TextPropertyList, EmptyTablesAndLatin1Fallback) {
+  const std::pair<const char*, PlistValue> cases[] = {
+      {"", PlistDict{}}, {"  \n", PlistDict{}}, {"/* nothing */ // here", PlistDict{}},
+      {"k = \"caf\xE9\";", PlistDict{{"k", "café"}}},  // invalid UTF-8 is read as Latin-1
+  };
+  for (const auto& [source, expected] : cases) {
+    std::optional<PlistValue> value = readTextPropertyList(source, nullptr);
+    ASSERT_TRUE(value) << source;
+    EXPECT_EQ(*value, expected) << source;
+  }
 }
 
-TEST(TextPropertyList, EveryPrefixIsSafe) {
-  const std::string source = "{ a = (\"x\\U00e9\\101\", <0a0b>, {b=c;}); \"d\" = 'e'; /* c */ f = g; }";
-  for (size_t n = 0; n < source.size(); ++n) {
-    std::optional<PlistValue> value = readTextPropertyList(source.substr(0, n), nullptr);
-    if (n > 0) {
-      EXPECT_FALSE(value) << "prefix " << n;
+// --- every format -----------------------------------------------------------------------------
+
+TEST(PropertyListReader, DeepNestingIsRefusedNotOverflowed) {
+  std::string opening, closing;
+  for (int i = 0; i < 20000; ++i) {
+    opening += "<array>";
+    closing += "</array>";
+  }
+  std::vector<std::string> chain;
+  for (size_t i = 0; i < 2000; ++i) chain.push_back(bytes({0xA1}) + ref2(i + 1));
+  chain.push_back(bytes({0x10, 0x01}));
+  for (const std::string& input : {"<plist>" + opening + closing + "</plist>", std::string(100000, '('), binaryPlist(chain, 0, 2)}) {
+    std::string error;
+    EXPECT_FALSE(readPropertyList(input, &error)) << input.substr(0, 16);
+    EXPECT_NE(error.find("nesting too deep"), std::string::npos) << error;
+  }
+}
+
+// Every prefix of a complete file is refused; the sanitizer build catches a read past the end.
+TEST(PropertyListReader, EveryTruncationIsRefused) {
+  TempDir dir;
+  for (bool binary : {false, true}) {
+    test::writePythonPlist(dir / "s.plist", kSamplePython, binary);
+    const std::string full = test::readFile(dir / "s.plist");
+    ASSERT_TRUE(readPropertyList(full));
+    const size_t end = binary ? full.size() : full.rfind("</plist>") + 8;
+    for (size_t n = 0; n < end; ++n) {
+      std::string prefix = full.substr(0, n);
+      EXPECT_FALSE(binary ? readBinaryPropertyList(prefix, nullptr) : readPropertyList(prefix)) << binary << " prefix " << n;
     }
   }
+  const std::string text = "{ a = (\"x\\U00e9\\101\", <0a0b>, {b=c;}); \"d\" = 'e'; /* c */ f = g; }";
+  for (size_t n = 1; n < text.size(); ++n) EXPECT_FALSE(readTextPropertyList(text.substr(0, n), nullptr)) << "text prefix " << n;
 }
 
 }  // namespace
