@@ -44,8 +44,6 @@ class AotCache : public LauncherFixture {
 
 const PlistDict enabled{{"AotCacheEnabled", true}, {"AotCacheBuildId", "b1"}};
 
-TEST_F(AotCache, CrcIsTheCommonOne) { EXPECT_EQ(crc("123456789"), 0xCBF43926UL); }
-
 TEST_F(AotCache, NothingUnlessEveryConditionHolds) {
   EXPECT_TRUE(optionsOf(*launcherFor({{"AotCacheBuildId", "b1"}})).empty());
   EXPECT_TRUE(optionsOf(*launcherFor({{"AotCacheEnabled", true}})).empty());

@@ -83,9 +83,12 @@ TEST_F(InstalledRuntimes, NewestNameFirst) {
 
   auto launcher = launch({});
   test::ChildOutcome outcome = withInstalledRuntimes(jvm, [&] {
-    while (OptionalString found = launcher->findJavaBundle()) {
+    // The whole runtime goes: a bundle without Info.plist is still described by its release file.
+    for (int round = 0; round < 20; ++round) {
+      OptionalString found = launcher->findJavaBundle();
+      if (!found) break;
       std::printf("chosen: %s\n", path::lastComponent(*found).c_str());
-      fs::removeItem(*found + "/Contents/Info.plist");
+      fs::removeItem(*found);
     }
     return 0;
   });
@@ -134,19 +137,6 @@ TEST_F(InstalledRuntimes, FirstInOrderWithinTheRange) {
   std::vector<std::string> expected;
   for (const Case& c : cases) expected.push_back(c.expected);
   EXPECT_EQ(chosen(outcome.output), expected);
-}
-
-TEST_F(InstalledRuntimes, EmptyDirectoryFindsNothing) {
-  std::string jvm = tmp / "jvm";
-  fs::createDirectory(jvm, true);
-  auto launcher = launch({});
-  test::ChildOutcome outcome = withInstalledRuntimes(jvm, [&] {
-    OptionalString found = launcher->findJavaBundle();
-    std::printf("chosen: %s %s\n", found.value_or("none").c_str(), launcher->javaBundlePath.value_or("none").c_str());
-    return 0;
-  });
-  ASSERT_EQ(outcome.status, 0) << outcome.output;
-  EXPECT_EQ(chosen(outcome.output), std::vector<std::string>{"none none"});
 }
 
 TEST_F(InstalledRuntimes, UnreadableRuntimesAreSkipped) {

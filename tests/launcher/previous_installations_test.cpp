@@ -60,18 +60,15 @@ TEST_F(PreviousInstallations, PrivateRuntimeStopsBundleChecks) {
   EXPECT_FALSE(launcher->previousJdkUsed);
 }
 
-TEST_F(PreviousInstallations, AcceptedPrivateRuntimeIsTheLastOne) {
-  privateRuntime(a, "1.8.0_291");
-  writeRecords({{"allinstdirs1234-5678", b + ";" + a}});
-  auto launcher = search();
-  EXPECT_EQ(result, a + "/.brackwood/jre");
-  EXPECT_STREQ(launchJavaVersion, "1.8.0");
-  EXPECT_FALSE(launcher->previousJdkUsed);
-}
-
+// The last private runtime decides: b's is out of range and replaces a's accepted one with
+// none, whichever order the records give.
 TEST_F(PreviousInstallations, LastPrivateRuntimeDecides) {
   privateRuntime(a, "1.8.0_291");
-  privateRuntime(b, "17.0.2");  // out of range: replaces the accepted one with none
+  writeRecords({{"allinstdirs1234-5678", b + ";" + a}});
+  EXPECT_FALSE(search()->previousJdkUsed);
+  EXPECT_EQ(result, a + "/.brackwood/jre");
+  EXPECT_STREQ(launchJavaVersion, "1.8.0");
+  privateRuntime(b, "17.0.2");
   writeRecords({{"allinstdirs1234-5678", a + ";" + b}});
   search();
   EXPECT_EQ(result, std::nullopt);

@@ -72,21 +72,16 @@ TEST_F(RuntimeSearch, OverrideLastSourceWins) {
   }
 }
 
-TEST_F(RuntimeSearch, OverrideInRangeBeatsShippedRuntime) {
-  shipped("Resources", "11.0.2");
+// An override in range beats the shipped runtime; out of range, the shipped one is used
+// whatever its version.
+TEST_F(RuntimeSearch, OverrideThenShippedRuntime) {
+  std::string inResources = shipped("Resources", "11.0.2");
   std::string override17 = runtime("override", "17.0.2");
   writeFile(tmp / "Apps/Tool.vmoptions", "-jvm=" + override17 + "\n");
-  auto launcher = launch({{"bwk.minVersion", "17"}});
-  EXPECT_EQ(launcher->findJavaBundle(), override17);
-  EXPECT_STREQ(launchJavaVersion, "17.0.2");
-}
-
-TEST_F(RuntimeSearch, OverrideOutOfRangeFallsBackToShippedRuntimeWithoutRange) {
-  std::string inResources = shipped("Resources", "11.0.2");
-  writeFile(tmp / "Apps/Tool.vmoptions", "-jvm=" + runtime("override", "17.0.2") + "\n");
-  auto launcher = launch({{"bwk.minVersion", "21"}});
-  EXPECT_EQ(launcher->findJavaBundle(), inResources);
-  EXPECT_STREQ(launchJavaVersion, "11.0.2");
+  for (auto [min, expected, version] : {std::tuple{"17", override17, "17.0.2"}, std::tuple{"21", inResources, "11.0.2"}}) {
+    EXPECT_EQ(launch({{"bwk.minVersion", min}})->findJavaBundle(), expected) << min;
+    EXPECT_STREQ(launchJavaVersion, version);
+  }
 }
 
 TEST_F(RuntimeSearch, FixedLocationsInOrder) {
@@ -218,24 +213,12 @@ TEST_F(RuntimeUnpacking, RefusedRuntimeIsStillUnpacked) {
   EXPECT_TRUE(fs::exists(home + "/lib/a.jar"));
 }
 
-TEST_F(RuntimeUnpacking, FailingToolEndsTheProcess) {
-  installUnpackTool(home, log, "exit 2");
-  auto launcher = launch({});
-  EXPECT_EXIT(launcher->findJavaBundle(), ::testing::ExitedWithCode(1), "ERROR: fenmo.InternalError");
-  EXPECT_FALSE(fs::existsNoFollow(home + "/_bwk_testdir"));
-}
-
 TEST_F(RuntimeUnpacking, ExistingTestDirectoryMeansNotWritable) {
   installUnpackTool(home, log, "exit 2");
   test::writeFile(home + "/_bwk_testdir/keep", "");
   auto launcher = launch({});
   EXPECT_EXIT(launcher->findJavaBundle(), ::testing::ExitedWithCode(1), "ERROR: NonWritablePackDir");
   EXPECT_TRUE(fs::exists(home + "/_bwk_testdir/keep"));
-}
-
-TEST_F(RuntimeUnpacking, ToolThatCannotStartReachesTheCaller) {
-  auto launcher = launch({});
-  EXPECT_THROW(launcher->findJavaBundle(), PlatformException);
 }
 
 TEST_F(RuntimeUnpacking, RuntimesOfTheSearchSequenceAreNotUnpacked) {

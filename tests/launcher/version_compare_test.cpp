@@ -21,13 +21,7 @@ TEST(TypeOfCharacter, AsciiClasses) {
   for (char c : std::string("azAZ")) EXPECT_EQ(Launcher::typeOfCharacter(std::string(1, c)), 1);
 }
 
-TEST(TypeOfCharacter, OnlyTheFirstCharacterDecides) {
-  EXPECT_EQ(Launcher::typeOfCharacter("9ea"), 0);
-  EXPECT_EQ(Launcher::typeOfCharacter("ea9"), 1);
-  EXPECT_EQ(Launcher::typeOfCharacter("-9"), 2);
-}
-
-TEST(TypeOfCharacter, UnicodeCategories) {
+TEST(TypeOfCharacter, UnicodeCategoriesAndFirstCharacterOnly) {
   struct Case {
     const char* text;
     int type;
@@ -48,6 +42,7 @@ TEST(TypeOfCharacter, UnicodeCategories) {
       {"\U0001D7CE", 1},        // a digit beyond U+FFFF starts with a surrogate unit
       {"\xFF", 1},              // not UTF-8
       {"\xE2\x80", 1},          // truncated sequence
+      {"9ea", 0}, {"ea9", 1}, {"-9", 2},  // only the first character decides
   };
   for (const Case& c : cases) EXPECT_EQ(Launcher::typeOfCharacter(c.text), c.type) << c.text;
 }
