@@ -62,21 +62,6 @@ class CommandLineLauncher : public ::testing::Test {
   std::string record;
 };
 
-TEST_F(CommandLineLauncher, AuthorizationRestartLaunchesWithTheEmbeddedConfiguration) {
-  std::string tool = makeTool(PlistValue(PlistDict{{"CFBundleName", "Tool"}, {"JavaVM", PlistValue(javaVM())}}));
-  RunResult r = start(tool, {"__bwk_auth_restart", tmp / "jdk", "arg"}, {"FAKE_JLI_STATUS=5"});
-  EXPECT_EQ(r.status, 5) << r.err;
-  Recorded rec = readRecord(record);
-  ASSERT_FALSE(rec.argv.empty()) << r.err;
-  EXPECT_EQ(rec.argv.front(), tool);
-  auto main = std::find(rec.argv.begin(), rec.argv.end(), "com.example.Tool");
-  ASSERT_NE(main, rec.argv.end()) << text::join(rec.argv, "\n");
-  EXPECT_NE(std::find(rec.argv.begin(), main, "-Dfrom.embedded=1"), main);
-  EXPECT_NE(std::find(rec.argv.begin(), main, "-Dbwk.jreBundle=" + tmp / "jdk"), main);
-  EXPECT_EQ(std::vector<std::string>(main + 1, rec.argv.end()),
-            (std::vector<std::string>{"configured", "__bwk_auth_restart", tmp / "jdk", "arg"}));
-}
-
 TEST_F(CommandLineLauncher, AServiceLauncherRefusesTheMarkerAsItsAction) {
   for (const std::string mode : {"legacy", "launchd"}) {
     PlistDict config{{"bwk.service", mode}, {"JavaVM", PlistValue(javaVM())}};

@@ -36,9 +36,7 @@ const std::string kLong1024 = std::string(200, 'p') + "/" + std::string(200, 'q'
 std::vector<ArchiveCase> archiveCases() {
   return {
       {"files_directories_links",
-       "dir('a'); file('a/b.txt', 'hello'); link('a/l', 'b.txt'); file('a/empty'); file('top', 'x')",
-       true,
-       {},
+       "dir('a'); file('a/b.txt', 'hello'); link('a/l', 'b.txt'); file('a/empty'); file('top', 'x')", true, {},
        {{"a", "/"}, {"a/b.txt", "hello"}, {"a/l", "->b.txt"}, {"a/empty", ""}, {"top", "x"}}},
 
       {"names_that_leave_the_destination",
@@ -46,8 +44,7 @@ std::vector<ArchiveCase> archiveCases() {
        "file(ROOT + '/outside/abs', 'x'); file('~/bwk-untar-test-never', 'x'); file('~', 'x')\n"
        "file('a/../../outside/up', 'x'); file('../dest-evil/x', 'x'); file('a/../..', 'x')\n"
        "dir('./'); raw('.', b'5'); dir('a/..')\n"
-       "file('a/./b', 'ab'); file('a/../c', 'c'); file('a//d', 'd')",
-       true,
+       "file('a/./b', 'ab'); file('a/../c', 'c'); file('a//d', 'd')", true,
        {"WARNING: skipping unsafe archive path {root}/outside/abs",
         "WARNING: skipping unsafe archive path ~/bwk-untar-test-never", "WARNING: skipping unsafe archive path ~",
         "WARNING: skipping unsafe archive path a/../../outside/up",
@@ -61,8 +58,7 @@ std::vector<ArchiveCase> archiveCases() {
        "link('lib', ROOT + '/outside'); file('lib/x', 'evil'); dir('lib/sub'); link('lib/y', 'z')\n"
        "link('lib', '/tmp'); file('lib', 'over'); dir('lib')\n"
        "link('up', '..'); file('up/dest-evil2', 'x'); link('self', '.'); file('self/self/x', 'x')\n"
-       "file('ok', '1')",
-       true,
+       "file('ok', '1')", true,
        {"WARNING: skipping unsafe archive path lib/x", "WARNING: skipping unsafe archive path lib/sub/",
         "WARNING: skipping unsafe archive path lib/y", "WARNING: skipping unsafe archive path lib",
         "WARNING: skipping unsafe archive path lib", "WARNING: skipping unsafe archive path lib/",
@@ -71,20 +67,15 @@ std::vector<ArchiveCase> archiveCases() {
        {"x"}},
 
       {"links_already_in_the_destination",
-       "file('pre/x', 'evil'); file('pre', 'evil'); file('hard', 'replaced'); file('ok', '1')",
-       true,
+       "file('pre/x', 'evil'); file('pre', 'evil'); file('hard', 'replaced'); file('ok', '1')", true,
        {"WARNING: skipping unsafe archive path pre/x", "WARNING: skipping unsafe archive path pre"},
-       {{"pre", "->{root}/outside"}, {"hard", "replaced"}, {"ok", "1"}},
-       {},
-       {},
+       {{"pre", "->{root}/outside"}, {"hard", "replaced"}, {"ok", "1"}}, {}, {},
        "ln -s \"$PWD/outside\" dest/pre && ln outside/keep dest/hard"},
 
       {"hard_links_devices_and_other_types_create_nothing",
        "file('f', 'data'); hardlink('h', 'f'); special('c', tarfile.CHRTYPE); special('b', tarfile.BLKTYPE)\n"
        "special('p', tarfile.FIFOTYPE); raw('contig', b'7', data=noise(700)); raw('pax', b'x', data=b'30 path=ignored\\n')\n"
-       "raw('high', b'\\x80', data=noise(513)); raw('vendor', b'V', data=noise(1)); file('after', 'in step')",
-       true,
-       {},
+       "raw('high', b'\\x80', data=noise(513)); raw('vendor', b'V', data=noise(1)); file('after', 'in step')", true, {},
        {{"f", "data"}, {"after", "in step"}},
        {"h", "c", "b", "p", "contig", "pax", "high", "vendor", "ignored"}},
 
@@ -93,9 +84,7 @@ std::vector<ArchiveCase> archiveCases() {
        "longname(('d' * 99 + '/').encode() + b'\\0junk'); raw('short-dir-name', b'5')\n"
        "longname(b'first'); longname(b'second'); raw('field', b'0', data=b'2')\n"
        "longname(b'pax-only'); raw('x', b'x', data=b'9 a=b\\n'); file('own', '3')\n"
-       "longname(b'k1', b'K'); longname(b'k2', b'K'); raw('kl', b'2', link=b'field-target')",
-       true,
-       {},
+       "longname(b'k1', b'K'); longname(b'k2', b'K'); raw('kl', b'2', link=b'field-target')", true, {},
        {{std::string(120, 'L') + "/" + std::string(130, 'n'), "long"},
         {std::string(110, 's'), std::string("->").append(150, 't')},
         {std::string(99, 'd'), "/"},
@@ -104,35 +93,27 @@ std::vector<ArchiveCase> archiveCases() {
         {"kl", "->k2"}},
        {"short-dir-name", "first", "field", "pax-only", "x"}},
 
-      {"long_name_of_1024_bytes", "longname(b'" + kLong1024 + "'); raw('ignored', b'5'); file('f', '1')",
-       true,
-       {},
+      {"long_name_of_1024_bytes", "longname(b'" + kLong1024 + "'); raw('ignored', b'5'); file('f', '1')", true, {},
        {{kLong1024, "/"}, {"f", "1"}},
        {"ignored"}},
 
-      {"long_name_of_1025_bytes", "longname(b'" + kLong1024 + "x'); raw('ignored', b'5'); file('f', '1')",
-       false,
-       {"ERROR: invalid long archive path"},
-       {},
-       {"ignored", "f", std::string(200, 'p')}},
+      {"long_name_of_1025_bytes", "longname(b'" + kLong1024 + "x'); raw('ignored', b'5'); file('f', '1')", false,
+       {"ERROR: invalid long archive path"}, {}, {"ignored", "f", std::string(200, 'p')}},
 
-      {"long_name_of_0_bytes", "file('before', '0'); longname(b''); file('f', '1')",
-       false,
+      {"long_name_of_0_bytes", "file('before', '0'); longname(b''); file('f', '1')", false,
        {"ERROR: invalid long archive path"},
        {{"before", "0"}},
        {"f"}},
 
       {"long_name_not_utf8", "longname(b'bad\\xff'); file('f', '1')", false, {"ERROR: invalid long archive path"}, {}, {"f"}},
 
-      {"name_not_utf8", "file('before', '0'); raw(b'bad\\xc3(', data=b'x'); file('f', '1')",
-       false,
+      {"name_not_utf8", "file('before', '0'); raw(b'bad\\xc3(', data=b'x'); file('f', '1')", false,
        {"ERROR: invalid archive path"},
        {{"before", "0"}},
        {"f"}},
 
       {"link_targets_that_cannot_be_made",
-       "raw('bad', b'2', link=b'\\xc3'); raw('empty', b'2'); link('nodir/l', 'x'); file('f', '1')",
-       true,
+       "raw('bad', b'2', link=b'\\xc3'); raw('empty', b'2'); link('nodir/l', 'x'); file('f', '1')", true,
        {"ERROR: could not create symlink at {dest}/bad ((null))",
         "ERROR: could not create symlink at {dest}/empty (No such file or directory)",
         "ERROR: could not create symlink at {dest}/nodir/l (No such file or directory)"},
@@ -144,85 +125,60 @@ std::vector<ArchiveCase> archiveCases() {
        "raw('nine', size=b' 9 7', data=b'ninebytes')\n"
        "raw('m755', mode=b'0000755\\0', data=b'a'); raw('m755sp', mode=b' 755 \\0', data=b'b')\n"
        "raw('m18', mode=b'18', data=b'c'); file('ro', 'r', mode=0o444); file('all', 'w', mode=0o777)\n"
-       "file('none', 'n', mode=0)",
-       true,
-       {},
+       "file('none', 'n', mode=0)", true, {},
        {{"eighteen", "0123456789abcdef"}, {"nine", "ninebytes"}, {"m755", "a"}, {"m755sp", "b"}, {"m18", "c"},
-        {"ro", "r"}, {"all", "w"}, {"none", "n"}},
-       {},
+        {"ro", "r"}, {"all", "w"}, {"none", "n"}}, {},
        {{"m755", 0755}, {"m755sp", 0755}, {"m18", 0620}, {"ro", 0644}, {"all", 0777}, {"none", 0600}}},
 
       {"size_that_would_seek_backwards_on_an_ignored_entry",
-       "file('before', '0'); raw('x', b'x', size=b'\\xff' * 11); file('f', '1')",
-       false,
-       {"ERROR: gzseek 2 failed"},
+       "file('before', '0'); raw('x', b'x', size=b'\\xff' * 11); file('f', '1')", false, {"ERROR: gzseek 2 failed"},
        {{"before", "0"}},
        {"f"}},
 
-      {"size_that_would_seek_backwards_on_an_unsafe_entry", "raw('../x', size=b'\\xff' * 11); file('f', '1')",
-       false,
-       {"WARNING: skipping unsafe archive path ../x", "ERROR: gzseek 3 failed"},
-       {},
-       {"f"}},
+      {"size_that_would_seek_backwards_on_an_unsafe_entry", "raw('../x', size=b'\\xff' * 11); file('f', '1')", false,
+       {"WARNING: skipping unsafe archive path ../x", "ERROR: gzseek 3 failed"}, {}, {"f"}},
 
-      {"size_beyond_the_end_of_the_stream", "raw('big', size=b'77777777777', data=b'x'); file('f', '1')",
-       false,
-       {"ERROR: stream error", "ERROR: extract file failed"},
-       {},
-       {"f"}},
+      {"size_beyond_the_end_of_the_stream", "raw('big', size=b'77777777777', data=b'x'); file('f', '1')", false,
+       {"ERROR: stream error", "ERROR: extract file failed"}, {}, {"f"}},
 
-      {"only_directories_and_links", "dir('a'); dir('a/b'); link('a/l', 'b')",
-       false,
-       {"ERROR: no magic number"},
+      {"only_directories_and_links", "dir('a'); dir('a/b'); link('a/l', 'b')", false, {"ERROR: no magic number"},
        {{"a/b", "/"}, {"a/l", "->b"}}},
 
       {"resource_fork_companions",
-       "file('._top', 'x'); dir('d'); file('d/._x', noise(40000)); dir('._dir'); file('._dir/y', 'y'); file('d/z', 'z')",
-       true,
-       {},
+       "file('._top', 'x'); dir('d'); file('d/._x', noise(40000)); dir('._dir'); file('._dir/y', 'y'); file('d/z', 'z')", true, {},
        {{"d/z", "z"}, {"._dir", "/"}},
        {"._top", "d/._x", "._dir/y"}},
 
-      {"regular_file_whose_parent_is_missing", "file('nodir/x', noise(1000)); file('y', 'y')",
-       true,
+      {"regular_file_whose_parent_is_missing", "file('nodir/x', noise(1000)); file('y', 'y')", true,
        {"Could not create file {dest}/nodir/x 2 No such file or directory"},
        {{"y", "y"}},
        {"nodir"}},
 
       {"entries_over_existing_ones",
        "file('a', '1'); file('a', '22'); dir('d'); file('d', 'x'); link('l', 'a'); link('l', 'b'); link('m', 'a')\n"
-       "file('f', 'f'); dir('f')",
-       false,
+       "file('f', 'f'); dir('f')", false,
        {"Could not create file {dest}/d 21 Is a directory", "WARNING: skipping unsafe archive path l",
         "ERROR: extract creating directory"},
        {{"a", "22"}, {"d", "/"}, {"l", "->a"}, {"m", "->a"}, {"f", "f"}}},
 
-      {"tar_stream_without_end_blocks", "END = False; file('a', 'x' * 600)",
-       false,
-       {"ERROR: gzread failed"},
+      {"tar_stream_without_end_blocks", "END = False; file('a', 'x' * 600)", false, {"ERROR: gzread failed"},
        {{"a", std::string(600, 'x')}}},
 
-      {"gzip_stream_truncated_inside_a_file", "file('a', 'first'); file('big', noise(200000)); GZ_DROP = 100000",
-       false,
+      {"gzip_stream_truncated_inside_a_file", "file('a', 'first'); file('big', noise(200000)); GZ_DROP = 100000", false,
        {"ERROR: stream error", "ERROR: extract file failed"},
        {{"a", "first"}}},
 
-      {"gzip_trailer_missing", "file('a', 'complete'); GZ_DROP = 8",
-       false,
-       {},
-       {{"a", "complete"}}},
+      {"gzip_trailer_missing", "file('a', 'complete'); GZ_DROP = 8", false, {}, {{"a", "complete"}}},
 
       {"gzip_first_block_corrupt", "file('a', 'x'); GZ_BAD_START = True", false, {"ERROR: gzread failed"}, {}, {"a"}},
 
       {"gzip_member_corrupt_inside_a_file",
-       "file('a', 'first'); file('big', noise(200000)); file('c', 'c'); GZ_BAD_AT = 1024 + 100000",
-       false,
+       "file('a', 'first'); file('big', noise(200000)); file('c', 'c'); GZ_BAD_AT = 1024 + 100000", false,
        {"ERROR: stream error", "ERROR: extract file failed"},
        {{"a", "first"}},
        {"c"}},
 
-      {"gzip_member_corrupt_at_a_header", "file('a', 'first'); GZ_BAD_AT = 1024; file('c', 'c')",
-       false,
+      {"gzip_member_corrupt_at_a_header", "file('a', 'first'); GZ_BAD_AT = 1024; file('c', 'c')", false,
        {"ERROR: gzread failed"},
        {{"a", "first"}},
        {"c"}},
