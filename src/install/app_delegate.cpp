@@ -77,6 +77,7 @@ std::string AppDelegate::handleTar(const std::string& archive) {
   };
   if (!Unpacker::unpack(target, &unpacking)) {
     Launcher::displayError("fenmo.InternalError", std::string("could not run unpack200"));
+    if (window) window->shutDown();
     std::exit(1);  // the exit handler is not registered yet: the directory stays
   }
   return bundle;
@@ -102,7 +103,7 @@ void AppDelegate::worker() {
     std::atexit(on_exit_cleanup);
     BWK_DLOG("%s [Line %d] launching JVM");
     Launcher& loaded = launcher->load();
-    if (window) window->willStartRuntime();
+    if (window) window->shutDown();
     code = loaded.launch();
     BWK_DLOG("%s [Line %d] launch exit code: %d", code);
   } catch (const PlatformException& e) {
@@ -114,6 +115,7 @@ void AppDelegate::worker() {
     }
     if (tempDir) fs::removeItem(*tempDir);
     savedTempDir.reset();
+    if (window) window->shutDown();
     std::exit(1);
   }
   std::exit(code);

@@ -17,8 +17,10 @@ class ProgressWindow {
   virtual void beginLaunch() = 0;
   // Close the window `seconds` from now.
   virtual void closeAfter(double seconds) = 0;
-  // Last call before the runtime starts in this process; may tear the window down.
-  virtual void willStartRuntime() {}
+  // Last call, before the runtime starts in this process or the worker ends it: the window
+  // is torn down and the main loop stopped, so that nothing of it runs while the process
+  // exits or the runtime loads its own toolkit.
+  virtual void shutDown() {}
 };
 
 class AppDelegate {

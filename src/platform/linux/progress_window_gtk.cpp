@@ -106,7 +106,7 @@ void GtkProgressWindow::closeAfter(double seconds) {
   queue(&GtkProgressWindow::scheduleClose);
 }
 
-void GtkProgressWindow::willStartRuntime() {
+void GtkProgressWindow::shutDown() {
   std::unique_lock<std::mutex> lock(mutex_);
   if (tornDown_) return;
   gtk_.g_idle_add(&GtkProgressWindow::tearDown, this);

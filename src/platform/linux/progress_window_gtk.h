@@ -14,7 +14,7 @@ namespace bwk {
 
 class GtkProgressWindow final : public ProgressWindow {
  public:
-  // Builds the window without showing it. `loop` is the main loop that willStartRuntime stops.
+  // Builds the window without showing it. `loop` is the main loop that shutDown stops.
   GtkProgressWindow(const gtk::Api& gtk, void* loop);
 
   // Main thread.
@@ -36,7 +36,7 @@ class GtkProgressWindow final : public ProgressWindow {
   void closeAfter(double seconds) override;
   // Destroys the window, stops the loop and flushes the display, all on the main thread,
   // and returns when that is done: the runtime's toolkit may use GTK afterwards.
-  void willStartRuntime() override;
+  void shutDown() override;
 
  private:
   static gtk::gboolean applyProgress(gtk::gpointer self);
