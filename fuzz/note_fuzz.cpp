@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "base/plist_reader.h"
-#include "entry/macho_note.h"
+#include "platform/macho_note.h"
 #include "fuzz_checks.h"
 #include "platform/linux/elf_note.h"
 #include "scratch_dir.h"
@@ -63,7 +63,7 @@ void fuzzMachO(std::span<const uint8_t> bytes) {
     uint32_t commandSize = 0;
     std::memcpy(&commandSize, bytes.data() + 20, sizeof commandSize);
     if (bwk::macho::kHeaderSize + uint64_t{commandSize} <= bytes.size()) {
-      std::optional<bwk::EmbeddedRegion> region = bwk::macho::findEmbeddedRegion(bytes.data(), 0);
+      std::optional<bwk::platform::EmbeddedRegion> region = bwk::macho::findEmbeddedRegion(bytes.data(), 0);
       require(region.has_value() == note.has_value(), "mapped and file walks disagree");
       if (region) require(region->size == note->dataSize, "mapped and file walks disagree on the size");
     }

@@ -13,17 +13,6 @@ namespace bwk {
 
 namespace {
 
-// Guards the lazily read Info dictionary and strings table of every bundle, and the main
-// bundle itself: the main thread and the worker both ask.
-std::mutex& bundleMutex() {
-  static std::mutex* m = new std::mutex;  // never destroyed, like the main bundle below
-  return *m;
-}
-
-// The main bundle lives until the process ends and is never destroyed: the worker calls
-// exit() while other threads may still be reading it.
-Bundle* mainBundle = nullptr;
-
 // "de_DE.UTF-8@euro" -> "de_DE" then "de"; the C locale names no language.
 void addLocaleLanguages(const std::string& locale, std::vector<std::string>& out) {
   std::string name = locale.substr(0, locale.find_first_of(".@"));
@@ -37,22 +26,10 @@ void addLocaleLanguages(const std::string& locale, std::vector<std::string>& out
 
 Bundle::Bundle(std::string path) : path_(std::move(path)) {}
 
-const Bundle& Bundle::main() {
-  std::lock_guard<std::mutex> lock(bundleMutex());
-  if (!mainBundle) mainBundle = new Bundle(platform::mainBundlePath());
-  return *mainBundle;
-}
-
-void Bundle::resetMain() {
-  std::lock_guard<std::mutex> lock(bundleMutex());
-  delete mainBundle;
-  mainBundle = nullptr;
-}
-
 std::string Bundle::resourcePath() const { return path::append(path_, "Contents/Resources"); }
 
 const PlistValue& Bundle::infoDictionary() const {
-  std::lock_guard<std::mutex> lock(bundleMutex());
+  std::lock_guard<std::mutex> lock(mutex_);
   if (!info_) {
     std::string file = path::append(path_, "Contents/Info.plist");
     std::string error;
@@ -105,7 +82,7 @@ std::vector<std::string> Bundle::preferredLocalizations() const {
 
 std::string Bundle::localizedString(const std::string& key, const std::optional<std::string>& value) const {
   std::vector<std::string> languages = preferredLocalizations();
-  std::lock_guard<std::mutex> lock(bundleMutex());
+  std::lock_guard<std::mutex> lock(mutex_);
   if (!strings_) {
     strings_.emplace();
     for (const std::string& language : languages) {

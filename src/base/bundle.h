@@ -1,6 +1,8 @@
 #pragma once
 // An application bundle: a directory with Contents/Info.plist and Contents/Resources,
-// the same layout on every platform.
+// the same layout on every platform. The running executable's own bundle is
+// Bundle(platform::mainBundlePath()).
+#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
@@ -12,12 +14,8 @@ namespace bwk {
 class Bundle {
  public:
   explicit Bundle(std::string path);
-
-  // The bundle of the running executable: "<B>.app" when the executable is
-  // "<B>.app/Contents/MacOS/<exe>", else the executable's directory.
-  static const Bundle& main();
-  // Forgets the cached main bundle (tests that move the executable's view only).
-  static void resetMain();
+  Bundle(const Bundle&) = delete;
+  Bundle& operator=(const Bundle&) = delete;
 
   const std::string& path() const { return path_; }
   std::string resourcePath() const;  // Contents/Resources
@@ -36,6 +34,8 @@ class Bundle {
 
  private:
   std::string path_;
+  // The main thread and the installation worker both read the lazily loaded files.
+  mutable std::mutex mutex_;
   mutable std::optional<PlistValue> info_;
   mutable std::optional<std::optional<PlistValue>> strings_;  // the chosen table, once looked up
 };

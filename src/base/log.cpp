@@ -13,17 +13,14 @@
 
 namespace bwk::log {
 
-int logStatus = 0;
-
 bool debugEnabled() {
-  if (logStatus == 0) {
+  // Decided once, whichever thread logs first; later changes of the variable do not count.
+  static const bool enabled = [] {
     const char* value = std::getenv("BRACKWOOD_LOG");
-    logStatus = (value && std::strcmp(value, "yes") == 0) ? 1 : 2;
-  }
-  return logStatus == 1;
+    return value && std::strcmp(value, "yes") == 0;
+  }();
+  return enabled;
 }
-
-void resetDebugDecision() { logStatus = 0; }
 
 void writeSystemLog(const std::string& message) {
   struct timeval tv;

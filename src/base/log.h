@@ -13,12 +13,9 @@
 
 namespace bwk::log {
 
-// 0 undecided, 1 on, 2 off.
-extern int logStatus;
+// Whether the debug log is on: BRACKWOOD_LOG read at the first call, then never again.
 bool debugEnabled();
 void writeSystemLog(const std::string& message);
-// Forgets the decision, so that the next call reads BRACKWOOD_LOG again (tests only).
-void resetDebugDecision();
 
 }  // namespace bwk::log
 

@@ -1,19 +1,20 @@
 // Which of the five ways the process runs: the runtime's re-invocation, the workspace
 // markers, the authorization restart, command-line mode or application mode.
-#include <cstring>
 #include <strings.h>
 
+#include <cstring>
+
+#include "base/errors.h"
 #include "base/log.h"
-#include "base/platform_exception.h"
 #include "entry/entry.h"
+#include "frontend/application.h"
 #include "install/app_delegate.h"
-#include "install/application.h"
-#include "launcher/launch_state.h"
+#include "launcher/jli.h"
 #include "platform/platform.h"
 
 namespace bwk {
 
-bool isInAquaSession() {
+bool isInGraphicalSession() {
   const char* forced = std::getenv("AWT_FORCE_HEADFUL");
   if (forced && std::strlen(forced) >= 4 && strncasecmp(forced, "true", 4) == 0) {
     BWK_DLOG("%s [Line %d] force headful");
@@ -29,14 +30,14 @@ bool isInAquaSession() {
 
 namespace {
 
-// Command-line mode: the worker on the main thread, no event loop.
-int runCommandLineMode() {
-  g_cli = true;
+// Command-line mode: the worker on the main thread, no event loop. The worker ends the
+// process; an exception it lets through is logged.
+int runCommandLineMode(const Bundle& bundle, std::vector<std::string> arguments) {
   BWK_DLOG("%s [Line %d] cli mode");
   try {
-    AppDelegate delegate;
+    AppDelegate delegate(bundle, std::move(arguments), true);
     BWK_DLOG("%s [Line %d] app delegate %p", static_cast<const void*>(&delegate));
-    delegate.worker();  // ends the process
+    delegate.worker();
   } catch (const PlatformException& e) {
     BWK_SYSLOG("%s [Line %d] %@: %@", e.name() + ": " + e.reason(), e.callStackSymbols());
     return 1;
@@ -50,14 +51,12 @@ int processMain(int argc, char** argv) {
     BWK_DLOG("%s [Line %d] invoke java");
     return launcher_main(argc, argv);
   }
-  platform::setProcessArguments(argc, argv);
   BWK_DLOG("%s [Line %d] app started %d", argc);
   for (int i = 0; i < argc; ++i) BWK_DLOG("%s [Line %d] arg %s", argv[i]);
 
   if (argc >= 2) {
     if (std::strcmp(argv[1], "__bwk_auth_restart") == 0) {
       BWK_DLOG("%s [Line %d] authorization restart");
-      g_cli = true;
       return launcher_main(argc, argv);
     }
     if (std::strcmp(argv[1], "__bwk_workspace_open") == 0 || std::strcmp(argv[1], "__bwk_workspace_open_hidden") == 0) {
@@ -66,17 +65,21 @@ int processMain(int argc, char** argv) {
     }
   }
 
-  bool commandLine = !isInAquaSession();
+  bool commandLine = !isInGraphicalSession();
   bool splash = false;
   for (int i = 1; i < argc; ++i) {
     if (std::strcmp(argv[i], "-q") == 0 || std::strcmp(argv[i], "-c") == 0) commandLine = true;
     if (std::strcmp(argv[i], "-splash") == 0) splash = true;
   }
+  // The bundle outlives every thread that reads it: the worker ends the process with exit,
+  // which does not unwind this frame.
+  const Bundle bundle(platform::mainBundlePath());
+  std::vector<std::string> arguments(argv, argv + argc);
   // A splash screen needs the application loop.
   if (splash || !commandLine) {
-    if (std::optional<int> status = NSApplicationMain(argc, argv)) return *status;
+    if (std::optional<int> status = runApplication(bundle, arguments)) return *status;
   }
-  return runCommandLineMode();
+  return runCommandLineMode(bundle, std::move(arguments));
 }
 
 }  // namespace bwk

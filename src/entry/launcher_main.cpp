@@ -4,12 +4,14 @@
 #include <cstdio>
 #include <cstring>
 
+#include "base/errors.h"
 #include "base/log.h"
-#include "base/path.h"
-#include "base/platform_exception.h"
 #include "base/plist_reader.h"
 #include "entry/entry.h"
+#include "launcher/jli.h"
 #include "launcher/launcher.h"
+#include "launcher/messages.h"
+#include "platform/embedded_config.h"
 #include "platform/platform.h"
 
 namespace bwk {
@@ -20,24 +22,26 @@ int launcher_main(int argc, char** argv) {
   BWK_DLOG("%s [Line %d] launcher_main %d", argc);
   if (argc >= 2 && std::strcmp(argv[1], "__bwk_workspace_open") == 0) {
     BWK_DLOG("%s [Line %d] workspace open");
-    return workspace_open(false);
+    return workspace_open(false, std::vector<std::string>(argv, argv + argc));
   }
   if (argc >= 2 && std::strcmp(argv[1], "__bwk_workspace_open_hidden") == 0) {
     BWK_DLOG("%s [Line %d] workspace open hidden");
-    return workspace_open(true);
+    return workspace_open(true, std::vector<std::string>(argv, argv + argc));
   }
   // The runtime calling main again: hand it straight back.
-  if (JLI_LaunchFxnPtr)
-    return JLI_LaunchFxnPtr(argc, argv, 0, nullptr, 0, nullptr, launchJavaVersion, launchJavaVersion, "java", "java",
-                            false, false, false, 0);
+  if (JLI_LaunchFxnPtr) return reinvokeJavaLaunch(argc, argv);
 
+  // Reached only through the authorization restart: errors go to standard error.
+  const Bundle bundle(platform::mainBundlePath());
+  const std::vector<std::string> arguments(argv, argv + argc);
   try {
-    std::optional<EmbeddedRegion> region = findEmbeddedConfiguration();
+    std::optional<platform::EmbeddedRegion> region = platform::embeddedConfigurationRegion();
     BWK_DLOG("%s [Line %d] embedded config %p %d", static_cast<const void*>(region ? region->address : nullptr),
              static_cast<int>(region ? static_cast<int32_t>(region->size) : 0));
     if (!region || static_cast<int32_t>(static_cast<uint32_t>(region->size)) < 5) {
       // An application bundle.
-      return Launcher::launcher()->load().launch();
+      const LaunchContext context = LaunchContext::forBundle(bundle, arguments, true);
+      return Launcher(context).load().launch();
     }
     uint32_t length = 0;
     std::memcpy(&length, region->address, sizeof length);  // little-endian on every target
@@ -54,10 +58,13 @@ int launcher_main(int argc, char** argv) {
       std::fflush(stderr);
       return 1;
     }
-    return launch_cli(*configuration, argc, argv);
+    return launch_cli(*configuration, bundle, arguments);
+  } catch (const ReportedFailure& failure) {
+    displayError(bundle, bundle.infoDictionary(), true, failure.messageKey(), failure.info());
+    return 1;
   } catch (const PlatformException& e) {
     BWK_SYSLOG("%s [Line %d] %@: %@", e.name() + ": " + e.reason(), e.callStackSymbols());
-    Launcher::displayError("fenmo.InternalError", e.description());
+    displayError(bundle, bundle.infoDictionary(), true, "fenmo.InternalError", e.description());
     return 1;
   }
 }

@@ -11,15 +11,13 @@
 #include "base/log.h"
 #include "base/path.h"
 #include "entry/entry.h"
-#include "launcher/launch_state.h"
 #include "launcher/launcher.h"
-#include "platform/platform.h"
 
 namespace bwk {
 
 namespace {
 
-int launchService() { return Launcher::launcher()->load().launch(); }
+int launchService(const LaunchContext& context) { return Launcher(context).load().launch(); }
 
 int usage(bool legacy, const std::string& program) {
   std::printf(legacy ? "Usage: %s {start|stop|run|run-redirect|status}\n" : "Usage: %s {start|stop|run|run-redirect}\n",
@@ -75,9 +73,9 @@ int detach() {
 
 }  // namespace
 
-int serviceControl() {
-  bool legacy = s_serviceMode && *s_serviceMode == "legacy";
-  const std::vector<std::string>& arguments = platform::processArguments();
+int serviceControl(const LaunchContext& context) {
+  bool legacy = context.serviceMode && *context.serviceMode == "legacy";
+  const std::vector<std::string>& arguments = context.arguments;
   std::string program = arguments.empty() ? std::string() : path::lastComponent(arguments[0]);
   if (arguments.size() < 2) return usage(legacy, program);
   const std::string& action = arguments[1];
@@ -88,19 +86,19 @@ int serviceControl() {
       std::printf("Starting %s\n", program.c_str());
       std::fflush(stdout);
       if (detach() != 0) return 1;
-      return launchService();
+      return launchService(context);
     }
     if (action == "stop") {
       std::printf("Shutting down %s\n", program.c_str());
       std::fflush(stdout);
-      return launchService();
+      return launchService(context);
     }
     if (action == "start-launchd" || action == "status" || action == "run" || action == "run-redirect")
-      return launchService();
+      return launchService(context);
     return usage(true, program);
   }
   if (action == "start-launchd" || action == "start" || action == "stop" || action == "run" || action == "run-redirect")
-    return launchService();
+    return launchService(context);
   return usage(false, program);
 }
 

@@ -14,7 +14,8 @@
 namespace bwk {
 
 namespace {
-// The opened application's process; 0 until known. Read from the signal handler.
+// The opened application's process; 0 until known. Process-wide because the signal handler
+// that forwards termination signals reads it.
 std::atomic<int32_t> gChildPid{0};
 static_assert(std::atomic<int32_t>::is_always_lock_free, "the signal handler reads it");
 }  // namespace
@@ -25,8 +26,7 @@ void forward_sigterm(int sig) {
   kill(pid, sig);
 }
 
-int workspace_open(bool hidden) {
-  const std::vector<std::string>& processArguments = platform::processArguments();
+int workspace_open(bool hidden, const std::vector<std::string>& processArguments) {
   std::optional<std::vector<std::string>> arguments;
   if (processArguments.size() >= 2) arguments.emplace(processArguments.begin() + 2, processArguments.end());
   BWK_DLOG("%s [Line %d] workspace open with args %@", arguments);
@@ -43,7 +43,9 @@ int workspace_open(bool hidden) {
   if (arguments && arguments->empty()) arguments.reset();
   unsigned long options = platform::kLaunchWithoutAddingToRecents;
   if (hidden) options |= platform::kLaunchWithoutActivation | platform::kLaunchAndHide;
-  platform::OpenResult opened = platform::openApplication(Bundle::main().path(), arguments, options);
+  const Bundle bundle(platform::mainBundlePath());
+  platform::OpenResult opened =
+      platform::openApplication(bundle.path(), bundle.infoDictionary().string("CFBundleExecutable"), arguments, options);
   std::optional<std::string> applicationText;
   if (opened.application) applicationText = opened.application->description;
   BWK_DLOG("%s [Line %d] open completed: %@ %@ %p", opened.error, applicationText,

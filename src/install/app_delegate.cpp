@@ -11,17 +11,19 @@
 #include "base/fs.h"
 #include "base/log.h"
 #include "base/path.h"
-#include "base/platform_exception.h"
-#include "install/unpacker.h"
+#include "base/errors.h"
 #include "install/untar.h"
 #include "launcher/launcher.h"
+#include "launcher/messages.h"
+#include "launcher/unpacker.h"
 #include "platform/platform.h"
 
 namespace bwk {
 
 namespace {
 
-// The temporary directory that the exit handler removes.
+// The temporary directory that the exit handler removes: an atexit handler takes no
+// argument, so it can only find it here.
 std::optional<std::string> savedTempDir;
 
 void on_exit_cleanup() {
@@ -32,7 +34,7 @@ void on_exit_cleanup() {
   }
 }
 
-[[noreturn]] void throwCancelled() { throw PlatformException("BrackwoodCancelled", ""); }
+[[noreturn]] void throwCancelled() { throw InstallationCancelled(); }
 
 }  // namespace
 
@@ -51,10 +53,10 @@ std::string AppDelegate::getJreLocation(const std::string& bundle) {
 
 void AppDelegate::cancel() { cancelled = true; }
 
-std::string AppDelegate::handleTar(const std::string& archive) {
+std::string AppDelegate::handleTar(const std::string& archive, const LaunchContext& context) {
   if (!tempDir) tempDir = createTemporaryDirectory();
   std::string bundle = path::append(tempDir.value_or("(null)"), "jre.bundle");
-  int32_t size = static_cast<int32_t>(Bundle::main().infoDictionary().integer("bwk.jreUncompressedSize").value_or(6000000));
+  int32_t size = static_cast<int32_t>(bundle_.infoDictionary().integer("bwk.jreUncompressedSize").value_or(6000000));
   fs::createDirectory(bundle, false);
 
   ProgressCallback extraction = [this](double percent, const char*) {
@@ -76,7 +78,7 @@ std::string AppDelegate::handleTar(const std::string& archive) {
     if (window) window->setProgress(percent * 0.3 + 70.0);
   };
   if (!Unpacker::unpack(target, &unpacking)) {
-    Launcher::displayError("fenmo.InternalError", std::string("could not run unpack200"));
+    displayError(context, "fenmo.InternalError", std::string("could not run unpack200"));
     if (window) window->shutDown();
     std::exit(1);  // the exit handler is not registered yet: the directory stays
   }
@@ -87,13 +89,14 @@ void AppDelegate::worker() {
   tempDir.reset();
   cancelled = false;
   BWK_DLOG("%s [Line %d] worker started");
-  std::string archive = path::append(Bundle::main().resourcePath(), "app/jre.tar.gz");
-  std::unique_ptr<Launcher> launcher = Launcher::launcher();
+  std::string archive = path::append(bundle_.resourcePath(), "app/jre.tar.gz");
+  const LaunchContext context = LaunchContext::forBundle(bundle_, arguments_, commandLineMode_);
+  Launcher launcher(context);
   int code = 1;
   try {
     if (fs::exists(archive)) {
-      std::string bundle = handleTar(archive);
-      launcher->setInstallerJreBundle(bundle, tempDir ? OptionalString(archive) : std::nullopt);
+      std::string bundle = handleTar(archive, context);
+      launcher.setInstallerJreBundle(bundle, tempDir ? OptionalString(archive) : std::nullopt);
     }
     if (window) {
       window->beginLaunch();
@@ -102,23 +105,29 @@ void AppDelegate::worker() {
     savedTempDir = tempDir;
     std::atexit(on_exit_cleanup);
     BWK_DLOG("%s [Line %d] launching JVM");
-    Launcher& loaded = launcher->load();
+    Launcher& loaded = launcher.load();
     if (window) window->shutDown();
     code = loaded.launch();
     BWK_DLOG("%s [Line %d] launch exit code: %d", code);
+  } catch (const InstallationCancelled&) {
+    BWK_DLOG("%s [Line %d] Cancelled");
+    abandon();
+  } catch (const ReportedFailure& failure) {
+    displayError(context, failure.messageKey(), failure.info());
+    abandon();
   } catch (const PlatformException& e) {
-    if (e.name() == "BrackwoodCancelled") {
-      BWK_DLOG("%s [Line %d] Cancelled");
-    } else {
-      Launcher::displayError("fenmo.InternalError", e.description());
-      BWK_DLOG("%s [Line %d] %@: %@", e.name() + ": " + e.reason(), e.callStackSymbols());
-    }
-    if (tempDir) fs::removeItem(*tempDir);
-    savedTempDir.reset();
-    if (window) window->shutDown();
-    std::exit(1);
+    displayError(context, "fenmo.InternalError", e.description());
+    BWK_DLOG("%s [Line %d] %@: %@", e.name() + ": " + e.reason(), e.callStackSymbols());
+    abandon();
   }
   std::exit(code);
+}
+
+void AppDelegate::abandon() {
+  if (tempDir) fs::removeItem(*tempDir);
+  savedTempDir.reset();
+  if (window) window->shutDown();
+  std::exit(1);
 }
 
 }  // namespace bwk

@@ -4,6 +4,10 @@
 #include <atomic>
 #include <optional>
 #include <string>
+#include <vector>
+
+#include "base/bundle.h"
+#include "launcher/launch_context.h"
 
 namespace bwk {
 
@@ -25,11 +29,17 @@ class ProgressWindow {
 
 class AppDelegate {
  public:
+  // A bundle launch of `bundle` with the process's arguments; `commandLineMode`: no
+  // graphical session, errors go to standard error.
+  AppDelegate(const Bundle& bundle, std::vector<std::string> arguments, bool commandLineMode)
+      : bundle_(bundle), arguments_(std::move(arguments)), commandLineMode_(commandLineMode) {}
+
   // Installs the bundled runtime if there is one, then loads and launches; ends the process
   // with the launch's status (1 after a cancellation or an internal error).
   [[noreturn]] void worker();
-  // Extracts and unpacks the archive; returns the extracted "jre.bundle" directory.
-  std::string handleTar(const std::string& archive);
+  // Extracts and unpacks the archive; returns the extracted "jre.bundle" directory. Ends the
+  // process when unpack200 fails.
+  std::string handleTar(const std::string& archive, const LaunchContext& context);
   // A new directory under the temporary directory, mode 0700; absent on failure.
   static std::optional<std::string> createTemporaryDirectory();
   // bundle/Contents/Home/jre when that exists, else bundle/Contents/Home.
@@ -40,6 +50,15 @@ class AppDelegate {
   std::atomic<bool> cancelled{false};
   std::optional<std::string> tempDir;
   ProgressWindow* window = nullptr;
+
+ private:
+  // Ends a start that failed or was cancelled: the temporary directory is removed and the
+  // window torn down before the process ends with status 1.
+  [[noreturn]] void abandon();
+
+  const Bundle& bundle_;
+  std::vector<std::string> arguments_;
+  bool commandLineMode_;
 };
 
 }  // namespace bwk

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <string>
 
-#include "install/progress.h"
+#include "base/progress.h"
 
 namespace bwk {
 

@@ -9,7 +9,8 @@
 #include "base/log.h"
 #include "base/path.h"
 #include "base/strings.h"
-#include "launcher/launcher.h"
+#include "launcher/aot_cache.h"
+#include "launcher/variables.h"
 #include "platform/platform.h"
 
 namespace bwk {
@@ -39,39 +40,38 @@ std::string versionKey(const std::string& version) {
 
 }  // namespace
 
-void Launcher::addAotCacheOption(std::vector<std::string>& options, const PlistValue* javaVM) {
-  if (!javaVM || !javaVM->boolean("AotCacheEnabled").value_or(false)) return;
-  if (javaMajorVersion < 25) return;
-  if (platform::environmentValue("BRACKWOOD_NO_AOT_CACHE")) return;
-  OptionalString buildId = javaVM->string("AotCacheBuildId");
-  if (!buildId || !javaVersion || !javaBundlePath) return;
+std::vector<std::string> addAotCacheOption(const LaunchContext& context, const ChosenRuntime& runtime) {
+  const PlistValue& javaVM = context.javaVM();
+  const LaunchPaths& paths = context.paths;
+  if (!javaVM.boolean("AotCacheEnabled").value_or(false)) return {};
+  if (runtime.majorVersion < 25) return {};
+  if (platform::environmentValue("BRACKWOOD_NO_AOT_CACHE")) return {};
+  OptionalString buildId = javaVM.string("AotCacheBuildId");
+  if (!buildId || !runtime.version) return {};
 
   std::string stem;
   bool defaultLocation = false;
-  OptionalString configured = replaceVariables(javaVM->string("AotCachePath"));
+  OptionalString configured = replaceVariables(javaVM.string("AotCachePath"), VariableScope{paths, runtime.path});
   if (configured && !configured->empty()) {
     stem = *configured;
   } else {
     std::string home = platform::environmentValue("HOME").value_or(platform::homeDirectory());
-    OptionalString name = javaVM->string("AotCacheName");
-    std::string baseName = (name && !name->empty()) ? *name : path::lastComponent(s_launcherDirAndName.value_or(""));
-    std::string installHash = format("%lu", crc32Of(s_appRootDir.value_or("")));
+    OptionalString name = javaVM.string("AotCacheName");
+    std::string baseName = (name && !name->empty()) ? *name : path::lastComponent(paths.launcherDirAndName.value_or(""));
+    std::string installHash = format("%lu", crc32Of(paths.appRootDir.value_or("")));
     stem = path::join({home, "Library/Caches", "brackwood/aot", installHash, baseName});
     defaultLocation = true;
   }
 
   std::string cacheDir = path::parent(stem);
-  if (!fs::createDirectory(cacheDir, true) && !fs::isDirectory(cacheDir)) return;
-  if (!fs::isWritable(cacheDir)) return;
+  if (!fs::createDirectory(cacheDir, true) && !fs::isDirectory(cacheDir)) return {};
+  if (!fs::isWritable(cacheDir)) return {};
   std::string installDirFile = path::append(cacheDir, "install-dir");
-  if (defaultLocation && !fs::existsNoFollow(installDirFile)) fs::writeFile(installDirFile, s_appRootDir.value_or(""));
+  if (defaultLocation && !fs::existsNoFollow(installDirFile)) fs::writeFile(installDirFile, paths.appRootDir.value_or(""));
 
-  std::string runtimeHomePath = javaBundle ? runtimeHome(*javaBundlePath) : *javaBundlePath;
-  std::string cacheFile = format("%@-%@-%@-%lu.aot", stem, *buildId, versionKey(*javaVersion), crc32Of(runtimeHomePath));
-  if (fs::exists(cacheFile)) {
-    options.push_back("-XX:AOTCache=" + cacheFile);
-    return;
-  }
+  std::string runtimeHomePath = runtime.bundle ? runtimeHome(runtime.path) : runtime.path;
+  std::string cacheFile = format("%@-%@-%@-%lu.aot", stem, *buildId, versionKey(*runtime.version), crc32Of(runtimeHomePath));
+  if (fs::exists(cacheFile)) return {"-XX:AOTCache=" + cacheFile};
   // Training run: first remove the caches of other builds, runtime versions and locations.
   std::string stalePrefix = path::lastComponent(stem) + "-";
   if (auto names = fs::listDirectory(cacheDir)) {
@@ -80,9 +80,7 @@ void Launcher::addAotCacheOption(std::vector<std::string>& options, const PlistV
       if (text::startsWith(name, stalePrefix) && fs::exists(entry) && !fs::isDirectory(entry)) fs::removeItem(entry);
     }
   }
-  options.push_back("-Xlog:aot=error");
-  options.push_back("-Dbrackwood.aotTraining=true");
-  options.push_back("-XX:AOTCacheOutput=" + cacheFile);
+  return {"-Xlog:aot=error", "-Dbrackwood.aotTraining=true", "-XX:AOTCacheOutput=" + cacheFile};
 }
 
 }  // namespace bwk

@@ -1,14 +1,15 @@
 // The launcher's own command line, handed on to the Java application.
+#include "launcher/command_line.h"
+
 #include "base/log.h"
 #include "base/strings.h"
-#include "launcher/launcher.h"
-#include "platform/platform.h"
 
 namespace bwk {
 
-void Launcher::addCommandLineParameters(std::vector<std::string>& options, std::vector<std::string>& args) {
-  bool passthrough = infoDictionary().boolean("bwk.allowPassthrough").value_or(false);
-  const std::vector<std::string>& words = platform::processArguments();
+void addCommandLineParameters(const LaunchContext& context, std::vector<std::string>& options,
+                              std::vector<std::string>& args) {
+  bool passthrough = context.configuration.boolean("bwk.allowPassthrough").value_or(false);
+  const std::vector<std::string>& words = context.arguments;
   for (size_t position = 1; position < words.size(); ++position) {
     const std::string& word = words[position];
     // The process serial number the system adds when it opens a bundle.
@@ -16,7 +17,7 @@ void Launcher::addCommandLineParameters(std::vector<std::string>& options, std::
     BWK_DLOG("%s [Line %d] cl arg: %@ ", word);
     if (passthrough && text::startsWith(word, "-J")) {
       options.push_back(word.substr(2));
-    } else if (position == 1 && s_guiLauncher && s_serviceMode) {
+    } else if (position == 1 && context.commandLineLauncher && context.serviceMode) {
       args.insert(args.begin(), word);  // the service action leads the arguments
     } else {
       args.push_back(word);

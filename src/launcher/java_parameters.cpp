@@ -1,17 +1,17 @@
 // Everything the Java runtime is started with: options in their fixed order, main class,
 // application arguments.
+#include "launcher/java_parameters.h"
+
 #include <fnmatch.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <chrono>
-#include <cstdlib>
-#include <thread>
 
 #include "base/log.h"
 #include "base/path.h"
 #include "base/strings.h"
-#include "launcher/launcher.h"
+#include "launcher/command_line.h"
+#include "launcher/option_files.h"
+#include "launcher/variables.h"
 #include "platform/platform.h"
 
 namespace bwk {
@@ -34,128 +34,116 @@ bool isDockOption(const std::string& option) {
   return text::startsWith(option, "-Xdock:") || option == "-XstartOnFirstThread";
 }
 
-}  // namespace
-
-void Launcher::readJavaParameters(std::vector<std::string>& options, OptionalString& mainClass,
-                                  std::vector<std::string>& args, bool* firstThread) {
-  const PlistValue& info = infoDictionary();
-  static const PlistValue emptyDict{PlistDict{}};
-  const PlistValue& javaVM = javaVMDictionary() ? *javaVMDictionary() : emptyDict;
-
-  // 1. Language.
-  if (auto locale = platform::userLocale()) setenv("LANG", (*locale + ".UTF-8").c_str(), 0);
-
-  // 2. Working directory.
-  if (OptionalString workingDir = replaceVariables(javaVM.string("WorkingDirectory"))) {
-    std::string dir = path::isAbsolute(*workingDir) ? path::standardize(*workingDir)
-                                                    : path::standardize(path::append(s_launcherDirInApp.value_or(""), *workingDir));
-    BWK_DLOG("%s [Line %d] using working directory %@", dir);
-    if (chdir(dir.c_str()) != 0) { /* the current directory stays as it was */ }
-  } else if (!s_guiLauncher && s_mainBundlePath) {
-    if (chdir(s_mainBundlePath->c_str()) != 0) { /* as above */ }
-  }
-
-  // 3. Module name, always first.
-  options.clear();
-  options.push_back(s_guiLauncher ? "-Dfenmo.moduleName=" + s_launcherDirAndName.value_or("(null)")
-                                  : "-Dfenmo.moduleName=" + s_launcherDirAndName.value_or("(null)") + ".app");
-
-  // 4. Class path and built-in options.
-  OptionalString classPath = replaceVariables(javaVM.string("ClassPath"));
-  classPath = addPredefinedOptions(javaVM.stringArray("VMOptionArray"), options, classPath);
-
-  // 5. Version-specific options: the first matching pair wins.
-  if (const PlistArray* specific = javaVM.array("VersionSpecificVMOptions"); specific && specific->size() >= 2) {
-    for (size_t i = 0; i + 1 < specific->size(); i += 2) {
-      const std::string* pattern = (*specific)[i].asString();
-      const PlistValue& listValue = (*specific)[i + 1];
-      if (!pattern) continue;
-      std::optional<std::vector<std::string>> list;
-      if (const PlistArray* a = listValue.asArray()) {
-        list.emplace();
-        for (const PlistValue& v : *a)
-          if (v.asString()) list->push_back(*v.asString());
+// The winning list of "VersionSpecificVMOptions": the first pair whose pattern matches.
+std::optional<std::optional<std::vector<std::string>>> versionSpecificOptions(const PlistValue& javaVM,
+                                                                              const ChosenRuntime& runtime) {
+  const PlistArray* specific = javaVM.array("VersionSpecificVMOptions");
+  if (!specific || specific->size() < 2) return std::nullopt;
+  for (size_t i = 0; i + 1 < specific->size(); i += 2) {
+    const std::string* pattern = (*specific)[i].asString();
+    if (!pattern) continue;
+    std::optional<std::vector<std::string>> list;
+    if (const PlistArray* a = (*specific)[i + 1].asArray()) {
+      list.emplace();
+      for (const PlistValue& v : *a)
+        if (v.asString()) list->push_back(*v.asString());
+    }
+    if (text::startsWith(*pattern, "*")) {
+      if (runtime.version && matchesLike(*runtime.version, pattern->substr(1))) {
+        BWK_DLOG("%s [Line %d] using version specific options %@ %@ %@", runtime.version, *pattern, list);
+        return list;
       }
-      bool matched = false;
-      if (text::startsWith(*pattern, "*")) {
-        if (javaVersion && matchesLike(*javaVersion, pattern->substr(1))) {
-          BWK_DLOG("%s [Line %d] using version specific options %@ %@ %@", javaVersion, *pattern, list);
-          matched = true;
-        }
-      } else {
-        std::vector<std::string> bounds = text::split(*pattern, "-");
-        if (bounds.size() != 2) {
-          BWK_DLOG("%s [Line %d] ERROR in version specific options %@", *pattern);
-          continue;
-        }
-        long long low = text::integerValue(bounds[0]), high = text::integerValue(bounds[1]);
-        if (low <= javaMajorVersion && javaMajorVersion <= high) {
-          BWK_DLOG("%s [Line %d] using version specific options %@ %@ %@ %d %d %d", javaVersion, *pattern, list,
-                   javaMajorVersion, low, high);
-          matched = true;
-        }
-      }
-      if (matched) {
-        classPath = addPredefinedOptions(list, options, classPath);
-        break;
-      }
+      continue;
+    }
+    std::vector<std::string> bounds = text::split(*pattern, "-");
+    if (bounds.size() != 2) {
+      BWK_DLOG("%s [Line %d] ERROR in version specific options %@", *pattern);
+      continue;
+    }
+    long long low = text::integerValue(bounds[0]), high = text::integerValue(bounds[1]);
+    if (low <= runtime.majorVersion && runtime.majorVersion <= high) {
+      BWK_DLOG("%s [Line %d] using version specific options %@ %@ %@ %d %d %d", runtime.version, *pattern, list,
+               runtime.majorVersion, low, high);
+      return list;
     }
   }
+  return std::nullopt;
+}
 
-  // 6. AOT cache.
-  addAotCacheOption(options, &javaVM);
+}  // namespace
 
-  // 7. Option files: inside the bundle, then beside it.
-  if (!s_guiLauncher) classPath = readOptionsFile(s_launcherDirAndName.value_or("") + ".app/Contents/vmoptions.txt", options, classPath);
-  classPath = readOptionsFile(s_launcherDirAndName.value_or("") + ".vmoptions", options, classPath);
+OptionalString workingDirectory(const LaunchContext& context, const ChosenRuntime& runtime) {
+  VariableScope scope{context.paths, runtime.path};
+  if (OptionalString configured = replaceVariables(context.javaVM().string("WorkingDirectory"), scope)) {
+    std::string dir = path::isAbsolute(*configured)
+                          ? path::standardize(*configured)
+                          : path::standardize(path::append(context.paths.launcherDirInApp.value_or(""), *configured));
+    BWK_DLOG("%s [Line %d] using working directory %@", dir);
+    return dir;
+  }
+  if (!context.commandLineLauncher) return context.paths.mainBundlePath;
+  return std::nullopt;
+}
 
-  // 8. Splash.
-  if (OptionalString splash = replaceVariables(javaVM.string("SplashFile"))) options.push_back("-splash:" + *splash);
+bool needsBundleIdentity(const LaunchContext& context) {
+  return !context.commandLineLauncher && platform::supportsDockOptions();
+}
 
-  // 9. Class path.
+JavaParameters readJavaParameters(const LaunchContext& context, const ChosenRuntime& runtime, const LaunchFacts& facts) {
+  const PlistValue& info = context.configuration;
+  const PlistValue& javaVM = context.javaVM();
+  const LaunchPaths& paths = context.paths;
+  VariableScope scope{paths, runtime.path};
+  JavaParameters result;
+  std::vector<std::string>& options = result.options;
+
+  // Module name, always first: the executable, or the bundle.
+  options.push_back("-Dfenmo.moduleName=" + paths.launcherDirAndName.value_or("(null)") +
+                    (context.commandLineLauncher ? "" : ".app"));
+
+  // Class path and built-in options, then the version-specific ones.
+  OptionalString classPath = replaceVariables(javaVM.string("ClassPath"), scope);
+  classPath = addPredefinedOptions(javaVM.stringArray("VMOptionArray"), options, classPath, scope);
+  if (auto specific = versionSpecificOptions(javaVM, runtime))
+    classPath = addPredefinedOptions(*specific, options, classPath, scope);
+
+  options.insert(options.end(), facts.aotOptions.begin(), facts.aotOptions.end());
+  for (const std::string& file : optionFiles(context)) classPath = readOptionsFile(file, options, classPath, scope);
+
+  if (OptionalString splash = replaceVariables(javaVM.string("SplashFile"), scope)) options.push_back("-splash:" + *splash);
   if (OptionalString resolved = resolveArtifactPath(classPath); resolved && !resolved->empty())
     options.push_back("-Djava.class.path=" + *resolved);
-
-  // 10. Module path.
-  if (OptionalString modulePath = resolveArtifactPath(replaceVariables(javaVM.string("ModulePath")));
+  if (OptionalString modulePath = resolveArtifactPath(replaceVariables(javaVM.string("ModulePath"), scope));
       modulePath && !modulePath->empty()) {
     options.push_back("-p");
     options.push_back(*modulePath);
   }
 
-  // 11. Identity.
-  if (s_guiLauncher) {
+  // Identity: the configuration file of a command-line launcher, or the Dock's icon and name.
+  if (context.commandLineLauncher) {
     options.push_back("-Dbwk.configFileId=" + info.string("bwk.configFileId").value_or("(null)"));
-  } else if (platform::supportsDockOptions()) {
-    OptionalString identifier = platform::runningApplicationBundleIdentifier();
-    if (!identifier) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(100));
-      identifier = platform::runningApplicationBundleIdentifier();
-    }
-    if (!identifier) {
+  } else if (needsBundleIdentity(context)) {
+    if (!facts.runningBundleIdentifier) {
       BWK_DLOG("%s [Line %d] Started without bundle. Setting icon.");
       if (OptionalString icon = info.string("CFBundleIconFile"))
-        options.push_back("-Xdock:icon=" + s_launcherDirAndName.value_or("(null)") + ".app/Contents/Resources/" + *icon);
+        options.push_back("-Xdock:icon=" + paths.launcherDirAndName.value_or("(null)") + ".app/Contents/Resources/" + *icon);
     }
     options.push_back("-Xdock:name=" + info.string("CFBundleName").value_or("(null)"));
   }
 
-  // 12. Service mode.
-  if (s_guiLauncher && s_serviceMode) options.push_back("-Dbwk.service=" + *s_serviceMode);
-  // 13, 14. Previous runtime and archive.
-  if (previousJdkUsed) options.push_back("-Dbwk.previousJdk=true");
-  if (tarFile) options.push_back("-Dbwk.tarFile=" + *tarFile);
+  if (context.commandLineLauncher && context.serviceMode) options.push_back("-Dbwk.service=" + *context.serviceMode);
+  if (runtime.previousInstallation) options.push_back("-Dbwk.previousJdk=true");
+  if (facts.tarFile) options.push_back("-Dbwk.tarFile=" + *facts.tarFile);
 
-  // 15, 16. Arguments: configured first, then the command line.
-  args.clear();
+  // Arguments: configured first, then the command line.
   if (const PlistArray* configured = javaVM.array("ArgumentArray")) {
     for (const PlistValue& v : *configured)
-      if (v.asString()) args.push_back(*replaceVariables(*v.asString()));
+      if (v.asString()) result.args.push_back(*replaceVariables(*v.asString(), scope));
   }
-  addCommandLineParameters(options, args);
+  addCommandLineParameters(context, options, result.args);
 
-  // 17. Runtime selections never reach the runtime; neither do Dock options where the
-  // runtime refuses them.
+  // Runtime selections never reach the runtime; neither do Dock options where the runtime
+  // refuses them.
   bool dropDock = !platform::supportsDockOptions();
   std::erase_if(options, [&](const std::string& option) {
     if (text::startsWith(option, "-jvm=")) return true;
@@ -166,9 +154,9 @@ void Launcher::readJavaParameters(std::vector<std::string>& options, OptionalStr
     return false;
   });
 
-  // 18.
-  mainClass = javaVM.string("MainClass");
-  if (firstThread) *firstThread = javaVM.boolean("StartOnMainThread").value_or(false);
+  result.mainClass = javaVM.string("MainClass");
+  result.startOnMainThread = javaVM.boolean("StartOnMainThread").value_or(false);
+  return result;
 }
 
 }  // namespace bwk

@@ -1,6 +1,10 @@
 // From a chosen runtime to a running Java virtual machine: the argument vector, the
 // runtime's launcher library, argument files and JLI_Launch.
 #include <dlfcn.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <thread>
 
 #include <cstdlib>
 #include <cstring>
@@ -8,8 +12,12 @@
 #include "base/fs.h"
 #include "base/log.h"
 #include "base/path.h"
-#include "base/platform_exception.h"
+#include "base/errors.h"
+#include "launcher/aot_cache.h"
+#include "launcher/jli.h"
 #include "launcher/launcher.h"
+#include "launcher/messages.h"
+#include "launcher/runtime_checks.h"
 #include "platform/platform.h"
 
 namespace bwk {
@@ -31,47 +39,75 @@ using JLI_MemFree_t = void (*)(void* p);
 
 }  // namespace
 
+JLI_Launch_t JLI_LaunchFxnPtr = nullptr;
+const char* launchJavaVersion = nullptr;
+std::atomic<bool> g_javaMainInvocation{false};
+
+int reinvokeJavaLaunch(int argc, char** argv) {
+  return JLI_LaunchFxnPtr(argc, argv, 0, nullptr, 0, nullptr, launchJavaVersion, launchJavaVersion, "java", "java",
+                          false, false, false, 0);
+}
+
+std::vector<std::string> argumentVector(const std::string& program, const JavaParameters& parameters,
+                                        const std::string& runtimePath) {
+  std::vector<std::string> argv{program};
+  argv.insert(argv.end(), parameters.options.begin(), parameters.options.end());
+  argv.push_back("-Dbwk.jreBundle=" + runtimePath);
+  argv.push_back(parameters.mainClass.value_or("(null)"));
+  argv.insert(argv.end(), parameters.args.begin(), parameters.args.end());
+  return argv;
+}
+
 void Launcher::setInstallerJreBundle(const OptionalString& jreBundle, const OptionalString& archive) {
-  installerJreBundle = jreBundle;
-  tarFile = archive;
+  installerJreBundle_ = jreBundle;
+  tarFile_ = archive;
 }
 
 Launcher& Launcher::load() {
-  findJavaBundle();
-  if (!javaBundlePath) return *this;
+  runtime_ = findJavaBundle(context_, installerJreBundle_);
+  if (!runtime_) return *this;
 
-  std::vector<std::string> options, args;
-  OptionalString mainClass;
-  bool firstThread = false;  // requested, not acted on: the options decide the thread
-  readJavaParameters(options, mainClass, args, &firstThread);
+  // The effects on the process, before anything is built from the configuration: the
+  // language, the current directory (relative "dir/*" class-path entries are listed in it),
+  // the AOT cache files, the identity of the running application.
+  if (OptionalString locale = platform::userLocale()) setenv("LANG", (*locale + ".UTF-8").c_str(), 0);
+  if (OptionalString directory = workingDirectory(context_, *runtime_)) {
+    if (chdir(directory->c_str()) != 0) { /* the current directory stays as it was */ }
+  }
+  LaunchFacts facts;
+  facts.aotOptions = addAotCacheOption(context_, *runtime_);
+  if (needsBundleIdentity(context_)) {
+    facts.runningBundleIdentifier = platform::runningApplicationBundleIdentifier();
+    if (!facts.runningBundleIdentifier) {
+      // The system may not have registered a bundle that has just been opened.
+      std::this_thread::sleep_for(std::chrono::milliseconds(100));
+      facts.runningBundleIdentifier = platform::runningApplicationBundleIdentifier();
+    }
+  }
+  facts.tarFile = tarFile_;
 
-  // The vector and its strings live until the process ends: the runtime keeps pointers.
-  argv = static_cast<char**>(std::calloc(options.size() + args.size() + 3, sizeof(char*)));
-  argc = 0;
-  const auto& processArgs = platform::processArguments();
-  argv[argc++] = strdup(processArgs.empty() ? "" : processArgs[0].c_str());
-  for (const std::string& option : options) argv[argc++] = strdup(option.c_str());
-  argv[argc++] = strdup(("-Dbwk.jreBundle=" + *javaBundlePath).c_str());
-  argv[argc++] = strdup(mainClass.value_or("(null)").c_str());
-  for (const std::string& arg : args) argv[argc++] = strdup(arg.c_str());
+  JavaParameters parameters = readJavaParameters(context_, *runtime_, facts);
+  argv_ = bwk::argumentVector(context_.arguments.empty() ? std::string() : context_.arguments[0], parameters,
+                         runtime_->path);
   return *this;
 }
 
 int Launcher::launch() {
-  if (!javaBundlePath || javaBundlePath->empty()) {
+  if (!runtime_ || runtime_->path.empty()) {
     BWK_DLOG("%s [Line %d] no suitable JRE found.");
-    displayError("AppleJavaMinVersionError", getJavaMinVersion(), infoDictionary().string("CFBundleName"));
+    displayError(context_, "AppleJavaMinVersionError", getJavaMinVersion(context_.configuration),
+                 context_.configuration.string("CFBundleName"));
     return 1;
   }
 
   std::string library;
-  if (pluginUsed) {
+  if (runtime_->plugin) {
     library = platform::appletPluginLibrary();
   } else {
     std::vector<std::string> candidates = platform::runtimeLibraryCandidates();
-    library = path::append(*javaBundlePath, candidates.back());
+    library = path::append(runtime_->path, candidates.back());
     for (size_t i = 0; i + 1 < candidates.size(); ++i) {
-      std::string candidate = path::append(*javaBundlePath, candidates[i]);
+      std::string candidate = path::append(runtime_->path, candidates[i]);
       if (fs::exists(candidate)) {
         library = candidate;
         break;
@@ -91,6 +127,11 @@ int Launcher::launch() {
   auto stringDup = reinterpret_cast<JLI_StringDup_t>(dlsym(handle, "JLI_StringDup"));
   auto memFree = reinterpret_cast<JLI_MemFree_t>(dlsym(handle, "JLI_MemFree"));
   if (!JLI_LaunchFxnPtr) throw PlatformException("JavaLaunchError", "Could not get function pointer for JLI_Launch.");
+
+  // The vector and its strings live until the process ends: the runtime keeps pointers.
+  int argc = static_cast<int>(argv_.size());
+  char** argv = static_cast<char**>(std::calloc(argv_.size() + 1, sizeof(char*)));
+  for (size_t i = 0; i < argv_.size(); ++i) argv[i] = strdup(argv_[i].c_str());
 
   // Argument files, expanded once by the runtime's own rules; entry 0 never is.
   bool hasArgumentFile = false;
@@ -130,10 +171,10 @@ int Launcher::launch() {
   BWK_DLOG("%s [Line %d] launching %p %d", reinterpret_cast<const void*>(JLI_LaunchFxnPtr), argc);
   for (int i = 0; i < argc; ++i) BWK_DLOG("%s [Line %d] arg %s", argv[i]);
 
+  // Both are read again by the runtime's second call of main; never freed.
+  launchJavaVersion = strdup(runtime_->shortVersion.c_str());
   g_javaMainInvocation = true;
-  if (!launchJavaVersion) launchJavaVersion = "1.7.0";
-  return JLI_LaunchFxnPtr(argc, argv, 0, nullptr, 0, nullptr, launchJavaVersion, launchJavaVersion, "java", "java",
-                          false, false, false, 0);
+  return reinvokeJavaLaunch(argc, argv);
 }
 
 }  // namespace bwk

@@ -1,98 +1,51 @@
 #pragma once
-// The object that carries one launch from the configuration to the started Java runtime.
-// Its operations are spread over one source file per concern:
-//   launcher_object.cpp      init, messages, error display
-//   java_parameters.cpp      readJavaParameters
-//   option_files.cpp         readOptionsFile, addPredefinedOptions
-//   variables.cpp            replaceVariables, resolveArtifactPath
-//   aot_cache.cpp            addAotCacheOption
-//   command_line.cpp         addCommandLineParameters
-//   version_compare.cpp      version strings and their comparison
-//   runtime_checks.cpp       checkJavaVersion, checkBundleVersion, getJavaMinVersion
-//   runtime_search.cpp       findJavaBundle, findOverrideJvm
-//   previous_installations.cpp, public_runtimes.cpp   the search operations
-//   launch.cpp               launcher, setInstallerJreBundle, load, launch
-#include <memory>
+// One launch, from a context to a running Java virtual machine: the runtime search, the
+// parameters, the argument vector, and JLI_Launch.
 #include <optional>
 #include <string>
-#include <string_view>
 #include <vector>
 
-#include "base/plist.h"
-#include "launcher/launch_state.h"
-#include "launcher/runtime_bundle.h"
+#include "launcher/java_parameters.h"
+#include "launcher/launch_context.h"
+#include "launcher/runtime_search.h"
 
 namespace bwk {
 
-using OptionalString = std::optional<std::string>;
-
 class Launcher {
  public:
-  // init: fresh fields, and on first use the process-wide paths.
-  Launcher();
+  explicit Launcher(const LaunchContext& context) : context_(context) {}
   Launcher(const Launcher&) = delete;
   Launcher& operator=(const Launcher&) = delete;
 
-  // A new launcher for every call.
-  static std::unique_ptr<Launcher> launcher();
-
-  // --- messages and errors -----------------------------------------------------------------
-  static OptionalString getMessage(const std::string& key, const OptionalString& info1 = std::nullopt,
-                                   const OptionalString& info2 = std::nullopt);
-  static void displayError(const std::string& key, const OptionalString& info1 = std::nullopt,
-                           const OptionalString& info2 = std::nullopt);
-
-  // --- configuration builders --------------------------------------------------------------
-  void readJavaParameters(std::vector<std::string>& options, OptionalString& mainClass,
-                          std::vector<std::string>& args, bool* firstThread);
-  OptionalString readOptionsFile(const OptionalString& path, std::vector<std::string>& options,
-                                 OptionalString classPath);
-  OptionalString addPredefinedOptions(const std::optional<std::vector<std::string>>& list,
-                                      std::vector<std::string>& options, OptionalString classPath);
-  OptionalString replaceVariables(const OptionalString& text) const;
-  OptionalString resolveArtifactPath(const OptionalString& pathList) const;
-  void addAotCacheOption(std::vector<std::string>& options, const PlistValue* javaVM);
-  void addCommandLineParameters(std::vector<std::string>& options, std::vector<std::string>& args);
-
-  // --- version strings ----------------------------------------------------------------------
-  static int typeOfCharacter(std::string_view s);
-  static std::vector<std::string> splitVersionString(std::string_view s);
-  static int compareVersion(std::string_view a, std::string_view b);
-  static bool compareVersion(const OptionalString& bound, const std::vector<std::string>& versionList, bool max);
-  static bool isBetaVersion(const OptionalString& s);
-  static std::string removeJrePrefix(std::string_view name);
-
-  // --- runtime checks and search ------------------------------------------------------------
-  // The short version (never freed: it may become launchJavaVersion), or null when refused.
-  const char* checkJavaVersion(const OptionalString& min, const OptionalString& max, bool allowBeta, bool plugin);
-  const char* checkBundleVersion(const OptionalString& min, const OptionalString& max, bool allowBeta,
-                                 bool plugin, const OptionalString& bundleVersion,
-                                 const OptionalString& evarVersion, const OptionalString& infoString);
-  static OptionalString getJavaMinVersion();
-  OptionalString findJavaBundle();
-  OptionalString findOverrideJvm();
-  void findJavaPreviousInstallation(const PlistValue& infoDictionary, const OptionalString& min,
-                                    const OptionalString& max, bool allowBeta);
-  void findDirectoryJavaBundle(const OptionalString& path, const OptionalString& min, const OptionalString& max,
-                               bool allowBeta);
-  void findPublicJavaBundle(const OptionalString& min, const OptionalString& max, bool allowBeta);
-
-  // --- launch -------------------------------------------------------------------------------
+  // The runtime the installation worker has just unpacked, and the archive it came from.
   void setInstallerJreBundle(const OptionalString& jreBundle, const OptionalString& tarFile);
+
+  // Chooses the runtime and builds the argument vector. The one step with effects on the
+  // process: LANG from the user's locale, the working directory, the wait for the running
+  // application's identity. Throws ReportedFailure when a runtime's packed jars cannot be
+  // unpacked or option files nest too deeply.
   Launcher& load();
+
+  // Loads the runtime's launcher library and calls JLI_Launch: its result. 1 with a message
+  // when no runtime was found; throws PlatformException("JavaLaunchError", ...) when the
+  // library cannot be used.
   int launch();
 
-  // Fields, in declaration order of the launch object.
-  std::shared_ptr<RuntimeBundle> javaBundle;
-  OptionalString javaBundlePath;
-  OptionalString javaVersion;
-  int javaMajorVersion = -1;
-  bool pluginUsed = false;
-  bool previousJdkUsed = false;
-  int argc = 0;
-  char** argv = nullptr;  // handed to the runtime; never freed
-  OptionalString installerJreBundle;
-  OptionalString tarFile;
+  const std::optional<ChosenRuntime>& runtime() const { return runtime_; }
+  // The vector handed to JLI_Launch: program, options, runtime property, main class, arguments.
+  const std::vector<std::string>& argumentVector() const { return argv_; }
+
+ private:
+  const LaunchContext& context_;
+  OptionalString installerJreBundle_;
+  OptionalString tarFile_;
+  std::optional<ChosenRuntime> runtime_;
+  std::vector<std::string> argv_;
 };
+
+// The vector handed to JLI_Launch: the program, the options, "-Dbwk.jreBundle=", the main class
+// ("(null)" when none is configured) and the arguments.
+std::vector<std::string> argumentVector(const std::string& program, const JavaParameters& parameters,
+                                        const std::string& runtimePath);
 
 }  // namespace bwk

@@ -1,10 +1,12 @@
 // Option files (.vmoptions, vmoptions.txt) and the configured option lists, with their
 // includes and class-path directives.
+#include "launcher/option_files.h"
+
+#include "base/errors.h"
 #include "base/fs.h"
 #include "base/log.h"
 #include "base/path.h"
 #include "base/strings.h"
-#include "launcher/launcher.h"
 #include "platform/platform.h"
 
 namespace bwk {
@@ -17,40 +19,27 @@ std::string unquote(std::string name) {
   return name;
 }
 
-// Lines end at every CR and at every LF, each by itself.
-std::vector<std::string> splitLines(const std::string& contents) {
-  std::vector<std::string> lines;
-  std::string current;
-  for (char c : contents) {
-    if (c == '\r' || c == '\n') {
-      lines.push_back(std::move(current));
-      current.clear();
-    } else {
-      current += c;
-    }
-  }
-  lines.push_back(std::move(current));
-  return lines;
-}
-
 // The platform writes an absent value as "(null)" when it is formatted into a text.
 std::string orNull(const OptionalString& s) { return s.value_or("(null)"); }
 
-}  // namespace
-
-OptionalString Launcher::readOptionsFile(const OptionalString& filePath, std::vector<std::string>& options,
-                                         OptionalString classPath) {
+OptionalString readNested(const OptionalString& filePath, std::vector<std::string>& options, OptionalString classPath,
+                          const VariableScope& scope, int depth) {
   if (!filePath) return classPath;
-  std::string file = text::replaceAll(*replaceVariables(filePath), "~", platform::homeDirectory());
+  std::string file = text::replaceAll(*replaceVariables(filePath, scope), "~", platform::homeDirectory());
+  if (depth > kMaxOptionFileDepth) {
+    BWK_SYSLOG("%s [Line %d] option files nested deeper than %d at %@", kMaxOptionFileDepth, file);
+    throw ReportedFailure("fenmo.InternalError", file);
+  }
   BWK_DLOG("%s [Line %d] option file %@", file);
   auto contents = fs::readFile(file);
   if (!contents || !text::isValidUtf8(*contents)) return classPath;
 
-  for (const std::string& rawLine : splitLines(*contents)) {
+  // Lines end at every CR and at every LF, each by itself.
+  for (const std::string& rawLine : text::splitAny(*contents, "\r\n")) {
     std::string line = text::trimHorizontal(rawLine);
     BWK_DLOG("%s [Line %d] option %@", line);
     if (line.empty() || line[0] == '#') continue;
-    line = *replaceVariables(line);
+    line = *replaceVariables(line, scope);
     if (text::startsWith(line, "-classpath ")) {
       classPath = line.substr(11);
     } else if (text::startsWith(line, "-classpath/p ")) {
@@ -61,7 +50,7 @@ OptionalString Launcher::readOptionsFile(const OptionalString& filePath, std::ve
     } else if (text::startsWith(line, "-include-options ")) {
       std::string name = unquote(line.substr(17));
       std::string included = path::isAbsolute(name) ? name : path::append(path::parent(file), name);
-      classPath = readOptionsFile(included, options, classPath);
+      classPath = readNested(included, options, classPath, scope, depth + 1);
     } else {
       options.push_back(line);
     }
@@ -69,19 +58,38 @@ OptionalString Launcher::readOptionsFile(const OptionalString& filePath, std::ve
   return classPath;
 }
 
-OptionalString Launcher::addPredefinedOptions(const std::optional<std::vector<std::string>>& list,
-                                              std::vector<std::string>& options, OptionalString classPath) {
+}  // namespace
+
+OptionalString readOptionsFile(const OptionalString& filePath, std::vector<std::string>& options,
+                               OptionalString classPath, const VariableScope& scope) {
+  return readNested(filePath, options, std::move(classPath), scope, 1);
+}
+
+OptionalString addPredefinedOptions(const std::optional<std::vector<std::string>>& list,
+                                    std::vector<std::string>& options, OptionalString classPath,
+                                    const VariableScope& scope) {
   if (!list) return classPath;
   for (const std::string& entry : *list) {
     if (text::startsWith(entry, "-include-options ")) {
-      std::string name = unquote(*replaceVariables(entry.substr(17)));
-      std::string file = path::isAbsolute(name) ? name : path::append(s_launcherDirInApp.value_or(""), name);
-      classPath = readOptionsFile(file, options, classPath);
+      std::string name = unquote(*replaceVariables(entry.substr(17), scope));
+      std::string file = path::isAbsolute(name) ? name : path::append(scope.paths.launcherDirInApp.value_or(""), name);
+      classPath = readOptionsFile(file, options, classPath, scope);
     } else {
-      options.push_back(*replaceVariables(entry));
+      options.push_back(*replaceVariables(entry, scope));
     }
   }
   return classPath;
+}
+
+std::vector<std::string> optionFiles(const LaunchContext& context) {
+  // Without a known launcher path there is no file to name: a relative ".vmoptions" would be
+  // looked up in whatever the current directory is.
+  const OptionalString& base = context.paths.launcherDirAndName;
+  if (!base) return {};
+  std::vector<std::string> files;
+  if (!context.commandLineLauncher) files.push_back(*base + ".app/Contents/vmoptions.txt");
+  files.push_back(*base + ".vmoptions");
+  return files;
 }
 
 }  // namespace bwk

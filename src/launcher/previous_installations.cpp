@@ -4,7 +4,7 @@
 #include "base/log.h"
 #include "base/plist_reader.h"
 #include "base/strings.h"
-#include "launcher/launcher.h"
+#include "launcher/runtime_search_state.h"
 #include "platform/platform.h"
 
 namespace bwk {
@@ -31,9 +31,9 @@ OptionalString readVersionFile(const std::string& runtimeDirectory) {
 
 }  // namespace
 
-void Launcher::findJavaPreviousInstallation(const PlistValue& infoDictionary, const OptionalString& min,
-                                            const OptionalString& max, bool allowBeta) {
-  OptionalString appId = infoDictionary.string("bwk.appId");
+void RuntimeSearch::findJavaPreviousInstallation(const OptionalString& min, const OptionalString& max,
+                                                 bool allowBeta) {
+  OptionalString appId = context.configuration.string("bwk.appId");
   std::optional<PlistValue> records = readInstallationRecords();
   BWK_DLOG("%s [Line %d] %@", records ? &*records : nullptr);
   if (!appId || !records) return;
@@ -63,8 +63,7 @@ void Launcher::findJavaPreviousInstallation(const PlistValue& infoDictionary, co
             candidate = privateRuntime;
             checkBundle = false;
             javaBundlePath = privateRuntime;
-            launchJavaVersion =
-                checkBundleVersion(min, max, allowBeta, false, version, std::nullopt, std::nullopt);
+            record(checkBundleVersion(min, max, allowBeta, false, version, std::nullopt, std::nullopt));
           }
         }
       }
@@ -72,14 +71,9 @@ void Launcher::findJavaPreviousInstallation(const PlistValue& infoDictionary, co
     if (checkBundle) javaBundlePath = candidate;
     BWK_DLOG("%s [Line %d] checking %@", javaBundlePath);
 
-    if (checkBundle && javaBundlePath && fs::exists(*javaBundlePath)) {
-      javaBundle = RuntimeBundle::open(*javaBundlePath);
-      launchJavaVersion = checkJavaVersion(min, max, allowBeta, false);
-      if (launchJavaVersion) {
-        previousJdkUsed = true;
-        return;
-      }
-      javaBundle.reset();
+    if (checkBundle && fs::exists(candidate) && tryBundle(candidate, min, max, allowBeta)) {
+      previousJdkUsed = true;
+      return;
     }
   }
 }

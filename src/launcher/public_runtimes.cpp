@@ -6,7 +6,8 @@
 #include "base/log.h"
 #include "base/path.h"
 #include "base/strings.h"
-#include "launcher/launcher.h"
+#include "launcher/runtime_search_state.h"
+#include "launcher/version_compare.h"
 #include "platform/platform.h"
 
 namespace bwk {
@@ -17,7 +18,7 @@ namespace {
 // newer. A comparison that fails counts as equal.
 bool newerRuntimeName(const std::string& x, const std::string& y) {
   try {
-    return Launcher::compareVersion(Launcher::removeJrePrefix(y), Launcher::removeJrePrefix(x)) < 0;
+    return compareVersion(removeJrePrefix(y), removeJrePrefix(x)) < 0;
   } catch (...) {
     return false;
   }
@@ -30,39 +31,34 @@ bool isOracleBundle(const OptionalString& identifier, const OptionalString& info
 
 }  // namespace
 
-void Launcher::findDirectoryJavaBundle(const OptionalString& path, const OptionalString& min,
-                                       const OptionalString& max, bool allowBeta) {
+void RuntimeSearch::findDirectoryJavaBundle(const OptionalString& path, const OptionalString& min,
+                                            const OptionalString& max, bool allowBeta) {
   if (!path) return;
   javaBundlePath = replaceVariables(path);
   if (!javaBundlePath || !fs::exists(*javaBundlePath)) return;
-  javaBundle = RuntimeBundle::open(*javaBundlePath);
-  launchJavaVersion = checkJavaVersion(min, max, allowBeta, false);
-  if (!launchJavaVersion) javaBundle.reset();
+  tryBundle(*javaBundlePath, min, max, allowBeta);
 }
 
-void Launcher::findPublicJavaBundle(const OptionalString& min, const OptionalString& max, bool allowBeta) {
+void RuntimeSearch::findPublicJavaBundle(const OptionalString& min, const OptionalString& max, bool allowBeta) {
   std::optional<std::string> plugin = platform::appletPluginPath();
   if (plugin && fs::exists(*plugin) && fs::exists(path::append(*plugin, "Contents/Home/bin/java"))) {
-    javaBundle = RuntimeBundle::open(*plugin);
-    if (javaBundle) {
-      OptionalString infoString = javaBundle->string("CFBundleGetInfoString");
-      OptionalString identifier = javaBundle->string("CFBundleIdentifier");
+    if (std::shared_ptr<RuntimeBundle> bundle = RuntimeBundle::open(*plugin)) {
+      OptionalString infoString = bundle->string("CFBundleGetInfoString");
+      OptionalString identifier = bundle->string("CFBundleIdentifier");
       BWK_DLOG("%s [Line %d] JRE %@ %@ %@", *plugin, infoString, identifier);
-      if (!isOracleBundle(identifier, infoString)) {
-        javaBundle.reset();
-      } else {
+      if (isOracleBundle(identifier, infoString)) {
         BWK_DLOG("%s [Line %d] Oracle JRE %@", *plugin);
-        launchJavaVersion = checkJavaVersion(min, max, allowBeta, true);
-        if (launchJavaVersion) {
+        // Only an accepted plug-in becomes the runtime path.
+        javaBundle = bundle;
+        if (record(checkJavaVersion(bundle.get(), min, max, allowBeta, true))) {
           javaBundlePath = plugin;
           pluginUsed = true;
-        } else {
-          javaBundle.reset();
+          return;
         }
+        javaBundle.reset();
       }
     }
   }
-  if (javaBundle) return;
 
   const std::string directory = platform::installedRuntimesDirectory();
   std::optional<std::vector<std::string>> names = fs::listDirectory(directory);
@@ -70,12 +66,9 @@ void Launcher::findPublicJavaBundle(const OptionalString& min, const OptionalStr
   std::stable_sort(names->begin(), names->end(), newerRuntimeName);
   BWK_DLOG("%s [Line %d] JDKs %@", *names);
   for (const std::string& name : *names) {
-    javaBundlePath = path::join({directory, name});
-    BWK_DLOG("%s [Line %d] checking %@", javaBundlePath);
-    javaBundle = RuntimeBundle::open(*javaBundlePath);
-    launchJavaVersion = checkJavaVersion(min, max, allowBeta, false);
-    if (launchJavaVersion) return;
-    javaBundle.reset();
+    std::string candidate = path::join({directory, name});
+    BWK_DLOG("%s [Line %d] checking %@", candidate);
+    if (tryBundle(candidate, min, max, allowBeta)) return;
   }
 }
 

@@ -3,24 +3,25 @@
 #include "base/log.h"
 #include "base/path.h"
 #include "base/strings.h"
-#include "launcher/launcher.h"
+#include "launcher/runtime_bundle.h"
+#include "launcher/variables.h"
 #include "platform/platform.h"
 
 namespace bwk {
 
-OptionalString Launcher::replaceVariables(const OptionalString& input) const {
+OptionalString replaceVariables(const OptionalString& input, const VariableScope& scope) {
   if (!input) return std::nullopt;
   BWK_DLOG("%s [Line %d] replacing %@", input);
   std::string s = *input;
   // One pass in a fixed order: text inserted by a replacement is seen only by the ones after.
-  s = text::replaceAll(std::move(s), "${launcher:sys.appRootDir}", s_appRootDir.value_or(""));
-  s = text::replaceAll(std::move(s), "${launcher:sys.mainBundle}", s_mainBundlePath.value_or(""));
-  s = text::replaceAll(std::move(s), "${launcher:sys.launcherDirectory}", s_launcherDirInApp.value_or(""));
+  s = text::replaceAll(std::move(s), "${launcher:sys.appRootDir}", scope.paths.appRootDir.value_or(""));
+  s = text::replaceAll(std::move(s), "${launcher:sys.mainBundle}", scope.paths.mainBundlePath.value_or(""));
+  s = text::replaceAll(std::move(s), "${launcher:sys.launcherDirectory}", scope.paths.launcherDirInApp.value_or(""));
   s = text::replaceAll(std::move(s), "${launcher:sys.pathlistSeparator}", ":");
   s = text::replaceAll(std::move(s), "${launcher:sys.userHome}", platform::homeDirectory());
   s = text::replaceAll(std::move(s), "${launcher:sys.tempDir}", platform::temporaryDirectory());
-  if (javaBundlePath && s.find("${launcher:sys.jvmHome}") != std::string::npos) {
-    std::string home = runtimeHome(*javaBundlePath);
+  if (scope.runtimePath && s.find("${launcher:sys.jvmHome}") != std::string::npos) {
+    std::string home = runtimeHome(*scope.runtimePath);
     std::string jre = path::append(home, "jre");
     s = text::replaceAll(std::move(s), "${launcher:sys.jvmHome}", fs::exists(jre) ? jre : home);
   }
@@ -32,7 +33,7 @@ OptionalString Launcher::replaceVariables(const OptionalString& input) const {
   return s;
 }
 
-OptionalString Launcher::resolveArtifactPath(const OptionalString& pathList) const {
+OptionalString resolveArtifactPath(const OptionalString& pathList) {
   if (!pathList) return std::nullopt;
   OptionalString result;
   auto appendItem = [&](const std::string& item) { result = result ? *result + ":" + item : item; };

@@ -7,7 +7,7 @@
 
 #include "base/strings.h"
 #include "launcher/character_classes.h"
-#include "launcher/launcher.h"
+#include "launcher/version_compare.h"
 
 namespace bwk {
 
@@ -50,13 +50,13 @@ int sign(int value) { return (value > 0) - (value < 0); }
 
 }  // namespace
 
-int Launcher::typeOfCharacter(std::string_view s) {
+int typeOfCharacter(std::string_view s) {
   if (s == ".") return kSeparator;
   if (s.empty()) return kAlphabetic;
   return classOfCodePoint(characters::decodeUtf8(s, 0).codePoint);
 }
 
-std::vector<std::string> Launcher::splitVersionString(std::string_view s) {
+std::vector<std::string> splitVersionString(std::string_view s) {
   std::vector<std::string> tokens;
   if (s.empty()) return tokens;
   characters::Utf8Character first = characters::decodeUtf8(s, 0);
@@ -80,7 +80,7 @@ std::vector<std::string> Launcher::splitVersionString(std::string_view s) {
   return tokens;
 }
 
-int Launcher::compareVersion(std::string_view a, std::string_view b) {
+int compareVersion(std::string_view a, std::string_view b) {
   std::vector<std::string> tokensA = splitVersionString(a);
   std::vector<std::string> tokensB = splitVersionString(b);
   size_t n = std::min(tokensA.size(), tokensB.size());
@@ -109,7 +109,7 @@ int Launcher::compareVersion(std::string_view a, std::string_view b) {
   return typeOfCharacter(tokensA[n]) == kAlphabetic ? -1 : 1;
 }
 
-bool Launcher::compareVersion(const OptionalString& bound, const std::vector<std::string>& versionList, bool max) {
+bool compareVersion(const std::optional<std::string>& bound, const std::vector<std::string>& versionList, bool max) {
   if (!bound || bound->empty()) return true;
   std::vector<std::string> boundComponents = text::splitAny(*bound, "._-+");
   for (size_t i = 0; i < boundComponents.size(); ++i) {
@@ -122,12 +122,12 @@ bool Launcher::compareVersion(const OptionalString& bound, const std::vector<std
   return true;
 }
 
-bool Launcher::isBetaVersion(const OptionalString& s) {
+bool isBetaVersion(const std::optional<std::string>& s) {
   // Plain substring search on purpose: "Team" and "release" count as markers too.
   return s && (text::contains(*s, "beta") || text::contains(*s, "ea") || text::contains(*s, "rc"));
 }
 
-std::string Launcher::removeJrePrefix(std::string_view name) {
+std::string removeJrePrefix(std::string_view name) {
   if (text::startsWith(name, "openjdk-")) name.remove_prefix(8);
   if (text::startsWith(name, "openjdk")) name.remove_prefix(7);
   if (text::startsWith(name, "jdk-") || text::startsWith(name, "jre-")) name.remove_prefix(4);

@@ -15,11 +15,6 @@ std::string homeDirectory();
 std::string temporaryDirectory();
 // The running executable's path, links resolved and standardised; absent when unknown.
 std::optional<std::string> executablePath();
-// The process's argument vector as main received it. main stores it once; tests may set
-// their own.
-const std::vector<std::string>& processArguments();
-void setProcessArguments(int argc, char** argv);
-void setProcessArguments(std::vector<std::string> arguments);
 // The process environment, in the order the C library holds it.
 std::vector<std::pair<std::string, std::string>> environment();
 std::optional<std::string> environmentValue(const std::string& name);
@@ -64,9 +59,11 @@ std::string installationRecordsFile();
 
 // --- actions --------------------------------------------------------------------------------
 // Runs a program with arguments, waits, and gives its exit status (a signal gives 128+n).
-// Throws PlatformException("NSInvalidArgumentException", ...) when it cannot be started.
-int runProcess(const std::string& program, const std::vector<std::string>& arguments);
-// A non-blocking notice with a header and a message, outliving this process.
-void displayNotice(const std::optional<std::string>& header, const std::string& message);
+// Absent when it cannot be started; `error` then says why.
+std::optional<int> runProcess(const std::string& program, const std::vector<std::string>& arguments,
+                              std::string* error);
+// A non-blocking notice with a header and a message, outliving this process. False when it
+// could not be shown.
+bool displayNotice(const std::optional<std::string>& header, const std::string& message);
 
 }  // namespace bwk::platform

@@ -23,9 +23,11 @@ struct OpenResult {
 };
 
 // Opens the bundle at `bundlePath` with `arguments` (absent: none are configured) and the
-// option bits above. The opened process never lingers as an unreaped child of this one, so
-// that kill(pid, 0) fails as soon as it has ended.
-OpenResult openApplication(const std::string& bundlePath, const std::optional<std::vector<std::string>>& arguments,
-                           unsigned long options);
+// option bits above. `executableName` is the bundle's "CFBundleExecutable", for platforms
+// that start the executable themselves (absent: this executable). The opened process never
+// lingers as an unreaped child of this one, so that kill(pid, 0) fails as soon as it has
+// ended.
+OpenResult openApplication(const std::string& bundlePath, const std::optional<std::string>& executableName,
+                           const std::optional<std::vector<std::string>>& arguments, unsigned long options);
 
 }  // namespace bwk::platform

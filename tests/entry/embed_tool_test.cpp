@@ -6,7 +6,7 @@
 #include <filesystem>
 
 #include "base/strings.h"
-#include "entry/macho_note.h"
+#include "platform/macho_note.h"
 #include "macho_image.h"
 #include "platform/linux/elf_note.h"
 #include "test_support.h"

@@ -3,7 +3,7 @@
 
 #include <limits>
 
-#include "entry/macho_note.h"
+#include "platform/macho_note.h"
 #include "macho_image.h"
 
 namespace bwk::test {

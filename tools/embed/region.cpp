@@ -2,7 +2,7 @@
 #include <cstring>
 
 #include "embed.h"
-#include "entry/macho_note.h"
+#include "platform/macho_note.h"
 #include "platform/linux/elf_note.h"
 
 namespace bwk::embed {

@@ -11,7 +11,6 @@
 #include <thread>
 #include <vector>
 
-#include "base/log.h"
 #include "platform/linux/gtk_loader.h"
 #include "platform/linux/notice_process.h"
 #include "platform/notice.h"
@@ -66,10 +65,7 @@ pid_t startNoticeProcess(const std::string& executable, const NoticeText& notice
   int error = posix_spawn(&pid, executable.c_str(), &actions, &attributes, argv.data(), envp.data());
   posix_spawn_file_actions_destroy(&actions);
   posix_spawnattr_destroy(&attributes);
-  if (error != 0) {
-    BWK_DLOG("%s [Line %d] notice not started: %s", std::strerror(error));
-    return -1;
-  }
+  if (error != 0) return -1;
   // Reaped here if it ends first; otherwise this process ends first and the notice stays.
   std::thread([pid] {
     while (::waitpid(pid, nullptr, 0) == -1 && errno == EINTR) {
@@ -78,9 +74,9 @@ pid_t startNoticeProcess(const std::string& executable, const NoticeText& notice
   return pid;
 }
 
-void displayNotice(const std::optional<std::string>& header, const std::string& message) {
+bool displayNotice(const std::optional<std::string>& header, const std::string& message) {
   // /proc/self/exe reaches this executable even if its file was replaced meanwhile.
-  startNoticeProcess("/proc/self/exe", NoticeText{header, message});
+  return startNoticeProcess("/proc/self/exe", NoticeText{header, message}) > 0;
 }
 
 bool runNoticeIfRequested() {

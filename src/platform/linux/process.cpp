@@ -7,19 +7,11 @@
 #include <cstring>
 #include <random>
 
-#include "base/path.h"
 #include "platform/platform.h"
 
 extern char** environ;
 
 namespace bwk::platform {
-
-namespace {
-std::vector<std::string>& storedArguments() {
-  static std::vector<std::string> arguments;
-  return arguments;
-}
-}  // namespace
 
 std::string homeDirectory() {
   struct passwd pw;
@@ -42,20 +34,12 @@ std::optional<std::string> executablePath() {
   ssize_t n = readlink("/proc/self/exe", buffer, sizeof buffer - 1);
   if (n <= 0) return std::nullopt;
   buffer[n] = '\0';
+  // The kernel's link is absolute and already free of "." and ".."; realpath also resolves
+  // links in the directories above the executable.
   char resolved[PATH_MAX];
-  if (!realpath(buffer, resolved)) return path::standardize(buffer);
-  return path::standardize(resolved);
+  if (!realpath(buffer, resolved)) return std::string(buffer);
+  return std::string(resolved);
 }
-
-const std::vector<std::string>& processArguments() { return storedArguments(); }
-
-void setProcessArguments(int argc, char** argv) {
-  std::vector<std::string> arguments;
-  for (int i = 0; i < argc; ++i) arguments.emplace_back(argv[i] ? argv[i] : "");
-  storedArguments() = std::move(arguments);
-}
-
-void setProcessArguments(std::vector<std::string> arguments) { storedArguments() = std::move(arguments); }
 
 std::vector<std::pair<std::string, std::string>> environment() {
   std::vector<std::pair<std::string, std::string>> out;
@@ -75,8 +59,8 @@ std::optional<std::string> environmentValue(const std::string& name) {
 
 const char* processName() {
   static std::string name = [] {
-    auto exe = executablePath();
-    return exe ? path::lastComponent(*exe) : std::string("brackwood-launcher");
+    std::optional<std::string> exe = executablePath();
+    return exe ? exe->substr(exe->rfind('/') + 1) : std::string("brackwood-launcher");
   }();
   return name.c_str();
 }

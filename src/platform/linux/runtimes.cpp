@@ -1,7 +1,6 @@
 // Where runtimes live on Linux and how their launcher library is found.
 #include <cstdlib>
 
-#include "base/path.h"
 #include "platform/platform.h"
 
 namespace bwk::platform {
@@ -22,8 +21,9 @@ std::string appletPluginLibrary() { return "/nonexistent/applet-plugin/libjli.so
 
 std::string installationRecordsFile() {
   const char* xdg = std::getenv("XDG_CONFIG_HOME");
-  std::string base = (xdg && *xdg) ? std::string(xdg) : path::append(homeDirectory(), ".config");
-  return path::append(path::append(base, "brackwood"), "com.brackwood.installations.plist");
+  std::string base = (xdg && *xdg) ? std::string(xdg) : homeDirectory() + "/.config";
+  if (base.back() != '/') base += '/';
+  return base + "brackwood/com.brackwood.installations.plist";
 }
 
 }  // namespace bwk::platform

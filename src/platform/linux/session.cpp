@@ -1,20 +1,22 @@
 // Bundles, the graphical session and the user defaults on Linux.
+#include <algorithm>
 #include <cstdlib>
 
-#include "base/path.h"
-#include "base/strings.h"
 #include "platform/platform.h"
 
 namespace bwk::platform {
 
 std::string mainBundlePath() {
-  auto exe = executablePath();
+  std::optional<std::string> exe = executablePath();
   if (!exe) return ".";
-  std::string macos = path::parent(*exe);
-  std::string contents = path::parent(macos);
-  std::string bundle = path::parent(contents);
-  if (path::lastComponent(macos) == "MacOS" && path::lastComponent(contents) == "Contents" &&
-      text::endsWith(bundle, ".app"))
+  // The path is absolute and canonical: its parents are plain prefixes.
+  auto parent = [](const std::string& p) { return p.substr(0, std::max<size_t>(p.rfind('/'), 1)); };
+  auto name = [](const std::string& p) { return p.substr(p.rfind('/') + 1); };
+  std::string macos = parent(*exe);
+  std::string contents = parent(macos);
+  std::string bundle = parent(contents);
+  if (name(macos) == "MacOS" && name(contents) == "Contents" && bundle.size() > 4 &&
+      bundle.compare(bundle.size() - 4, 4, ".app") == 0)
     return bundle;
   return macos;
 }

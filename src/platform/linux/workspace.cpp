@@ -9,9 +9,6 @@
 #include <cerrno>
 #include <cstring>
 
-#include "base/bundle.h"
-#include "base/format.h"
-#include "base/path.h"
 #include "platform/platform.h"
 #include "platform/workspace.h"
 
@@ -30,17 +27,12 @@ void reapOpenedApplication(int) {
   errno = saved;
 }
 
-std::string bundleExecutable(const std::string& bundlePath) {
-  std::optional<std::string> name = Bundle(bundlePath).infoDictionary().string("CFBundleExecutable");
-  if (name) return path::append(path::append(bundlePath, "Contents/MacOS"), *name);
-  return executablePath().value_or("");
-}
-
 }  // namespace
 
-OpenResult openApplication(const std::string& bundlePath, const std::optional<std::vector<std::string>>& arguments,
+OpenResult openApplication(const std::string& bundlePath, const std::optional<std::string>& executableName,
+                           const std::optional<std::vector<std::string>>& arguments,
                            unsigned long /*options: nothing to activate or hide here*/) {
-  std::string program = bundleExecutable(bundlePath);
+  std::string program = executableName ? bundlePath + "/Contents/MacOS/" + *executableName : executablePath().value_or("");
   std::vector<std::string> words = arguments.value_or(std::vector<std::string>{});
   std::vector<char*> argv{program.data()};
   for (std::string& word : words) argv.push_back(word.data());
@@ -71,10 +63,10 @@ OpenResult openApplication(const std::string& bundlePath, const std::optional<st
 
   OpenResult result;
   if (error != 0) {
-    result.error = format("The application \"%@\" could not be launched: %@", program, std::string(std::strerror(error)));
+    result.error = "The application \"" + program + "\" could not be launched: " + std::strerror(error);
     return result;
   }
-  result.application = OpenedApplication{pid, format("<application %@ pid %d>", program, static_cast<int>(pid))};
+  result.application = OpenedApplication{pid, "<application " + program + " pid " + std::to_string(pid) + ">"};
   return result;
 }
 

@@ -15,13 +15,14 @@ CFStringRef copyText(const std::string& text) {
 
 }  // namespace
 
-void displayNotice(const std::optional<std::string>& header, const std::string& message) {
+bool displayNotice(const std::optional<std::string>& header, const std::string& message) {
   CFStringRef headerText = header ? copyText(*header) : nullptr;
   CFStringRef messageText = copyText(message);
   // Stop alert level, no time-out, the system's OK button.
   CFUserNotificationDisplayNotice(0, kCFUserNotificationStopAlertLevel, nullptr, nullptr, nullptr, headerText, messageText, nullptr);
   if (headerText) CFRelease(headerText);
   if (messageText) CFRelease(messageText);
+  return true;
 }
 
 // The system shows notices itself; no process of ours is ever started for one.

@@ -10,7 +10,6 @@
 
 #include <cstdlib>
 
-#include "base/platform_exception.h"
 #include "platform/platform.h"
 
 extern char** environ;
@@ -19,10 +18,6 @@ namespace bwk::platform {
 
 namespace {
 std::string toString(NSString* s) { return s ? std::string([s UTF8String]) : std::string(); }
-std::vector<std::string>& storedArguments() {
-  static std::vector<std::string> arguments;
-  return arguments;
-}
 }  // namespace
 
 std::string homeDirectory() { return toString(NSHomeDirectory()); }
@@ -42,10 +37,6 @@ std::optional<std::string> executablePath() {
   NSURL* url = [NSURL fileURLWithPath:[NSString stringWithUTF8String:raw.c_str()]];
   return toString([[[url URLByResolvingSymlinksInPath] URLByStandardizingPath] path]);
 }
-
-const std::vector<std::string>& processArguments() { return storedArguments(); }
-void setProcessArguments(int argc, char** argv) { storedArguments().assign(argv, argv + argc); }
-void setProcessArguments(std::vector<std::string> arguments) { storedArguments() = std::move(arguments); }
 
 std::vector<std::pair<std::string, std::string>> environment() {
   std::vector<std::pair<std::string, std::string>> out;
@@ -130,15 +121,23 @@ std::string appletPluginLibrary() {
 // The suite's preferences file, which the user defaults system keeps.
 std::string installationRecordsFile() { return homeDirectory() + "/Library/Preferences/com.brackwood.installations.plist"; }
 
-int runProcess(const std::string& program, const std::vector<std::string>& arguments) {
-  NSMutableArray* args = [NSMutableArray array];
-  for (const std::string& a : arguments) [args addObject:[NSString stringWithUTF8String:a.c_str()]];
-  @try {
-    NSTask* task = [NSTask launchedTaskWithLaunchPath:[NSString stringWithUTF8String:program.c_str()] arguments:args];
+std::optional<int> runProcess(const std::string& program, const std::vector<std::string>& arguments,
+                              std::string* error) {
+  @autoreleasepool {
+    NSMutableArray* args = [NSMutableArray array];
+    for (const std::string& a : arguments) [args addObject:[NSString stringWithUTF8String:a.c_str()]];
+    NSTask* task = [[NSTask alloc] init];
+    task.executableURL = [NSURL fileURLWithPath:[NSString stringWithUTF8String:program.c_str()]];
+    task.arguments = args;
+    NSError* failure = nil;
+    if (![task launchAndReturnError:&failure]) {
+      if (error) *error = "launch path not accessible: " + program + " (" + toString([failure localizedDescription]) + ")";
+      return std::nullopt;
+    }
     [task waitUntilExit];
-    return [task terminationStatus];
-  } @catch (NSException* e) {
-    throw PlatformException(toString([e name]), toString([e reason]));
+    // A task ended by a signal reports the signal's number as its status.
+    if (task.terminationReason == NSTaskTerminationReasonUncaughtSignal) return 128 + task.terminationStatus;
+    return task.terminationStatus;
   }
 }
 

@@ -4,14 +4,15 @@
 #include <string>
 #include <vector>
 
-#include "install/progress.h"
+#include "base/progress.h"
 
 namespace bwk {
 
 class Unpacker {
  public:
   // True when every run that was started ended with status 0 (also when there was nothing
-  // to do). A tool that cannot be started throws PlatformException.
+  // to do). A tool that cannot be started throws PlatformException; a callback may throw
+  // InstallationCancelled.
   static bool unpack(const std::string& home, const ProgressCallback* progress);
   static void addPackedFiles(std::vector<std::string>& files, const std::string& subDir, const std::string& home);
 };

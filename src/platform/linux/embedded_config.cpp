@@ -6,12 +6,10 @@
 
 #include <vector>
 
-#include "platform/embedded_image.h"
+#include "platform/embedded_config.h"
 #include "platform/linux/elf_note.h"
 
 namespace bwk::platform {
-
-std::optional<MappedImage> mainExecutableImage() { return std::nullopt; }
 
 namespace {
 
@@ -40,11 +38,11 @@ std::optional<std::vector<uint8_t>> readRegionFromExecutable() {
 
 }  // namespace
 
-std::optional<FileRegion> executableFileRegion() {
+std::optional<EmbeddedRegion> embeddedConfigurationRegion() {
   // Read once; the bytes stay for the process, since the region is handed on by address.
   static const std::optional<std::vector<uint8_t>> region = readRegionFromExecutable();
   if (!region) return std::nullopt;
-  return FileRegion{region->data(), region->size()};
+  return EmbeddedRegion{region->data(), region->size()};
 }
 
 }  // namespace bwk::platform

@@ -1,4 +1,4 @@
-#include "entry/macho_note.h"
+#include "platform/macho_note.h"
 
 #include <cstring>
 
@@ -66,13 +66,13 @@ std::optional<NoteLocation> findNote(std::span<const uint8_t> image) {
   return found;
 }
 
-std::optional<EmbeddedRegion> findEmbeddedRegion(const void* header, intptr_t slide) {
+std::optional<platform::EmbeddedRegion> findEmbeddedRegion(const void* header, intptr_t slide) {
   if (!header) return std::nullopt;
   const auto* bytes = static_cast<const uint8_t*>(header);
   size_t length = kHeaderSize + u32(bytes + 20);
   std::optional<NoteLocation> note = findNote(std::span<const uint8_t>(bytes, length));
   if (!note) return std::nullopt;
-  return EmbeddedRegion{reinterpret_cast<const uint8_t*>(note->address(slide)), note->dataSize};
+  return platform::EmbeddedRegion{reinterpret_cast<const uint8_t*>(note->address(slide)), note->dataSize};
 }
 
 }  // namespace bwk::macho

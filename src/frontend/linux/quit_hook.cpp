@@ -1,4 +1,4 @@
-#include "platform/linux/quit_hook.h"
+#include "frontend/linux/quit_hook.h"
 
 #include <dlfcn.h>
 #include <link.h>

@@ -6,7 +6,7 @@
 #include <optional>
 #include <span>
 
-#include "entry/entry.h"
+#include "platform/embedded_config.h"
 
 namespace bwk::macho {
 
@@ -41,6 +41,6 @@ std::optional<NoteLocation> findNote(std::span<const uint8_t> image);
 
 // The region of a mapped image: `header` is the image's header in memory, `slide` the
 // loader's slide. The header's own command size bounds the walk.
-std::optional<EmbeddedRegion> findEmbeddedRegion(const void* header, intptr_t slide);
+std::optional<platform::EmbeddedRegion> findEmbeddedRegion(const void* header, intptr_t slide);
 
 }  // namespace bwk::macho

@@ -1,4 +1,4 @@
-#include "base/platform_exception.h"
+#include "base/errors.h"
 
 #include <execinfo.h>
 

@@ -1,6 +1,8 @@
 // Pack200 files of a runtime turned back into jars by the runtime's own bin/unpack200, one
 // run after the other.
-#include "install/unpacker.h"
+#include "launcher/unpacker.h"
+
+#include "base/errors.h"
 
 #include "base/fs.h"
 #include "base/log.h"
@@ -9,6 +11,11 @@
 #include "platform/platform.h"
 
 namespace bwk {
+
+namespace {
+// The name the system gives the failure to start a program.
+constexpr const char* kToolNotStarted = "NSInvalidArgumentException";
+}  // namespace
 
 void Unpacker::addPackedFiles(std::vector<std::string>& files, const std::string& subDir, const std::string& home) {
   // A missing directory has no entries; the listing order is the file system's.
@@ -33,8 +40,11 @@ bool Unpacker::unpack(const std::string& home, const ProgressCallback* progress)
     if (fs::exists(pack)) {
       BWK_DLOG("%s [Line %d] unpacking %@", pack);
       // "-r" makes the tool remove the packed file once the jar is written. A tool that
-      // cannot be started throws, and the caller decides what that means.
-      if (platform::runProcess(tool, {"-r", pack, jar}) != 0) {
+      // cannot be started is an error of its own, which the caller reports.
+      std::string error;
+      std::optional<int> status = platform::runProcess(tool, {"-r", pack, jar}, &error);
+      if (!status) throw PlatformException(kToolNotStarted, error);
+      if (*status != 0) {
         BWK_SYSLOG("%s [Line %d] Unpack task failed.");
         return false;
       }

@@ -1,4 +1,4 @@
-#include "platform/linux/icns.h"
+#include "base/icns.h"
 
 #include <algorithm>
 #include <array>

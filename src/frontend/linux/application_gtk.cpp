@@ -9,11 +9,11 @@
 #include "base/format.h"
 #include "base/log.h"
 #include "base/path.h"
+#include "frontend/application.h"
+#include "frontend/linux/progress_window_gtk.h"
+#include "frontend/linux/quit_hook.h"
 #include "install/app_delegate.h"
-#include "install/application.h"
 #include "platform/linux/gtk_loader.h"
-#include "platform/linux/progress_window_gtk.h"
-#include "platform/linux/quit_hook.h"
 
 namespace bwk {
 
@@ -23,8 +23,8 @@ namespace {
 // it while launching and when the user wants to quit.
 class GtkApplicationDelegate {
  public:
-  GtkApplicationDelegate(const gtk::Api& gtk, AppDelegate& delegate)
-      : gtk_(gtk), delegate_(delegate), loop_(gtk.g_main_loop_new(nullptr, 0)), window_(gtk, loop_) {
+  GtkApplicationDelegate(const gtk::Api& gtk, const Bundle& bundle, AppDelegate& delegate)
+      : gtk_(gtk), bundle_(bundle), delegate_(delegate), loop_(gtk.g_main_loop_new(nullptr, 0)), window_(gtk, loop_) {
     window_.onCancel = [this] { delegate_.cancel(); };
     window_.onCloseRequest = [this] { return applicationShouldTerminate(); };
     delegate_.window = &window_;
@@ -33,7 +33,7 @@ class GtkApplicationDelegate {
   // No application menu on Linux; the window may be closed before it is ever shown.
   void applicationWillFinishLaunching() {
     BWK_DLOG("%s [Line %d] app will finish launching");
-    std::optional<bool> initialProgress = Bundle::main().infoDictionary().boolean("bwk.initialProgress");
+    std::optional<bool> initialProgress = bundle_.infoDictionary().boolean("bwk.initialProgress");
     if (initialProgress && !*initialProgress) {
       BWK_DLOG("%s [Line %d] hiding progress window");
       window_.close();
@@ -42,7 +42,7 @@ class GtkApplicationDelegate {
 
   void applicationDidFinishLaunching() {
     BWK_DLOG("%s [Line %d] app finished launching");
-    const Bundle& bundle = Bundle::main();
+    const Bundle& bundle = bundle_;
     std::string label = formatString(bundle.localizedString("PrepareInstaller", ""),
                                      {FormatArg(bundle.infoDictionary().string("CFBundleName"))});
     window_.setTexts(bundle.localizedString("WizardCaption", ""), label, bundle.localizedString("ButtonCancel", ""));
@@ -76,6 +76,7 @@ class GtkApplicationDelegate {
 
  private:
   const gtk::Api& gtk_;
+  const Bundle& bundle_;
   AppDelegate& delegate_;
   void* loop_;
   GtkProgressWindow window_;
@@ -83,7 +84,7 @@ class GtkApplicationDelegate {
 
 }  // namespace
 
-std::optional<int> NSApplicationMain(int, char**) {
+std::optional<int> runApplication(const Bundle& bundle, const std::vector<std::string>& arguments) {
   std::string error;
   const gtk::Api* gtk = gtk::loadAndInit(true, &error);
   if (!gtk) {
@@ -92,8 +93,8 @@ std::optional<int> NSApplicationMain(int, char**) {
   }
   // Both live as long as the process: the worker ends it with exit() while the main thread
   // may still be inside the loop, so they are never destroyed.
-  auto* delegate = new AppDelegate();
-  auto* application = new GtkApplicationDelegate(*gtk, *delegate);
+  auto* delegate = new AppDelegate(bundle, arguments, false);
+  auto* application = new GtkApplicationDelegate(*gtk, bundle, *delegate);
   application->applicationWillFinishLaunching();
   application->applicationDidFinishLaunching();
   application->run();

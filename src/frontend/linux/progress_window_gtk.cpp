@@ -1,9 +1,9 @@
-#include "platform/linux/progress_window_gtk.h"
+#include "frontend/linux/progress_window_gtk.h"
 
 #include <algorithm>
 
 #include "base/fs.h"
-#include "platform/linux/icns.h"
+#include "base/icns.h"
 
 namespace bwk {
 

@@ -1,0 +1,32 @@
+#include "launcher/messages.h"
+
+#include <cstdio>
+
+#include "base/format.h"
+#include "base/log.h"
+#include "platform/platform.h"
+
+namespace bwk {
+
+OptionalString getMessage(const Bundle& bundle, const std::string& key, const OptionalString& info1,
+                          const OptionalString& info2) {
+  // A missing translation gives the key itself.
+  std::string message = bundle.localizedString(key, key);
+  if (info1 && info2) return formatString(message, {FormatArg(*info1), FormatArg(*info2)});
+  if (info1) return formatString(message, {FormatArg(*info1)});
+  return message;
+}
+
+void displayError(const Bundle& bundle, const PlistValue& configuration, bool reportOnStandardError,
+                  const std::string& key, const OptionalString& info1, const OptionalString& info2) {
+  OptionalString message = getMessage(bundle, key, info1, info2);
+  if (!message) return;
+  // The line on standard error is the whole report without a graphical session; with one,
+  // a notice is shown as well.
+  std::fprintf(stderr, "ERROR: %s\n", message->c_str());
+  std::fflush(stderr);
+  if (!reportOnStandardError && !platform::displayNotice(configuration.string("CFBundleName"), *message))
+    BWK_DLOG("%s [Line %d] notice not started");
+}
+
+}  // namespace bwk
