@@ -4,6 +4,7 @@
 #include <sys/time.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -13,14 +14,24 @@
 
 namespace bwk::log {
 
+namespace {
+enum : int { kUndecided, kOn, kOff };
+// Process-wide: every thread asks, the first to ask decides.
+std::atomic<int> logStatus{kUndecided};
+}  // namespace
+
 bool debugEnabled() {
-  // Decided once, whichever thread logs first; later changes of the variable do not count.
-  static const bool enabled = [] {
+  int status = logStatus.load(std::memory_order_relaxed);
+  if (status == kUndecided) {
     const char* value = std::getenv("BRACKWOOD_LOG");
-    return value && std::strcmp(value, "yes") == 0;
-  }();
-  return enabled;
+    int decided = (value && std::strcmp(value, "yes") == 0) ? kOn : kOff;
+    // Two threads deciding at once read the same environment; the first store counts.
+    if (logStatus.compare_exchange_strong(status, decided)) status = decided;
+  }
+  return status == kOn;
 }
+
+void resetDebugDecision() { logStatus.store(kUndecided); }
 
 void writeSystemLog(const std::string& message) {
   struct timeval tv;

@@ -16,6 +16,8 @@ namespace bwk::log {
 // Whether the debug log is on: BRACKWOOD_LOG read at the first call, then never again.
 bool debugEnabled();
 void writeSystemLog(const std::string& message);
+// Forgets the decision, so that the next call reads BRACKWOOD_LOG again (tests only).
+void resetDebugDecision();
 
 }  // namespace bwk::log
 

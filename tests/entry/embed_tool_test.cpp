@@ -157,7 +157,7 @@ std::optional<Bytes> mappedRegion(const Bytes& file) {
   if (!note) return std::nullopt;
   intptr_t slide = static_cast<intptr_t>(reinterpret_cast<uintptr_t>(file.data()) + note->segmentFileoff -
                                          note->segmentVmaddr);
-  std::optional<EmbeddedRegion> region = macho::findEmbeddedRegion(file.data(), slide);
+  std::optional<platform::EmbeddedRegion> region = macho::findEmbeddedRegion(file.data(), slide);
   if (!region || region->address < file.data() || region->address + region->size > file.data() + file.size())
     return std::nullopt;
   return Bytes(region->address, region->address + region->size);

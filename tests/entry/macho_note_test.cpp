@@ -17,14 +17,14 @@ Bytes linkedit() { return segmentCommand("__LINKEDIT", kBase + kLinkeditOff, 0x1
 
 // The region as the loader would map the file: every segment at vmaddr + slide, where the
 // slide is chosen so that the file's bytes are the mapped image.
-std::optional<EmbeddedRegion> mapAndFind(const Bytes& file) {
+std::optional<platform::EmbeddedRegion> mapAndFind(const Bytes& file) {
   intptr_t slide = static_cast<intptr_t>(reinterpret_cast<uintptr_t>(file.data()) - kBase);
   return macho::findEmbeddedRegion(file.data(), slide);
 }
 
 TEST(MachONote, FindsTheRegionAtTheSlidAddress) {
   Bytes file = machOFile({text(), noteCommand(noteOwner(), 0x1010, 0x20), linkedit()}, 0x1100);
-  std::optional<EmbeddedRegion> region = mapAndFind(file);
+  std::optional<platform::EmbeddedRegion> region = mapAndFind(file);
   ASSERT_TRUE(region);
   EXPECT_EQ(region->address, file.data() + 0x1010);
   EXPECT_EQ(region->size, 0x20u);
@@ -78,7 +78,7 @@ TEST(MachONote, Walk) {
     if (!note) continue;
     EXPECT_EQ(note->dataOffset, *c.offset) << c.name;
     EXPECT_EQ(note->dataSize, c.size) << c.name;
-    std::optional<EmbeddedRegion> region = mapAndFind(file);
+    std::optional<platform::EmbeddedRegion> region = mapAndFind(file);
     ASSERT_TRUE(region) << c.name;
     EXPECT_EQ(region->address, file.data() + *c.offset) << c.name;
   }

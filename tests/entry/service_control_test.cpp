@@ -16,7 +16,6 @@
 #include "base/log.h"
 #include "base/strings.h"
 #include "entry/entry.h"
-#include "launcher/launch_state.h"
 #include "platform/platform.h"
 #include "../e2e/e2e_support.h"
 #include "test_support.h"
@@ -58,14 +57,11 @@ class ServiceControl : public ::testing::Test {
       setenv("FAKE_JLI_RECORD", (tmp / "record").c_str(), 1);
       setenv("FAKE_JLI_STATUS", "7", 1);
       unsetenv("BRACKWOOD_LOG");
-      resetLaunchState();
       std::vector<std::string> arguments{"/opt/tools/mytool"};
       arguments.insert(arguments.end(), words.begin(), words.end());
-      platform::setProcessArguments(arguments);
-      std::vector<char*> argv;
-      for (std::string& a : arguments) argv.push_back(a.data());
       if (beforeLaunch) beforeLaunch();
-      int status = launch_cli(config, static_cast<int>(argv.size()), argv.data());
+      const Bundle bundle(tmp.path());
+      int status = launch_cli(config, bundle, arguments);
       std::fflush(nullptr);
       char cwd[4096] = "";
       char links[3][256] = {};

@@ -1,5 +1,5 @@
 // Choosing the window's icon image from an .icns container.
-#include "platform/linux/icns.h"
+#include "base/icns.h"
 
 #include <gtest/gtest.h>
 

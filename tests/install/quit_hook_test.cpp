@@ -1,5 +1,5 @@
 // The quit hook: a support library loaded by the Java side decides whether quitting waits.
-#include "platform/linux/quit_hook.h"
+#include "frontend/linux/quit_hook.h"
 
 #include <dlfcn.h>
 #include <gtest/gtest.h>

@@ -4,9 +4,9 @@
 
 #include <algorithm>
 
-#include "base/platform_exception.h"
+#include "base/errors.h"
 #include "base/strings.h"
-#include "install/unpacker.h"
+#include "launcher/unpacker.h"
 #include "test_support.h"
 
 namespace bwk {
@@ -114,8 +114,8 @@ TEST_F(UnpackerTest, ProgressMayAbort) {
   installWorkingTool();
   pack("lib/a.jar.pack");
   pack("lib/b.jar.pack");
-  ProgressCallback cancel = [](double, const char*) { throw PlatformException("BrackwoodCancelled", ""); };
-  EXPECT_THROW(Unpacker::unpack(home, &cancel), PlatformException);
+  ProgressCallback cancel = [](double, const char*) { throw InstallationCancelled(); };
+  EXPECT_THROW(Unpacker::unpack(home, &cancel), InstallationCancelled);
   EXPECT_EQ(runs().size(), 1u);
 }
 

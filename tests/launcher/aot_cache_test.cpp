@@ -3,68 +3,55 @@
 #include <algorithm>
 
 #include "base/fs.h"
-#include "launcher_fixture.h"
+#include "launch_fixture.h"
+#include "launcher/aot_cache.h"
 
 namespace bwk::test {
 namespace {
 
-class AotCache : public LauncherFixture {
+class AotCache : public LaunchFixture {
  protected:
   void SetUp() override {
-    LauncherFixture::SetUp();
     unsetenv("BRACKWOOD_NO_AOT_CACHE");
     savedHome = std::getenv("HOME") ? std::getenv("HOME") : "";
     setenv("HOME", (tmp / "home").c_str(), 1);
     makeFakeRuntime(tmp / "jdk-25.jdk", "25.0.1", "bundle");
   }
-  void TearDown() override {
-    setenv("HOME", savedHome.c_str(), 1);
-    LauncherFixture::TearDown();
-  }
-  std::unique_ptr<Launcher> launcherFor(PlistDict javaVM, const std::string& version = "25.0.1", int major = 25) {
-    resetLaunchState();
-    auto launcher = bundleLaunch({{"JavaVM", PlistValue(std::move(javaVM))}});
-    launcher->javaVersion = version;
-    launcher->javaMajorVersion = major;
-    launcher->javaBundlePath = tmp / "jdk-25.jdk";
-    launcher->javaBundle = RuntimeBundle::open(tmp / "jdk-25.jdk");
-    return launcher;
-  }
-  std::vector<std::string> optionsOf(Launcher& launcher) {
-    std::vector<std::string> options;
-    const PlistValue* javaVM = javaVMDictionary();
-    launcher.addAotCacheOption(options, javaVM);
-    return options;
+  void TearDown() override { setenv("HOME", savedHome.c_str(), 1); }
+  std::vector<std::string> optionsFor(PlistDict javaVM, const std::string& version = "25.0.1", int major = 25,
+                                      const std::string& runtimePath = "jdk-25.jdk") {
+    const LaunchContext& context = bundleLaunch({{"JavaVM", PlistValue(std::move(javaVM))}});
+    appRootDir = *context.paths.appRootDir;
+    ChosenRuntime runtime{tmp / runtimePath, RuntimeBundle::open(tmp / runtimePath), version, major, version, false, false};
+    return addAotCacheOption(context, runtime);
   }
   static unsigned long crc(const std::string& s) {
     return crc32(crc32(0, Z_NULL, 0), reinterpret_cast<const Bytef*>(s.data()), static_cast<uInt>(s.size()));
   }
   std::string savedHome;
+  std::string appRootDir;
 };
 
 const PlistDict enabled{{"AotCacheEnabled", true}, {"AotCacheBuildId", "b1"}};
 
 TEST_F(AotCache, NothingUnlessEveryConditionHolds) {
-  EXPECT_TRUE(optionsOf(*launcherFor({{"AotCacheBuildId", "b1"}})).empty());
-  EXPECT_TRUE(optionsOf(*launcherFor({{"AotCacheEnabled", true}})).empty());
-  EXPECT_TRUE(optionsOf(*launcherFor(enabled, "24.0.2", 24)).empty());
+  EXPECT_TRUE(optionsFor({{"AotCacheBuildId", "b1"}}).empty());
+  EXPECT_TRUE(optionsFor({{"AotCacheEnabled", true}}).empty());
+  EXPECT_TRUE(optionsFor(enabled, "24.0.2", 24).empty());
   setenv("BRACKWOOD_NO_AOT_CACHE", "", 1);
-  EXPECT_TRUE(optionsOf(*launcherFor(enabled)).empty());
+  EXPECT_TRUE(optionsFor(enabled).empty());
   unsetenv("BRACKWOOD_NO_AOT_CACHE");
-  auto noPath = launcherFor(enabled);
-  noPath->javaBundlePath.reset();
-  EXPECT_TRUE(optionsOf(*noPath).empty());
 }
 
 TEST_F(AotCache, TrainsThenUsesTheDefaultLocation) {
-  auto launcher = launcherFor(enabled);
-  std::string dir = tmp / ("home/Library/Caches/brackwood/aot/" + std::to_string(crc(*s_appRootDir)));
+  std::vector<std::string> training = optionsFor(enabled);
+  std::string dir = tmp / ("home/Library/Caches/brackwood/aot/" + std::to_string(crc(appRootDir)));
   std::string file = dir + "/Tool-b1-25.0.1-" + std::to_string(crc(tmp / "jdk-25.jdk/Contents/Home")) + ".aot";
-  EXPECT_EQ(optionsOf(*launcher),
+  EXPECT_EQ(training,
             (std::vector<std::string>{"-Xlog:aot=error", "-Dbrackwood.aotTraining=true", "-XX:AOTCacheOutput=" + file}));
-  EXPECT_EQ(readFile(dir + "/install-dir"), *s_appRootDir);
+  EXPECT_EQ(readFile(dir + "/install-dir"), appRootDir);
   writeFile(file, "cache");
-  EXPECT_EQ(optionsOf(*launcherFor(enabled)), (std::vector<std::string>{"-XX:AOTCache=" + file}));
+  EXPECT_EQ(optionsFor(enabled), (std::vector<std::string>{"-XX:AOTCache=" + file}));
 }
 
 TEST_F(AotCache, VersionKeys) {
@@ -73,8 +60,8 @@ TEST_F(AotCache, VersionKeys) {
     const char* key;
   } cases[] = {{"25.0.1", "25.0.1"}, {"25", "25"}, {"25.0.1.2", "25.0.1"}, {"25+36", "25.36"}, {"25-ea", "25"}};
   for (const Case& c : cases) {
-    auto launcher = launcherFor({{"AotCacheEnabled", true}, {"AotCacheBuildId", "b"}, {"AotCachePath", tmp / "c/app"}}, c.version);
-    std::vector<std::string> options = optionsOf(*launcher);
+    std::vector<std::string> options =
+        optionsFor({{"AotCacheEnabled", true}, {"AotCacheBuildId", "b"}, {"AotCachePath", tmp / "c/app"}}, c.version);
     ASSERT_EQ(options.size(), 3u) << c.version;
     EXPECT_EQ(options[2], "-XX:AOTCacheOutput=" + tmp / "c/app-b-" + c.key + "-" +
                               std::to_string(crc(tmp / "jdk-25.jdk/Contents/Home")) + ".aot");
@@ -87,8 +74,7 @@ TEST_F(AotCache, TrainingRemovesStaleFilesOfTheStemOnly) {
   writeFile(tmp / "c/application.aot", "");  // no "-" after the stem: kept
   writeFile(tmp / "c/keep.aot", "");
   shell("mkdir -p " + tmp / "c/app-dir");
-  auto launcher = launcherFor({{"AotCacheEnabled", true}, {"AotCacheBuildId", "b"}, {"AotCachePath", tmp / "c/app"}});
-  EXPECT_EQ(optionsOf(*launcher).size(), 3u);
+  EXPECT_EQ(optionsFor({{"AotCacheEnabled", true}, {"AotCacheBuildId", "b"}, {"AotCachePath", tmp / "c/app"}}).size(), 3u);
   auto left = *fs::listDirectory(tmp / "c");
   std::sort(left.begin(), left.end());
   EXPECT_EQ(left, (std::vector<std::string>{"app-dir", "application.aot", "keep.aot"}));
@@ -96,12 +82,9 @@ TEST_F(AotCache, TrainingRemovesStaleFilesOfTheStemOnly) {
 }
 
 TEST_F(AotCache, MovedRuntimeOrOtherInstallationUsesAnotherFile) {
-  auto first = optionsOf(*launcherFor(enabled));
+  auto first = optionsFor(enabled);
   shell("mv " + tmp / "jdk-25.jdk " + tmp / "moved.jdk");
-  auto moved = launcherFor(enabled);
-  moved->javaBundlePath = tmp / "moved.jdk";
-  moved->javaBundle = RuntimeBundle::open(tmp / "moved.jdk");
-  auto second = optionsOf(*moved);
+  auto second = optionsFor(enabled, "25.0.1", 25, "moved.jdk");
   ASSERT_EQ(first.size(), 3u);
   ASSERT_EQ(second.size(), 3u);
   EXPECT_NE(first[2], second[2]);

@@ -9,13 +9,11 @@
 #include "base/fs.h"
 #include "base/path.h"
 #include "base/strings.h"
-#include "runtime_search_support.h"
+#include "launch_fixture.h"
+#include "platform/platform.h"
 
-namespace bwk {
+namespace bwk::test {
 namespace {
-
-using test::makeFakeRuntime;
-using test::writeFile;
 
 // Lines of a child's output that begin with "chosen: ", without that prefix.
 std::vector<std::string> chosen(const std::string& output) {
@@ -25,7 +23,7 @@ std::vector<std::string> chosen(const std::string& output) {
   return out;
 }
 
-class InstalledRuntimes : public test::RuntimeSearchFixture {
+class InstalledRuntimes : public LaunchFixture {
  protected:
   // Searches the standard locations with these bounds; "name version" of the runtime chosen,
   // or "none".
@@ -33,15 +31,14 @@ class InstalledRuntimes : public test::RuntimeSearchFixture {
     PlistDict info;
     if (min) info["bwk.minVersion"] = min;
     if (max) info["bwk.maxVersion"] = max;
-    auto launcher = launch(std::move(info));
-    OptionalString found = launcher->findJavaBundle();
+    std::optional<ChosenRuntime> found = findJavaBundle(bundleLaunch(std::move(info)), std::nullopt);
     if (!found) return "none";
-    return path::lastComponent(*found) + " " + launchJavaVersion;
+    return path::lastComponent(found->path) + " " + found->shortVersion;
   }
 
   // Runs `body` with `runtimes` mounted over the installed-runtimes directory.
-  test::ChildOutcome withInstalledRuntimes(const std::string& runtimes, const std::function<int()>& body) {
-    return test::inPrivateMounts({{runtimes, platform::installedRuntimesDirectory()}}, body);
+  ChildOutcome withInstalledRuntimes(const std::string& runtimes, const std::function<int()>& body) {
+    return inPrivateMounts({{runtimes, platform::installedRuntimesDirectory()}}, body);
   }
 };
 
@@ -81,11 +78,11 @@ TEST_F(InstalledRuntimes, NewestNameFirst) {
   writeFile(jvm + "/98-no-version/release", "IMPLEMENTOR=\"x\"\n");
   ASSERT_EQ(symlink((tmp / "nowhere").c_str(), (jvm + "/97-broken").c_str()), 0);
 
-  auto launcher = launch({});
-  test::ChildOutcome outcome = withInstalledRuntimes(jvm, [&] {
+  const LaunchContext& context = bundleLaunch({});
+  ChildOutcome outcome = withInstalledRuntimes(jvm, [&] {
     // The whole runtime goes: a bundle without Info.plist is still described by its release file.
     for (int round = 0; round < 20; ++round) {
-      OptionalString found = launcher->findJavaBundle();
+      OptionalString found = chosenPath(context);
       if (!found) break;
       std::printf("chosen: %s\n", path::lastComponent(*found).c_str());
       fs::removeItem(*found);
@@ -122,14 +119,13 @@ TEST_F(InstalledRuntimes, FirstInOrderWithinTheRange) {
       {nullptr, "1.8", false, "jdk1.8.0_291.jdk 1.8.0"},
       {"22", nullptr, false, "none"},
   };
-  test::ChildOutcome outcome = withInstalledRuntimes(jvm, [&] {
+  ChildOutcome outcome = withInstalledRuntimes(jvm, [&] {
     for (const Case& c : cases) {
       PlistDict info{{"bwk.allowBeta", c.beta}};
       if (c.min) info["bwk.minVersion"] = c.min;
       if (c.max) info["bwk.maxVersion"] = c.max;
-      auto launcher = launch(std::move(info));
-      OptionalString found = launcher->findJavaBundle();
-      std::printf("chosen: %s\n", found ? (path::lastComponent(*found) + " " + launchJavaVersion).c_str() : "none");
+      std::optional<ChosenRuntime> found = findJavaBundle(bundleLaunch(std::move(info)), std::nullopt);
+      std::printf("chosen: %s\n", found ? (path::lastComponent(found->path) + " " + found->shortVersion).c_str() : "none");
     }
     return 0;
   });
@@ -148,8 +144,8 @@ TEST_F(InstalledRuntimes, UnreadableRuntimesAreSkipped) {
   ASSERT_EQ(chmod((jvm + "/jdk-99").c_str(), 0), 0);
   ASSERT_EQ(chmod((jvm + "/jdk-98/Contents/Info.plist").c_str(), 0), 0);
   ASSERT_EQ(chmod(tmp.path().c_str(), 0755), 0);
-  auto launcher = launch({});
-  test::ChildOutcome outcome = withInstalledRuntimes(jvm, [&] {
+  const LaunchContext& context = bundleLaunch({});
+  ChildOutcome outcome = withInstalledRuntimes(jvm, [&] {
     const uid_t nobody = 65534;
     if (setgroups(0, nullptr) != 0 || setresgid(nobody, nobody, nobody) != 0 || setresuid(nobody, nobody, nobody) != 0) {
       std::perror("dropping privileges");
@@ -158,7 +154,7 @@ TEST_F(InstalledRuntimes, UnreadableRuntimesAreSkipped) {
     const std::string installed = platform::installedRuntimesDirectory();
     std::printf("chosen: %s\n", RuntimeBundle::open(installed + "/jdk-99") ? "opened" : "not opened");
     std::printf("chosen: %zu keys\n", RuntimeBundle::open(installed + "/jdk-98")->infoDictionary().asDictionary()->size());
-    OptionalString found = launcher->findJavaBundle();
+    OptionalString found = chosenPath(context);
     std::printf("chosen: %s\n", found ? path::lastComponent(*found).c_str() : "none");
     return 0;
   });
@@ -167,4 +163,4 @@ TEST_F(InstalledRuntimes, UnreadableRuntimesAreSkipped) {
 }
 
 }  // namespace
-}  // namespace bwk
+}  // namespace bwk::test

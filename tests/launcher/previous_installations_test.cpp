@@ -2,27 +2,18 @@
 #include <cstdlib>
 
 #include "base/fs.h"
-#include "runtime_search_support.h"
+#include "launch_fixture.h"
 
-namespace bwk {
+namespace bwk::test {
 namespace {
 
-using test::makeFakeRuntime;
-using test::writeFile;
-
-class PreviousInstallations : public test::RuntimeSearchFixture {
+class PreviousInstallations : public LaunchFixture {
  protected:
-  void SetUp() override {
-    RuntimeSearchFixture::SetUp();
-    setenv("XDG_CONFIG_HOME", (tmp / "config").c_str(), 1);
-  }
-  void TearDown() override {
-    unsetenv("XDG_CONFIG_HOME");
-    RuntimeSearchFixture::TearDown();
-  }
+  void SetUp() override { setenv("XDG_CONFIG_HOME", (tmp / "config").c_str(), 1); }
+  void TearDown() override { unsetenv("XDG_CONFIG_HOME"); }
 
   void writeRecords(PlistDict records) {
-    test::writePlist(tmp / "config/brackwood/com.brackwood.installations.plist",
+    writePlist(tmp / "config/brackwood/com.brackwood.installations.plist",
                      PlistValue(PlistDict{{"/com/brackwood/installations/", PlistValue(std::move(records))}}));
   }
   // A private plain runtime with a version file.
@@ -30,15 +21,15 @@ class PreviousInstallations : public test::RuntimeSearchFixture {
     writeFile(dir + "/.brackwood/jre/brackwood_jre_version", version);
   }
   // Searches with "I" only, between 1.8 and 1.8.
-  std::unique_ptr<Launcher> search(PlistDict extra = {}) {
+  std::optional<ChosenRuntime> search(PlistDict extra = {}) {
     PlistDict info{{"bwk.appId", "1234-5678"},
                    {"bwk.minVersion", "1.8"},
                    {"bwk.maxVersion", "1.8"},
                    {"JavaVM", searchSequence({"I"})}};
     for (auto& [k, v] : extra) info[k] = v;
-    auto launcher = launch(std::move(info));
-    result = launcher->findJavaBundle();
-    return launcher;
+    std::optional<ChosenRuntime> chosen = findJavaBundle(bundleLaunch(std::move(info)), std::nullopt);
+    result = chosen ? OptionalString(chosen->path) : std::nullopt;
+    return chosen;
   }
 
   std::string a = tmp / "a";
@@ -50,14 +41,15 @@ TEST_F(PreviousInstallations, PrivateRuntimeStopsBundleChecks) {
   privateRuntime(a, "1.8.0_291");
   makeFakeRuntime(b + "/.brackwood/jre.bundle", "1.8.0_300", "bundle");
   writeRecords({{"allinstdirs1234-5678", a + ";" + b}});
-  auto launcher = search();
+  std::optional<ChosenRuntime> chosen = search();
   // The loop goes on after a's runtime was accepted, but b is never opened and a's runtime
   // stays the result.
-  EXPECT_EQ(result, a + "/.brackwood/jre");
-  EXPECT_STREQ(launchJavaVersion, "1.8.0");
-  EXPECT_EQ(launcher->javaVersion, "1.8.0_291");
-  EXPECT_EQ(launcher->javaBundle, nullptr);
-  EXPECT_FALSE(launcher->previousJdkUsed);
+  ASSERT_TRUE(chosen);
+  EXPECT_EQ(chosen->path, a + "/.brackwood/jre");
+  EXPECT_EQ(chosen->shortVersion, "1.8.0");
+  EXPECT_EQ(chosen->version, "1.8.0_291");
+  EXPECT_EQ(chosen->bundle, nullptr);
+  EXPECT_FALSE(chosen->previousInstallation);
 }
 
 // The last private runtime decides: b's is out of range and replaces a's accepted one with
@@ -65,14 +57,11 @@ TEST_F(PreviousInstallations, PrivateRuntimeStopsBundleChecks) {
 TEST_F(PreviousInstallations, LastPrivateRuntimeDecides) {
   privateRuntime(a, "1.8.0_291");
   writeRecords({{"allinstdirs1234-5678", b + ";" + a}});
-  EXPECT_FALSE(search()->previousJdkUsed);
+  EXPECT_FALSE(search()->previousInstallation);
   EXPECT_EQ(result, a + "/.brackwood/jre");
-  EXPECT_STREQ(launchJavaVersion, "1.8.0");
   privateRuntime(b, "17.0.2");
   writeRecords({{"allinstdirs1234-5678", a + ";" + b}});
-  search();
-  EXPECT_EQ(result, std::nullopt);
-  EXPECT_EQ(launchJavaVersion, nullptr);
+  EXPECT_EQ(search(), std::nullopt);
 }
 
 TEST_F(PreviousInstallations, BundlesInOrderUntilOneIsAccepted) {
@@ -81,32 +70,31 @@ TEST_F(PreviousInstallations, BundlesInOrderUntilOneIsAccepted) {
   std::string c = tmp / "c";
   makeFakeRuntime(c + "/.brackwood/jre.bundle", "1.8.0_300", "bundle");
   writeRecords({{"allinstdirs1234-5678", ";" + a + ";" + b + ";" + c}, {"singleBundleName1234-5678_" + b, "Tool.app"}});
-  auto launcher = search();
+  std::optional<ChosenRuntime> chosen = search();
   EXPECT_EQ(result, b + "/Tool.app/Contents/PlugIns/jre.bundle");
-  EXPECT_STREQ(launchJavaVersion, "1.8.0");
-  EXPECT_TRUE(launcher->previousJdkUsed);
-  ASSERT_NE(launcher->javaBundle, nullptr);
+  ASSERT_TRUE(chosen);
+  EXPECT_EQ(chosen->shortVersion, "1.8.0");
+  EXPECT_TRUE(chosen->previousInstallation);
+  EXPECT_NE(chosen->bundle, nullptr);
 }
 
 TEST_F(PreviousInstallations, SingleBundlePrefersResources) {
   makeFakeRuntime(a + "/Tool.app/Contents/Resources/jre.bundle", "1.8.0_1", "bundle");
   makeFakeRuntime(a + "/Tool.app/Contents/PlugIns/jre.bundle", "1.8.0_2", "bundle");
   writeRecords({{"allinstdirs1234-5678", a}, {"singleBundleName1234-5678_" + a, "Tool.app"}});
-  auto launcher = search();
+  EXPECT_EQ(search()->version, "1.8.0_1");
   EXPECT_EQ(result, a + "/Tool.app/Contents/Resources/jre.bundle");
-  EXPECT_EQ(launcher->javaVersion, "1.8.0_1");
 }
 
 TEST_F(PreviousInstallations, UnusableVersionFileFallsBackToTheBundlePath) {
-  test::writeFile(a + "/.brackwood/jre/brackwood_jre_version/x", "");  // a directory
+  writeFile(a + "/.brackwood/jre/brackwood_jre_version/x", "");  // a directory
   writeFile(b + "/.brackwood/jre/brackwood_jre_version", std::string("1.8.0\xff", 6));  // not UTF-8
   std::string c = tmp / "c";
   makeFakeRuntime(c + "/.brackwood/jre.bundle", "1.8.0_300", "bundle");
   writeRecords({{"allinstdirs1234-5678", a + ";" + b + ";" + c}});
-  auto launcher = search();
   // Neither a nor b turned bundle checks off, so c's bundle is found.
+  EXPECT_TRUE(search()->previousInstallation);
   EXPECT_EQ(result, c + "/.brackwood/jre.bundle");
-  EXPECT_TRUE(launcher->previousJdkUsed);
 }
 
 TEST_F(PreviousInstallations, MissingPiecesFindNothing) {
@@ -136,4 +124,4 @@ TEST_F(PreviousInstallations, MissingPiecesFindNothing) {
 }
 
 }  // namespace
-}  // namespace bwk
+}  // namespace bwk::test

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "launcher/launcher.h"
+#include "launcher/version_compare.h"
 
 namespace bwk {
 namespace {
@@ -15,10 +15,10 @@ using Tokens = std::vector<std::string>;
 TEST(TypeOfCharacter, AsciiClasses) {
   const std::string separators = "._-,:;/\\@#!?&*%\"'()[]{} \t\n";
   const std::string symbols = "+=<>|~^`$";
-  for (char c : separators) EXPECT_EQ(Launcher::typeOfCharacter(std::string(1, c)), 2) << "'" << c << "'";
-  for (char c : symbols) EXPECT_EQ(Launcher::typeOfCharacter(std::string(1, c)), 1) << "'" << c << "'";
-  for (char c = '0'; c <= '9'; ++c) EXPECT_EQ(Launcher::typeOfCharacter(std::string(1, c)), 0);
-  for (char c : std::string("azAZ")) EXPECT_EQ(Launcher::typeOfCharacter(std::string(1, c)), 1);
+  for (char c : separators) EXPECT_EQ(typeOfCharacter(std::string(1, c)), 2) << "'" << c << "'";
+  for (char c : symbols) EXPECT_EQ(typeOfCharacter(std::string(1, c)), 1) << "'" << c << "'";
+  for (char c = '0'; c <= '9'; ++c) EXPECT_EQ(typeOfCharacter(std::string(1, c)), 0);
+  for (char c : std::string("azAZ")) EXPECT_EQ(typeOfCharacter(std::string(1, c)), 1);
 }
 
 TEST(TypeOfCharacter, UnicodeCategoriesAndFirstCharacterOnly) {
@@ -44,7 +44,7 @@ TEST(TypeOfCharacter, UnicodeCategoriesAndFirstCharacterOnly) {
       {"\xE2\x80", 1},          // truncated sequence
       {"9ea", 0}, {"ea9", 1}, {"-9", 2},  // only the first character decides
   };
-  for (const Case& c : cases) EXPECT_EQ(Launcher::typeOfCharacter(c.text), c.type) << c.text;
+  for (const Case& c : cases) EXPECT_EQ(typeOfCharacter(c.text), c.type) << c.text;
 }
 
 TEST(SplitVersionString, Tokens) {
@@ -64,7 +64,7 @@ TEST(SplitVersionString, Tokens) {
       {"abc+def", {"abc+def"}},
       {"\u0661\u0662.x\u00E9", {"\u0661\u0662", ".", "x\u00E9"}},
   };
-  for (const Case& c : cases) EXPECT_EQ(Launcher::splitVersionString(c.text), c.tokens) << c.text;
+  for (const Case& c : cases) EXPECT_EQ(splitVersionString(c.text), c.tokens) << c.text;
 }
 
 TEST(CompareVersion, Ordering) {
@@ -96,9 +96,9 @@ TEST(CompareVersion, Ordering) {
       {"99999999999999999999", "9223372036854775806", 1},
   };
   for (const Case& c : cases) {
-    EXPECT_EQ(Launcher::compareVersion(std::string_view(c.a), std::string_view(c.b)), c.result)
+    EXPECT_EQ(compareVersion(std::string_view(c.a), std::string_view(c.b)), c.result)
         << c.a << " vs " << c.b;
-    EXPECT_EQ(Launcher::compareVersion(std::string_view(c.b), std::string_view(c.a)), -c.result)
+    EXPECT_EQ(compareVersion(std::string_view(c.b), std::string_view(c.a)), -c.result)
         << c.b << " vs " << c.a;
   }
 }
@@ -128,7 +128,7 @@ TEST(CompareVersion, BoundTest) {
       {{"x"}, "0", false, true},
   };
   for (const Case& c : cases) {
-    EXPECT_EQ(Launcher::compareVersion(c.bound, c.candidate, c.max), c.result)
+    EXPECT_EQ(compareVersion(c.bound, c.candidate, c.max), c.result)
         << c.bound.value_or("(absent)") << (c.max ? " max" : " min");
   }
 }
@@ -142,7 +142,7 @@ TEST(IsBetaVersion, SubstringMarkers) {
       {"src", true},         {"Release", true},   {"Team", true},     {"RC1", false},
       {"17.0.2", false},     {"BETA", false},     {"", false},
   };
-  for (const Case& c : cases) EXPECT_EQ(Launcher::isBetaVersion(c.text), c.beta) << c.text.value_or("(absent)");
+  for (const Case& c : cases) EXPECT_EQ(isBetaVersion(c.text), c.beta) << c.text.value_or("(absent)");
 }
 
 TEST(RemoveJrePrefix, Prefixes) {
@@ -161,7 +161,7 @@ TEST(RemoveJrePrefix, Prefixes) {
       {"jre-jdk-1", "-1"},  // each step works on the previous one's result
       {"openjdk-17", "17"},
   };
-  for (const Case& c : cases) EXPECT_EQ(Launcher::removeJrePrefix(c.name), c.stripped) << c.name;
+  for (const Case& c : cases) EXPECT_EQ(removeJrePrefix(c.name), c.stripped) << c.name;
 }
 
 }  // namespace

@@ -1,0 +1,313 @@
+// From a configuration to values: the directory layouts, messages, variables, option files
+// and the Java parameters, each as a table.
+#include <algorithm>
+
+#include "base/errors.h"
+#include "base/strings.h"
+#include "launch_fixture.h"
+#include "launcher/java_parameters.h"
+#include "launcher/messages.h"
+#include "launcher/option_files.h"
+#include "launcher/variables.h"
+#include "platform/platform.h"
+
+namespace bwk::test {
+namespace {
+
+class Configuration : public LaunchFixture {
+ protected:
+  // A runtime as the search leaves it, for the builders that read it.
+  ChosenRuntime runtime(const std::string& version = "17.0.2", int major = 17) {
+    return ChosenRuntime{tmp / "jdk", nullptr, version, major, version, false, false};
+  }
+  std::vector<std::string> options(const LaunchContext& context, const LaunchFacts& facts = {},
+                                   const ChosenRuntime* chosen = nullptr) {
+    return readJavaParameters(context, chosen ? *chosen : runtime(), facts).options;
+  }
+};
+
+TEST_F(Configuration, DirectoryLayouts) {
+  struct Case {
+    const char* name;
+    PlistDict info;
+    std::string root, launcherDir, mainBundle;
+  };
+  std::string apps = tmp / "Apps";
+  setenv("BWK_T_SUB", "sub", 1);
+  const std::vector<Case> cases = {
+      {"default", {}, appRoot, appRoot, bundle},
+      {"launcherDir with a variable", {{"bwk.launcherDir", "bin/${BWK_T_SUB}"}}, appRoot, appRoot + "/bin/sub", bundle},
+      {"baseDir beside the bundle", {{"bwk.baseDir", "./x/../Tool/"}}, apps + "/Tool", apps, bundle},
+      {"single bundle elsewhere", {{"bwk.baseDir", "Root/a/b/c"}, {"bwk.inSingleBundle", true}},
+       apps + "/Root/a/b/c", apps, apps + "/Root"},
+      {"single bundle flag alone", {{"bwk.inSingleBundle", true}}, appRoot, appRoot, bundle},
+      {"baseDir of another type", {{"bwk.baseDir", 3}}, appRoot, appRoot, bundle},
+  };
+  for (const Case& c : cases) {
+    const LaunchPaths& paths = bundleLaunch(c.info).paths;
+    EXPECT_EQ(paths.appRootDir, c.root) << c.name;
+    EXPECT_EQ(paths.launcherDirInApp, c.launcherDir) << c.name;
+    EXPECT_EQ(paths.mainBundlePath, c.mainBundle) << c.name;
+    EXPECT_EQ(paths.launcherDirAndName, tmp / "Apps/Tool") << c.name;
+  }
+  const LaunchContext& cli = commandLineLaunch({{"bwk.service", "legacy"}}, tmp / "bin/tool", {"/tool"});
+  EXPECT_EQ(cli.paths.mainBundlePath, std::nullopt);
+  EXPECT_EQ(cli.paths.launcherDirInApp, tmp / "bin/tool.app/Contents/Resources/app");
+  EXPECT_EQ(cli.serviceMode, "legacy");
+  unsetenv("BWK_T_SUB");
+}
+
+TEST_F(Configuration, MessagesWithInsertsOnStandardError) {
+  writeFile(bundle + "/Contents/Resources/en.lproj/Localizable.strings",
+            "\"Need\" = \"Need %@ for %@\";\n\"One\" = \"One %@\";\n");
+  const LaunchContext& context = bundleLaunch({});
+  const Bundle& strings = *context.bundle;
+  EXPECT_EQ(getMessage(strings, "Plain"), std::string("Plain"));  // no translation: the key
+  EXPECT_EQ(getMessage(strings, "Need", std::string("17"), std::string("Tool")), std::string("Need 17 for Tool"));
+  EXPECT_EQ(getMessage(strings, "One", std::string("x")), std::string("One x"));
+  EXPECT_EQ(getMessage(strings, "One", std::nullopt, std::string("second")), std::string("One %@"));
+  testing::internal::CaptureStderr();
+  displayError(context, "Need", std::nullopt, std::string("Tool"));
+  displayError(context, "One", std::string("could not run unpack200"));
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "ERROR: Need %@ for %@\nERROR: One could not run unpack200\n");
+}
+
+TEST_F(Configuration, VariablesInOnePass) {
+  const LaunchContext& context = bundleLaunch({{"bwk.launcherDir", "${BWK_T_DIR}"}});
+  setenv("BWK_T_PLAIN", "plain", 1);
+  setenv("BWK_T_DIR", "resolved", 1);
+  setenv("BWK_T_HOLDS_LAUNCHER", "${launcher:sys.appRootDir}", 1);
+  setenv("HOME", "/somewhere/else", 1);
+  makeFakeRuntime(tmp / "rt.jdk", "17.0.2", "bundle");
+  makeFakeRuntime(tmp / "plain", "17.0.2", "home");
+  makeFakeRuntime(tmp / "nested.jdk", "1.8.0", "bundle");
+  shell("mkdir -p " + tmp / "nested.jdk/Contents/Home/jre");
+  struct Case {
+    OptionalString in;
+    OptionalString runtime;
+    OptionalString out;
+  } cases[] = {
+      {std::nullopt, std::nullopt, std::nullopt},
+      {"${launcher:sys.appRootDir}/lib", {}, appRoot + "/lib"},
+      {"${launcher:sys.mainBundle}", {}, bundle},
+      // A launcher value holding an environment reference gets it replaced.
+      {"${launcher:sys.launcherDirectory}", {}, appRoot + "/resolved"},
+      {"a${launcher:sys.pathlistSeparator}b", {}, "a:b"},
+      {"${launcher:sys.userHome}", {}, platform::homeDirectory()},
+      {"${launcher:sys.tempDir}x", {}, platform::temporaryDirectory() + "x"},
+      {"${launcher:sys.jvmHome}/bin", {}, "${launcher:sys.jvmHome}/bin"},  // no runtime chosen yet
+      {"${launcher:sys.jvmHome}", tmp / "rt.jdk", tmp / "rt.jdk/Contents/Home"},
+      {"${launcher:sys.jvmHome}", tmp / "nested.jdk", tmp / "nested.jdk/Contents/Home/jre"},
+      {"${launcher:sys.jvmHome}", tmp / "plain", tmp / "plain"},
+      {"${BWK_T_PLAIN}-${BWK_T_PLAIN}", {}, "plain-plain"},
+      {"${HOME}/x", {}, "/somewhere/else/x"},
+      {"${bwk_t_plain}${NO_SUCH_VARIABLE_HERE}", {}, "${bwk_t_plain}${NO_SUCH_VARIABLE_HERE}"},
+      // An environment value is inserted after the launcher variables: it keeps its reference.
+      {"${BWK_T_HOLDS_LAUNCHER}", {}, "${launcher:sys.appRootDir}"},
+  };
+  for (const Case& c : cases)
+    EXPECT_EQ(replaceVariables(c.in, VariableScope{context.paths, c.runtime}), c.out) << c.in.value_or("(absent)");
+  for (const char* name : {"BWK_T_PLAIN", "BWK_T_DIR", "BWK_T_HOLDS_LAUNCHER"}) unsetenv(name);
+}
+
+TEST_F(Configuration, ArtifactPaths) {
+  for (const char* file : {"x.jar", "y.JAR", "z.zip", "readme.txt", "dir.jar/inner"}) writeFile(tmp / "lib/" + file, "");
+  setenv("BWK_T_CP", "/e/1.jar:/e/2.jar", 1);
+  unsetenv("BWK_T_UNSET");
+  struct Case {
+    OptionalString in, out;
+  } cases[] = {
+      {std::nullopt, std::nullopt},
+      {"a.jar::b.jar", "a.jar::b.jar"},
+      {"a.jar:$BWK_T_CP", "a.jar:/e/1.jar:/e/2.jar"},
+      {"$BWK_T_UNSET:$HOME/lib", std::nullopt},
+      {"*", "*"},
+      {tmp / "missing/*", std::nullopt},
+  };
+  for (const Case& c : cases) EXPECT_EQ(resolveArtifactPath(c.in), c.out) << c.in.value_or("(absent)");
+  // Listing order is the file system's: compare as sets.
+  OptionalString listed = resolveArtifactPath(std::string("first.jar:" + tmp / "lib/*"));
+  ASSERT_TRUE(listed);
+  std::vector<std::string> entries = text::split(*listed, ":");
+  std::sort(entries.begin() + 1, entries.end());
+  EXPECT_EQ(entries, (std::vector<std::string>{"first.jar", tmp / "lib/dir.jar", tmp / "lib/x.jar", tmp / "lib/z.zip"}));
+  unsetenv("BWK_T_CP");
+}
+
+TEST_F(Configuration, OptionFileLinesAndClassPath) {
+  VariableScope scope{bundleLaunch({}).paths, std::nullopt};
+  setenv("BWK_TEST_OPT", "from-env", 1);
+  struct Case {
+    const char* name;
+    std::string contents;
+    OptionalString classPathBefore;
+    std::vector<std::string> options;
+    OptionalString classPathAfter;
+  } cases[] = {
+      {"crlf same as lf", "-Xmx1g\r\n-Dx=1\n", std::nullopt, {"-Xmx1g", "-Dx=1"}, std::nullopt},
+      {"blank, comment and trimmed", "  \t \n  # c\n\t-Da=#1  \n", std::nullopt, {"-Da=#1"}, std::nullopt},
+      {"never split at blanks", "-Xmx1g -Xms1g\n", std::nullopt, {"-Xmx1g -Xms1g"}, std::nullopt},
+      {"variables replaced", "-Dv=${BWK_TEST_OPT}\n", std::nullopt, {"-Dv=from-env"}, std::nullopt},
+      {"classpath replaces", "-classpath a.jar\n", std::string("old"), {}, std::string("a.jar")},
+      {"classpath/p prepends", "-classpath/p a.jar\n", std::string("old"), {}, std::string("a.jar:old")},
+      {"classpath/p without one", "-classpath/p lib/a.jar\n", std::nullopt, {}, std::string("lib/a.jar:(null)")},
+      {"classpath/a appends", "-classpath/a b.jar\n", std::string("old"), {}, std::string("old:b.jar")},
+      {"classpath/a without one is dropped", "-classpath/a lib/a.jar\n", std::nullopt, {}, std::nullopt},
+      {"prefix needs its blank, case matters", "-classpath\n-ClassPath x\n", std::nullopt, {"-classpath", "-ClassPath x"},
+       std::nullopt},
+      {"not UTF-8: nothing", "-Dname=Gr\xfc\xdf" "e\n", std::string("cp"), {}, std::string("cp")},
+  };
+  for (const Case& c : cases) {
+    writeFile(tmp / "case.vmoptions", c.contents);
+    std::vector<std::string> options;
+    OptionalString classPath = readOptionsFile(tmp / "case.vmoptions", options, c.classPathBefore, scope);
+    EXPECT_EQ(options, c.options) << c.name;
+    EXPECT_EQ(classPath, c.classPathAfter) << c.name;
+  }
+  std::vector<std::string> untouched;
+  EXPECT_EQ(readOptionsFile(tmp / "missing.vmoptions", untouched, std::string("cp"), scope), std::string("cp"));
+  EXPECT_EQ(readOptionsFile(std::nullopt, untouched, std::string("cp"), scope), std::string("cp"));
+  EXPECT_TRUE(untouched.empty());
+  unsetenv("BWK_TEST_OPT");
+}
+
+TEST_F(Configuration, OptionFileIncludes) {
+  VariableScope scope{bundleLaunch({}).paths, std::nullopt};
+  writeFile(tmp / "conf/main.vmoptions",
+            "-Dfirst\n-include-options sub/inner.vmoptions\n-include-options \"with blank.vmoptions\"\n"
+            "-include-options \"half.vmoptions\n-Dlast\n");
+  writeFile(tmp / "conf/sub/inner.vmoptions", "-Dinner\n-classpath/p inner.jar\n");
+  writeFile(tmp / "conf/with blank.vmoptions", "-Dblank\n");
+  writeFile(tmp / "conf/\"half.vmoptions", "-Dhalf-quoted-name-kept\n");
+  std::vector<std::string> options;
+  EXPECT_EQ(readOptionsFile(tmp / "conf/main.vmoptions", options, std::string("base.jar"), scope),
+            std::string("inner.jar:base.jar"));
+  EXPECT_EQ(options, (std::vector<std::string>{"-Dfirst", "-Dinner", "-Dblank", "-Dhalf-quoted-name-kept", "-Dlast"}));
+
+  // "~" anywhere in a file's name is the home directory; includes are relative to the file.
+  std::string home = platform::homeDirectory();
+  std::string dirName = "bwk-opt-" + std::to_string(getpid());
+  writeFile(home + "/" + dirName + "/x/app.vmoptions", "-Dfrom-home\n-include-options rel.vmoptions\n");
+  writeFile(home + "/" + dirName + "/x/rel.vmoptions", "-Drelative-to-home\n");
+  std::vector<std::string> fromHome;
+  readOptionsFile("~/" + dirName + "/x/app.vmoptions", fromHome, std::nullopt, scope);
+  shell("rm -rf '" + home + "/" + dirName + "'");
+  EXPECT_EQ(fromHome, (std::vector<std::string>{"-Dfrom-home", "-Drelative-to-home"}));
+
+  // The configured list includes relative to the launcher directory and knows no directives.
+  writeFile(appRoot + "/extra.vmoptions", "-Dincluded\n-classpath/a extra.jar\n");
+  std::vector<std::string> predefined;
+  EXPECT_EQ(addPredefinedOptions(std::vector<std::string>{"-Da", "-include-options extra.vmoptions", "-classpath x",
+                                                          " -Dspaced "},
+                                 predefined, std::string("cp"), scope),
+            std::string("cp:extra.jar"));
+  EXPECT_EQ(predefined, (std::vector<std::string>{"-Da", "-Dincluded", "-classpath x", " -Dspaced "}));
+}
+
+TEST_F(Configuration, IncludeCycleEndsWithTheFileNamed) {
+  VariableScope scope{bundleLaunch({}).paths, std::nullopt};
+  writeFile(tmp / "a.vmoptions", "-Da\n-include-options b.vmoptions\n");
+  writeFile(tmp / "b.vmoptions", "-include-options a.vmoptions\n");
+  std::vector<std::string> options;
+  testing::internal::CaptureStderr();
+  try {
+    readOptionsFile(tmp / "a.vmoptions", options, std::nullopt, scope);
+    ADD_FAILURE() << "no failure";
+  } catch (const ReportedFailure& failure) {
+    EXPECT_EQ(failure.messageKey(), "fenmo.InternalError");
+    EXPECT_EQ(failure.info(), tmp / "a.vmoptions");  // the 33rd file
+  }
+  EXPECT_TRUE(text::contains(testing::internal::GetCapturedStderr(), "nested deeper than 32"));
+  EXPECT_EQ(options.size(), 16u);  // one "-Da" for each of the 32 files read
+}
+
+TEST_F(Configuration, WorkingDirectory) {
+  struct Case {
+    const char* name;
+    PlistDict javaVM;
+    OptionalString expected;
+  } cases[] = {
+      {"bundle", {}, bundle},
+      {"relative to the launcher directory", {{"WorkingDirectory", "work/../work2"}}, appRoot + "/work2"},
+      {"absolute", {{"WorkingDirectory", "/x//y/"}}, std::string("/x/y")},
+  };
+  for (const Case& c : cases)
+    EXPECT_EQ(workingDirectory(bundleLaunch({{"JavaVM", PlistValue(c.javaVM)}}), runtime()), c.expected) << c.name;
+  EXPECT_EQ(workingDirectory(commandLineLaunch({}, tmp / "bin/tool", {"/tool"}), runtime()), std::nullopt);
+}
+
+TEST_F(Configuration, ParametersFromStateAndFacts) {
+  writeFile(tmp / "Apps/Tool.vmoptions", "-Dsame=1\n");
+  const LaunchContext& context = bundleLaunch({{"CFBundleName", "Tool"},
+                                               {"JavaVM", PlistValue(PlistDict{{"VMOptionArray", list({"-Dsame=1"})},
+                                                                               {"ModulePath", "mods:$BWK_T_UNSET_MP"},
+                                                                               {"MainClass", "com.example.${NOT}"},
+                                                                               {"StartOnMainThread", true}})}});
+  ChosenRuntime previous = runtime();
+  previous.previousInstallation = true;
+  LaunchFacts facts{{"-XX:AOTCache=/c.aot"}, std::nullopt, std::string("/b/jre.tar.gz")};
+  JavaParameters p = readJavaParameters(context, previous, facts);
+  EXPECT_EQ(p.options, (std::vector<std::string>{"-Dfenmo.moduleName=" + bundle, "-Dsame=1", "-XX:AOTCache=/c.aot",
+                                                 "-Dsame=1", "-p", "mods", "-Dbwk.previousJdk=true",
+                                                 "-Dbwk.tarFile=/b/jre.tar.gz"}));
+  EXPECT_EQ(p.mainClass, std::string("com.example.${NOT}"));
+  EXPECT_TRUE(p.startOnMainThread);
+}
+
+TEST_F(Configuration, VersionSpecificPatterns) {
+  struct Case {
+    const char* version;
+    int major;
+    PlistArray pairs;
+    std::vector<std::string> expected;
+  } cases[] = {
+      {"17.0.2", 17, {"11-17", list({"-DA"}), "*17.0.*", list({"-DB"})}, {"-DA"}},
+      {"17.0.2", 17, {"17", list({"-Dbad"}), "*17*", list({"-DB"})}, {"-DB"}},  // malformed skipped
+      {"21.0.1", 21, {"11-17", list({"-DA"}), "*17.0.*", list({"-DB"})}, {}},
+      {"1.8.0_291", 8, {"*1.8.0_2??", list({"-Dlike"}), "*1.8", list({"-Dwhole"})}, {"-Dlike"}},
+      {"17.0.2", 17, {"*17.0.[2]", list({"-Dbracket"}), "x-y", list({"-Dzero"}), "-17", list({"-Dopen"})}, {"-Dopen"}},
+      {"17.0.2", 17, {"1-2-3", list({"-Dthree"}), "11-17"}, {}},  // a single element is no pair
+  };
+  for (const Case& c : cases) {
+    ChosenRuntime chosen = runtime(c.version, c.major);
+    std::vector<std::string> all =
+        options(bundleLaunch({{"JavaVM", PlistValue(PlistDict{{"VersionSpecificVMOptions", PlistValue(c.pairs)}})}}),
+                {}, &chosen);
+    EXPECT_EQ(std::vector<std::string>(all.begin() + 1, all.end()), c.expected) << c.version << " " << c.pairs.size();
+  }
+}
+
+TEST_F(Configuration, CommandLineLauncherIdentityAndService) {
+  writeFile(tmp / "bin/tool.vmoptions", "-Dbeside.executable\n");
+  writeFile(tmp / "bin/tool.app/Contents/vmoptions.txt", "-Dnot.read\n");
+  const LaunchContext& context = commandLineLaunch(
+      {{"bwk.configFileId", "cfg-7"}, {"bwk.service", "legacy"},
+       {"JavaVM", PlistValue(PlistDict{{"ArgumentArray", list({"configured"})}})}},
+      tmp / "bin/tool", {"/bin/tool", "start", "later"});
+  JavaParameters p = readJavaParameters(context, runtime(), {});
+  EXPECT_EQ(p.options, (std::vector<std::string>{"-Dfenmo.moduleName=" + tmp / "bin/tool", "-Dbeside.executable",
+                                                 "-Dbwk.configFileId=cfg-7", "-Dbwk.service=legacy"}));
+  EXPECT_EQ(p.args, (std::vector<std::string>{"start", "configured", "later"}));
+  EXPECT_EQ(p.mainClass, std::nullopt);
+}
+
+TEST_F(Configuration, CommandLinePassThrough) {
+  struct Case {
+    bool passthrough;
+    std::vector<std::string> words;
+    std::vector<std::string> options, args;
+  } cases[] = {
+      {false, {"/p", "-J-Xmx2g", "x"}, {}, {"-J-Xmx2g", "x"}},
+      {true, {"/p", "-J-Xmx2g", "x", "-J"}, {"-Xmx2g", ""}, {"x"}},
+      {true, {"/p", "-psn_0_1", "-psn_2"}, {}, {"-psn_2"}},
+      {true, {"/p", "-J-jvm=/x", "-J-Xdock:name=X", "-J-XstartOnFirstThread"}, {}, {}},  // removed afterwards
+  };
+  for (const Case& c : cases) {
+    JavaParameters p = readJavaParameters(bundleLaunch({{"bwk.allowPassthrough", c.passthrough}}, c.words), runtime(), {});
+    EXPECT_EQ(std::vector<std::string>(p.options.begin() + 1, p.options.end()), c.options) << c.words[1];
+    EXPECT_EQ(p.args, c.args) << c.words[1];
+  }
+}
+
+}  // namespace
+}  // namespace bwk::test

@@ -1,0 +1,115 @@
+#pragma once
+// Launches of <tmp>/Apps/Tool.app with a given configuration and command line, fake
+// runtimes, and a child process with private mounts, so that a test can put its own runtimes
+// at the system's fixed runtime directory.
+#include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <functional>
+#include <memory>
+
+#include "launcher/launch_context.h"
+#include "launcher/runtime_search.h"
+#include "test_support.h"
+
+namespace bwk::test {
+
+class LaunchFixture : public ::testing::Test {
+ protected:
+  // A bundle launch: Info.plist written, the context made as the worker makes it.
+  const LaunchContext& bundleLaunch(PlistDict info, std::vector<std::string> arguments = {"/prog"}) {
+    writePlist(bundle + "/Contents/Info.plist", PlistValue(std::move(info)));
+    bundles_.push_back(std::make_unique<Bundle>(bundle));
+    return keep(LaunchContext::forBundle(*bundles_.back(), std::move(arguments), true));
+  }
+  // A command-line launcher at `executable` carrying `configuration`.
+  const LaunchContext& commandLineLaunch(PlistDict configuration, const std::string& executable,
+                                         std::vector<std::string> arguments) {
+    bundles_.push_back(std::make_unique<Bundle>(tmp.path()));
+    return keep(LaunchContext::forEmbeddedConfiguration(*bundles_.back(), PlistValue(std::move(configuration)),
+                                                        executable, std::move(arguments)));
+  }
+  // The path of the runtime a search chooses, or none.
+  OptionalString chosenPath(const LaunchContext& context, const OptionalString& installer = std::nullopt) {
+    std::optional<ChosenRuntime> runtime = findJavaBundle(context, installer);
+    return runtime ? OptionalString(runtime->path) : std::nullopt;
+  }
+  static PlistValue list(std::initializer_list<std::string> items) {
+    PlistArray a;
+    for (const std::string& s : items) a.emplace_back(s);
+    return PlistValue(std::move(a));
+  }
+  static PlistValue searchSequence(std::initializer_list<std::string> entries) {
+    return PlistValue(PlistDict{{"SearchSequence", list(entries)}});
+  }
+
+  TempDir tmp;
+  std::string bundle = tmp / "Apps/Tool.app";
+  std::string appRoot = bundle + "/Contents/Resources/app";
+
+ private:
+  const LaunchContext& keep(LaunchContext context) {
+    contexts_.push_back(std::make_unique<LaunchContext>(std::move(context)));
+    return *contexts_.back();
+  }
+  std::vector<std::unique_ptr<Bundle>> bundles_;
+  std::vector<std::unique_ptr<LaunchContext>> contexts_;
+};
+
+// The outcome of a child process: its exit status and what it wrote.
+struct ChildOutcome {
+  int status = -1;
+  std::string output;
+};
+
+struct BindMount {
+  std::string source;
+  std::string target;
+  bool readOnly = false;
+};
+
+// Runs `body` in a child process with a mount namespace of its own in which every bind mount
+// is in place; the child ends with the status `body` returns (or exits by itself).
+inline ChildOutcome inPrivateMounts(const std::vector<BindMount>& mounts, const std::function<int()>& body) {
+  int fds[2];
+  if (pipe(fds) != 0) return {};
+  std::fflush(nullptr);
+  pid_t pid = fork();
+  if (pid == 0) {
+    close(fds[0]);
+    dup2(fds[1], 1);
+    dup2(fds[1], 2);
+    close(fds[1]);
+    if (unshare(CLONE_NEWNS) != 0 || mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
+      std::perror("private mount namespace");
+      _exit(90);
+    }
+    for (const BindMount& m : mounts) {
+      if (mount(m.source.c_str(), m.target.c_str(), nullptr, MS_BIND, nullptr) != 0 ||
+          (m.readOnly && mount(nullptr, m.target.c_str(), nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr) != 0)) {
+        std::perror(("bind mount over " + m.target).c_str());
+        _exit(91);
+      }
+    }
+    int status = body();
+    std::fflush(nullptr);
+    _exit(status);
+  }
+  close(fds[1]);
+  ChildOutcome outcome;
+  char buffer[4096];
+  ssize_t n;
+  while ((n = read(fds[0], buffer, sizeof buffer)) > 0) outcome.output.append(buffer, static_cast<size_t>(n));
+  close(fds[0]);
+  int status = 0;
+  waitpid(pid, &status, 0);
+  outcome.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  return outcome;
+}
+
+}  // namespace bwk::test
