@@ -4,6 +4,7 @@
 #include "base/log.h"
 #include "base/plist_reader.h"
 #include "base/strings.h"
+#include "launcher/runtime_search.h"
 #include "launcher/runtime_search_state.h"
 #include "platform/platform.h"
 
@@ -52,8 +53,11 @@ void RuntimeSearch::findJavaPreviousInstallation(const OptionalString& min, cons
     OptionalString bundleName = records->string("singleBundleName" + *appId + "_" + directory);
     std::string candidate;
     if (bundleName) {
-      candidate = directory + "/" + *bundleName + "/Contents/Resources/jre.bundle";
-      if (!fs::exists(candidate)) candidate = directory + "/" + *bundleName + "/Contents/PlugIns/jre.bundle";
+      // The first location that exists, else the last one, which is then not found.
+      for (const char* location : kShippedRuntimeLocations) {
+        candidate = directory + "/" + *bundleName + "/" + location;
+        if (fs::exists(candidate)) break;
+      }
     } else {
       candidate = directory + "/.brackwood/jre.bundle";
       if (!(fs::exists(candidate) && fs::isDirectory(candidate))) {

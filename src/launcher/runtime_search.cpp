@@ -20,9 +20,6 @@ namespace bwk {
 
 namespace {
 
-// Where a bundle ships its own runtime, in the order they are tried.
-constexpr const char* kShippedRuntimeLocations[] = {"Contents/Resources/jre.bundle", "Contents/PlugIns/jre.bundle"};
-
 // A runtime at a fixed location may carry packed jars; they are unpacked in place before it
 // is used. When that fails the launch cannot go on, and a test directory tells a tool
 // failure from a runtime directory that is not writable.

@@ -9,6 +9,10 @@
 
 namespace bwk {
 
+// Where an application bundle ships its own runtime, in the order they are tried.
+inline constexpr const char* kShippedRuntimeLocations[] = {"Contents/Resources/jre.bundle",
+                                                           "Contents/PlugIns/jre.bundle"};
+
 struct ChosenRuntime {
   // The runtime's directory (a bundle holding Contents/Home, or a plain runtime home).
   std::string path;

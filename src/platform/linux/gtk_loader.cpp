@@ -58,6 +58,7 @@ const Api* load(std::string* error) {
 const Api* loadAndInit(bool keepLocale, std::string* error) {
   const Api* api = load(error);
   if (!api) return nullptr;
+  // GTK can be initialised once per process; every later caller shares the outcome.
   static std::once_flag once;
   static bool initialised = false;
   std::call_once(once, [&] {

@@ -2,6 +2,7 @@
 #include <pwd.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
@@ -58,7 +59,7 @@ std::optional<std::string> environmentValue(const std::string& name) {
 }
 
 const char* processName() {
-  static std::string name = [] {
+  static const std::string name = [] {
     std::optional<std::string> exe = executablePath();
     return exe ? exe->substr(exe->rfind('/') + 1) : std::string("brackwood-launcher");
   }();
@@ -75,11 +76,12 @@ std::string globallyUniqueString() {
     if (i == 8 || i == 12 || i == 16 || i == 20) out += '-';
     out += hex[digit(device)];
   }
-  static unsigned counter = 0;
+  // Names made in one process differ in their last part even if the random part repeats.
+  static std::atomic<unsigned> counter{0};
   out += '-';
   out += std::to_string(getpid());
   out += '-';
-  out += std::to_string(++counter);
+  out += std::to_string(counter.fetch_add(1) + 1);
   return out;
 }
 
