@@ -38,10 +38,19 @@ const PlistValue& Bundle::infoDictionary() const {
       error = file + ": not a dictionary";
       info.reset();
     }
-    if (!info) BWK_DLOG("%s [Line %d] no Info dictionary: %@", error);
+    if (!info) {
+      BWK_DLOG("%s [Line %d] no Info dictionary: %@", error);
+      infoProblem_ = error;
+    }
     info_ = info ? std::move(*info) : PlistValue(PlistDict{});
   }
   return *info_;
+}
+
+std::optional<std::string> Bundle::infoDictionaryProblem() const {
+  infoDictionary();
+  std::lock_guard<std::mutex> lock(mutex_);
+  return infoProblem_;
 }
 
 std::optional<std::string> Bundle::pathForResource(const std::string& name, const std::string& ext) const {

@@ -22,6 +22,9 @@ class Bundle {
   // Contents/Info.plist in any of the three formats; an empty dictionary when missing or
   // unreadable. Read once.
   const PlistValue& infoDictionary() const;
+  // Why Contents/Info.plist gave no dictionary ("<file>: no such file", the parse error with
+  // its line); absent when it was read.
+  std::optional<std::string> infoDictionaryProblem() const;
   // Contents/Resources/<name>.<ext> when it exists.
   std::optional<std::string> pathForResource(const std::string& name, const std::string& ext) const;
   // Looks `key` up in Localizable.strings of the first language folder that has the table,
@@ -37,6 +40,7 @@ class Bundle {
   // The main thread and the installation worker both read the lazily loaded files.
   mutable std::mutex mutex_;
   mutable std::optional<PlistValue> info_;
+  mutable std::optional<std::string> infoProblem_;
   mutable std::optional<std::optional<PlistValue>> strings_;  // the chosen table, once looked up
 };
 

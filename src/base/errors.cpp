@@ -6,8 +6,8 @@
 
 namespace bwk {
 
-PlatformException::PlatformException(std::string name, std::string reason)
-    : std::runtime_error(reason), name_(std::move(name)), reason_(std::move(reason)) {
+PlatformException::PlatformException(std::string name, std::string reason, std::optional<std::string> detail)
+    : std::runtime_error(reason), name_(std::move(name)), reason_(std::move(reason)), detail_(std::move(detail)) {
   void* frames[64];
   int count = backtrace(frames, 64);
   if (char** symbols = backtrace_symbols(frames, count)) {

@@ -14,7 +14,9 @@ namespace bwk {
 // "fenmo.InternalError" with the reason; the name and the call stack go to the system log.
 class PlatformException : public std::runtime_error {
  public:
-  PlatformException(std::string name, std::string reason);
+  // `detail`: what the system said, for the person who has to mend it (the loader's error
+  // text); shown beside the message, never instead of it.
+  PlatformException(std::string name, std::string reason, std::optional<std::string> detail = std::nullopt);
 
   const std::string& name() const { return name_; }
   const std::string& reason() const { return reason_; }
@@ -22,18 +24,27 @@ class PlatformException : public std::runtime_error {
   const std::string& description() const { return reason_; }
   // Where it was raised, one line per frame, for the system log.
   const std::vector<std::string>& callStackSymbols() const { return callStack_; }
+  const std::optional<std::string>& detail() const { return detail_; }
 
  private:
   std::string name_;
   std::string reason_;
+  std::optional<std::string> detail_;
   std::vector<std::string> callStack_;
 };
 
-// The user cancelled the installation of the bundled runtime (Cancel, or closing the
-// window). Not an error: nothing is shown.
+// The installation of the bundled runtime was cancelled: by the user (Cancel, or closing the
+// window), or by a termination signal. Not an error: nothing is shown.
 class InstallationCancelled : public std::exception {
  public:
+  InstallationCancelled() = default;
+  explicit InstallationCancelled(int signal) : signal_(signal) {}
   const char* what() const noexcept override { return "cancelled"; }
+  // The signal that ended the installation; absent when the user cancelled.
+  const std::optional<int>& signal() const { return signal_; }
+
+ private:
+  std::optional<int> signal_;
 };
 
 // A failure that is reported to the user by a message of the bundle's strings, after which

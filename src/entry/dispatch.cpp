@@ -9,6 +9,7 @@
 #include "entry/entry.h"
 #include "frontend/application.h"
 #include "install/app_delegate.h"
+#include "install/temporary_directory.h"
 #include "launcher/jli.h"
 #include "platform/platform.h"
 
@@ -71,6 +72,8 @@ int processMain(int argc, char** argv) {
     if (std::strcmp(argv[i], "-q") == 0 || std::strcmp(argv[i], "-c") == 0) commandLine = true;
     if (std::strcmp(argv[i], "-splash") == 0) splash = true;
   }
+  // What killed processes left in the temporary directory goes, without holding up this start.
+  removeAbandonedTemporaryDirectories();
   // The bundle outlives every thread that reads it: the worker ends the process with exit,
   // which does not unwind this frame.
   const Bundle bundle(platform::mainBundlePath());

@@ -8,6 +8,7 @@
 #include "base/log.h"
 #include "base/plist_reader.h"
 #include "entry/entry.h"
+#include "install/temporary_directory.h"
 #include "launcher/jli.h"
 #include "launcher/launcher.h"
 #include "launcher/messages.h"
@@ -32,6 +33,7 @@ int launcher_main(int argc, char** argv) {
   if (JLI_LaunchFxnPtr) return reinvokeJavaLaunch(argc, argv);
 
   // Reached only through the authorization restart: errors go to standard error.
+  removeAbandonedTemporaryDirectories();
   const Bundle bundle(platform::mainBundlePath());
   const std::vector<std::string> arguments(argv, argv + argc);
   try {
@@ -64,7 +66,7 @@ int launcher_main(int argc, char** argv) {
     return 1;
   } catch (const PlatformException& e) {
     BWK_SYSLOG("%s [Line %d] %@: %@", e.name() + ": " + e.reason(), e.callStackSymbols());
-    displayError(bundle, bundle.infoDictionary(), true, "fenmo.InternalError", e.description());
+    displayInternalError(bundle, bundle.infoDictionary(), true, e);
     return 1;
   }
 }

@@ -2,21 +2,18 @@
 // hands it to the launcher, launches and ends the process with the launch's status.
 #include "install/app_delegate.h"
 
-#include <sys/stat.h>
-
+#include <csignal>
 #include <cstdlib>
-#include <mutex>
 
-#include "base/bundle.h"
+#include "base/errors.h"
 #include "base/fs.h"
 #include "base/log.h"
 #include "base/path.h"
-#include "base/errors.h"
+#include "install/temporary_directory.h"
 #include "install/untar.h"
 #include "launcher/launcher.h"
 #include "launcher/messages.h"
 #include "launcher/unpacker.h"
-#include "platform/platform.h"
 
 namespace bwk {
 
@@ -29,21 +26,45 @@ std::optional<std::string> savedTempDir;
 void on_exit_cleanup() {
   BWK_DLOG("%s [Line %d] cleanup %@", savedTempDir);
   if (savedTempDir) {
-    fs::removeItem(*savedTempDir);
+    removeTemporaryDirectory(*savedTempDir);
     savedTempDir.reset();
   }
 }
 
-[[noreturn]] void throwCancelled() { throw InstallationCancelled(); }
+// A termination signal that came while the runtime was being installed; 0 when none. The
+// handler can only leave it here, and the worker looks at it at every progress report.
+volatile std::sig_atomic_t pendingSignal = 0;
+
+void notePendingSignal(int signal) { pendingSignal = signal; }
+
+// While the runtime is installed, SIGINT, SIGTERM and SIGHUP do not end the process at once:
+// the worker stops at its next progress report, removes the temporary directory and ends
+// with the signal's status. Signals the process ignores stay ignored.
+class InstallationSignals {
+ public:
+  InstallationSignals() {
+    for (size_t i = 0; i < kCount; ++i) {
+      struct sigaction note {};
+      note.sa_handler = notePendingSignal;
+      sigemptyset(&note.sa_mask);
+      note.sa_flags = SA_RESTART;
+      ::sigaction(kSignals[i], nullptr, &previous_[i]);
+      if (previous_[i].sa_handler != SIG_IGN) ::sigaction(kSignals[i], &note, nullptr);
+    }
+  }
+  ~InstallationSignals() {
+    for (size_t i = 0; i < kCount; ++i) ::sigaction(kSignals[i], &previous_[i], nullptr);
+  }
+  InstallationSignals(const InstallationSignals&) = delete;
+  InstallationSignals& operator=(const InstallationSignals&) = delete;
+
+ private:
+  static constexpr int kSignals[] = {SIGINT, SIGTERM, SIGHUP};
+  static constexpr size_t kCount = sizeof kSignals / sizeof kSignals[0];
+  struct sigaction previous_[kCount] {};
+};
 
 }  // namespace
-
-std::optional<std::string> AppDelegate::createTemporaryDirectory() {
-  std::string dir = path::append(platform::temporaryDirectory(), platform::globallyUniqueString());
-  // Only this user may look into the runtime that is about to run.
-  if (::mkdir(dir.c_str(), 0700) != 0) return std::nullopt;
-  return dir;
-}
 
 std::string AppDelegate::getJreLocation(const std::string& bundle) {
   std::string home = path::append(bundle, "Contents/Home");
@@ -53,31 +74,42 @@ std::string AppDelegate::getJreLocation(const std::string& bundle) {
 
 void AppDelegate::cancel() { cancelled = true; }
 
-std::string AppDelegate::handleTar(const std::string& archive, const LaunchContext& context) {
+void AppDelegate::checkCancelled() const {
+  if (int signal = pendingSignal) throw InstallationCancelled(signal);
+  if (cancelled) throw InstallationCancelled();
+}
+
+std::optional<std::string> AppDelegate::handleTar(const std::string& archive, const LaunchContext& context) {
   if (!tempDir) tempDir = createTemporaryDirectory();
-  std::string bundle = path::append(tempDir.value_or("(null)"), "jre.bundle");
+  // Without a temporary directory there is no place to extract to: extraction fails with
+  // its warning and the regular search decides.
+  std::optional<std::string> bundle;
+  if (tempDir) bundle = path::append(*tempDir, "jre.bundle");
   int32_t size = static_cast<int32_t>(bundle_.infoDictionary().integer("bwk.jreUncompressedSize").value_or(6000000));
-  fs::createDirectory(bundle, false);
+  if (bundle) fs::createDirectory(*bundle, false);
 
   ProgressCallback extraction = [this](double percent, const char*) {
-    if (cancelled) throwCancelled();
+    checkCancelled();
     if (window) window->setProgress(percent * 0.7);
   };
-  if (!UnTar::untar(archive, bundle, size, &extraction))
+  if (!bundle || !UnTar::untar(archive, *bundle, size, &extraction))
     BWK_SYSLOG("%s [Line %d] WARNING: errors occurred while unpacking bundled JRE");
   BWK_DLOG("%s [Line %d] jre destination %@", bundle);
+  checkCancelled();
+  if (!bundle) return std::nullopt;
 
   // A "jre" folder is looked for twice on purpose: older runtimes nest one more level.
-  std::string home = getJreLocation(bundle);
+  std::string home = getJreLocation(*bundle);
   std::string jre = path::append(home, "jre");
   std::string target = fs::exists(jre) ? jre : home;
-  if (cancelled) throwCancelled();
 
   ProgressCallback unpacking = [this](double percent, const char*) {
-    if (cancelled) throwCancelled();
+    checkCancelled();
     if (window) window->setProgress(percent * 0.3 + 70.0);
   };
   if (!Unpacker::unpack(target, &unpacking)) {
+    // The same Ctrl-C that interrupted the worker ends unpack200 too.
+    checkCancelled();
     displayError(context, "fenmo.InternalError", std::string("could not run unpack200"));
     if (window) window->shutDown();
     std::exit(1);  // the exit handler is not registered yet: the directory stays
@@ -94,40 +126,45 @@ void AppDelegate::worker() {
   Launcher launcher(context);
   int code = 1;
   try {
-    if (fs::exists(archive)) {
-      std::string bundle = handleTar(archive, context);
-      launcher.setInstallerJreBundle(bundle, tempDir ? OptionalString(archive) : std::nullopt);
+    {
+      InstallationSignals signals;
+      if (fs::exists(archive)) {
+        std::optional<std::string> bundle = handleTar(archive, context);
+        launcher.setInstallerJreBundle(bundle, tempDir ? OptionalString(archive) : std::nullopt);
+      }
+      if (window) {
+        window->beginLaunch();
+        window->closeAfter(5.0);
+      }
+      savedTempDir = tempDir;
+      std::atexit(on_exit_cleanup);
+      // A signal that came after the last progress report ends the start here.
+      checkCancelled();
     }
-    if (window) {
-      window->beginLaunch();
-      window->closeAfter(5.0);
-    }
-    savedTempDir = tempDir;
-    std::atexit(on_exit_cleanup);
     BWK_DLOG("%s [Line %d] launching JVM");
     Launcher& loaded = launcher.load();
     if (window) window->shutDown();
     code = loaded.launch();
     BWK_DLOG("%s [Line %d] launch exit code: %d", code);
-  } catch (const InstallationCancelled&) {
+  } catch (const InstallationCancelled& cancellation) {
     BWK_DLOG("%s [Line %d] Cancelled");
-    abandon();
+    abandon(cancellation.signal() ? 128 + *cancellation.signal() : 1);
   } catch (const ReportedFailure& failure) {
     displayError(context, failure.messageKey(), failure.info());
-    abandon();
+    abandon(1);
   } catch (const PlatformException& e) {
-    displayError(context, "fenmo.InternalError", e.description());
+    displayInternalError(*context.bundle, context.configuration, context.reportOnStandardError, e);
     BWK_DLOG("%s [Line %d] %@: %@", e.name() + ": " + e.reason(), e.callStackSymbols());
-    abandon();
+    abandon(1);
   }
   std::exit(code);
 }
 
-void AppDelegate::abandon() {
-  if (tempDir) fs::removeItem(*tempDir);
+void AppDelegate::abandon(int status) {
+  if (tempDir) removeTemporaryDirectory(*tempDir);
   savedTempDir.reset();
   if (window) window->shutDown();
-  std::exit(1);
+  std::exit(status);
 }
 
 }  // namespace bwk

@@ -37,11 +37,9 @@ class AppDelegate {
   // Installs the bundled runtime if there is one, then loads and launches; ends the process
   // with the launch's status (1 after a cancellation or an internal error).
   [[noreturn]] void worker();
-  // Extracts and unpacks the archive; returns the extracted "jre.bundle" directory. Ends the
-  // process when unpack200 fails.
-  std::string handleTar(const std::string& archive, const LaunchContext& context);
-  // A new directory under the temporary directory, mode 0700; absent on failure.
-  static std::optional<std::string> createTemporaryDirectory();
+  // Extracts and unpacks the archive; returns the extracted "jre.bundle" directory, absent
+  // when no temporary directory could be made. Ends the process when unpack200 fails.
+  std::optional<std::string> handleTar(const std::string& archive, const LaunchContext& context);
   // bundle/Contents/Home/jre when that exists, else bundle/Contents/Home.
   static std::string getJreLocation(const std::string& bundle);
   // The Cancel button's action.
@@ -53,8 +51,10 @@ class AppDelegate {
 
  private:
   // Ends a start that failed or was cancelled: the temporary directory is removed and the
-  // window torn down before the process ends with status 1.
-  [[noreturn]] void abandon();
+  // window torn down before the process ends with `status`.
+  [[noreturn]] void abandon(int status);
+  // Throws InstallationCancelled when the user cancelled or a termination signal came.
+  void checkCancelled() const;
 
   const Bundle& bundle_;
   std::vector<std::string> arguments_;

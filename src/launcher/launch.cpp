@@ -6,6 +6,7 @@
 #include <chrono>
 #include <thread>
 
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
@@ -14,6 +15,7 @@
 #include "base/path.h"
 #include "base/errors.h"
 #include "launcher/aot_cache.h"
+#include "launcher/configuration_problems.h"
 #include "launcher/jli.h"
 #include "launcher/launcher.h"
 #include "launcher/messages.h"
@@ -87,6 +89,11 @@ Launcher& Launcher::load() {
   facts.tarFile = tarFile_;
 
   JavaParameters parameters = readJavaParameters(context_, *runtime_, facts);
+  // The runtime only says "Could not find or load main class (null)"; say why beforehand.
+  if (!parameters.mainClass) {
+    for (const std::string& reason : missingMainClassReasons(context_)) std::fprintf(stderr, "ERROR: %s\n", reason.c_str());
+    std::fflush(stderr);
+  }
   argv_ = bwk::argumentVector(context_.arguments.empty() ? std::string() : context_.arguments[0], parameters,
                          runtime_->path);
   return *this;
@@ -118,7 +125,12 @@ int Launcher::launch() {
 
   // Never closed: the runtime runs from it until the process ends.
   void* handle = dlopen(library.c_str(), RTLD_LAZY);
-  if (!handle) throw PlatformException("JavaLaunchError", "Could not load JRE.");
+  if (!handle) {
+    // The loader's own text names the file and what is wrong with it (missing, not a library,
+    // on a file system mounted noexec...).
+    const char* why = dlerror();
+    throw PlatformException("JavaLaunchError", "Could not load JRE.", std::string(why ? why : library));
+  }
   JLI_LaunchFxnPtr = reinterpret_cast<JLI_Launch_t>(dlsym(handle, "JLI_Launch"));
   auto listNew = reinterpret_cast<JLI_List_new_t>(dlsym(handle, "JLI_List_new"));
   auto listAdd = reinterpret_cast<JLI_List_add_t>(dlsym(handle, "JLI_List_add"));

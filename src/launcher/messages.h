@@ -5,6 +5,7 @@
 #include <string>
 
 #include "base/bundle.h"
+#include "base/errors.h"
 #include "launcher/launch_context.h"
 
 namespace bwk {
@@ -16,6 +17,11 @@ OptionalString getMessage(const Bundle& bundle, const std::string& key, const Op
 void displayError(const Bundle& bundle, const PlistValue& configuration, bool reportOnStandardError,
                   const std::string& key, const OptionalString& info1 = std::nullopt,
                   const OptionalString& info2 = std::nullopt);
+
+// "fenmo.InternalError" with the failure's description, and what the system said about it
+// (its detail) on a line of its own and in the alert's text.
+void displayInternalError(const Bundle& bundle, const PlistValue& configuration, bool reportOnStandardError,
+                          const PlatformException& failure);
 
 inline void displayError(const LaunchContext& context, const std::string& key,
                          const OptionalString& info1 = std::nullopt, const OptionalString& info2 = std::nullopt) {

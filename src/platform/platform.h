@@ -22,6 +22,10 @@ std::optional<std::string> environmentValue(const std::string& name);
 const char* processName();
 // A new random name, unique for practical purposes (globallyUniqueString).
 std::string globallyUniqueString();
+// When the process `pid` started, in the system's own units (comparable only with another
+// answer of this function); absent when there is no such process. With the process id it
+// names a process uniquely: ids are reused, start times of the same id are not.
+std::optional<unsigned long long> processStartTime(int pid);
 
 // --- bundles and session -----------------------------------------------------------------
 // The main bundle's directory: "<B>.app" when the executable is "<B>.app/Contents/MacOS/x",

@@ -1,11 +1,14 @@
+#define _POSIX_C_SOURCE 200809L
 /* A stand-in for the runtime's launcher library. JLI_Launch writes the two version texts
  * and every entry of the argument vector, one per line, to the file named by
- * FAKE_JLI_RECORD (appending), and returns FAKE_JLI_STATUS (default 0). The argument-file
+ * FAKE_JLI_RECORD (appending), sleeps FAKE_JLI_SLEEP_MS milliseconds, and returns
+ * FAKE_JLI_STATUS (default 0). The argument-file
  * functions are present unless FAKE_JLI_NO_LIST is set at build time; @file expansion
  * replaces "@name" by the lines of that file. */
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <time.h>
 
 typedef struct { char** elements; size_t size; size_t capacity; } JLI_List_;
 typedef JLI_List_* JLI_List;
@@ -24,6 +27,11 @@ int JLI_Launch(int argc, char** argv, int jargc, const char** jargv, int appclas
       fprintf(f, "--\n");
       fclose(f);
     }
+  }
+  const char* sleepMs = getenv("FAKE_JLI_SLEEP_MS");
+  if (sleepMs) {
+    struct timespec pause = {atoi(sleepMs) / 1000, (atoi(sleepMs) % 1000) * 1000000L};
+    nanosleep(&pause, NULL);
   }
   const char* status = getenv("FAKE_JLI_STATUS");
   return status ? atoi(status) : 0;

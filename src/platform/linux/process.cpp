@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <climits>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <random>
@@ -83,6 +84,26 @@ std::string globallyUniqueString() {
   out += '-';
   out += std::to_string(counter.fetch_add(1) + 1);
   return out;
+}
+
+std::optional<unsigned long long> processStartTime(int pid) {
+  // Field 22 of /proc/<pid>/stat: clock ticks after boot. The command name (field 2) is in
+  // parentheses and may itself hold blanks and parentheses, so fields are counted after the
+  // last ")".
+  std::FILE* file = std::fopen(("/proc/" + std::to_string(pid) + "/stat").c_str(), "re");
+  if (!file) return std::nullopt;
+  char buffer[1024];
+  size_t n = std::fread(buffer, 1, sizeof buffer - 1, file);
+  std::fclose(file);
+  buffer[n] = '\0';
+  const char* rest = std::strrchr(buffer, ')');
+  if (!rest) return std::nullopt;
+  unsigned long long startTime = 0;
+  // Fields 3 to 21 are skipped.
+  if (std::sscanf(rest + 1, " %*c %*d %*d %*d %*d %*d %*u %*u %*u %*u %*u %*u %*u %*d %*d %*d %*d %*d %*d %llu",
+                  &startTime) != 1)
+    return std::nullopt;
+  return startTime;
 }
 
 }  // namespace bwk::platform

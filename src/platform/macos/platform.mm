@@ -57,6 +57,15 @@ const char* processName() {
 }
 
 std::string globallyUniqueString() { return toString([[NSProcessInfo processInfo] globallyUniqueString]); }
+std::optional<unsigned long long> processStartTime(int pid) {
+  int request[] = {CTL_KERN, KERN_PROC, KERN_PROC_PID, pid};
+  struct kinfo_proc info {};
+  size_t size = sizeof info;
+  if (sysctl(request, 4, &info, &size, nullptr, 0) != 0 || size == 0) return std::nullopt;
+  const struct timeval& started = info.kp_proc.p_starttime;
+  return static_cast<unsigned long long>(started.tv_sec) * 1000000ULL + static_cast<unsigned long long>(started.tv_usec);
+}
+
 std::string mainBundlePath() { return toString([[NSBundle mainBundle] bundlePath]); }
 
 bool hasGraphicSession() {

@@ -1,0 +1,190 @@
+// Faults around a start: no temporary directory, option files that include each other,
+// signals while the runtime is unpacked, many starts at once, copies left by killed starts,
+// and configurations that would otherwise fail without saying why.
+#include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "base/fs.h"
+#include "e2e_support.h"
+#include "platform/platform.h"
+
+namespace bwk::test {
+namespace {
+
+class Reliability : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    shell("mkdir -p " + temp + " " + cwd);
+    makeFakeRuntime(tmp / "jdk", "17.0.2");
+  }
+  // A bundle whose runtime comes from an archive of a fake runtime; with `unpack`, its
+  // unpack200 runs that on one packed jar.
+  std::string bundleWithArchive(const std::string& unpack = "", PlistDict extra = {}) {
+    std::string home = tmp / "stage/Contents/Home";
+    makeFakeRuntime(home, "17.0.2");
+    if (!unpack.empty()) {
+      writeFile(home + "/lib/rt.jar.pack", "packed");
+      writeFile(home + "/bin/unpack200", "#!/bin/sh\n" + unpack + "\n");
+      shell("chmod +x " + home + "/bin/unpack200");
+    }
+    PlistDict info{{"CFBundleName", "Tool"},
+                   {"JavaVM", PlistValue(PlistDict{{"MainClass", "M"}, {"SearchSequence", stringArray({"R" + tmp / "jdk"})}})}};
+    for (auto& [key, value] : extra) info[key] = value;
+    std::string app = makeBundle(tmp.path(), "Tool", PlistValue(info));
+    shell("mkdir -p " + app + "/Contents/Resources/app && tar -czf " + app + "/Contents/Resources/app/jre.tar.gz -C " +
+          tmp / "stage Contents");
+    writeFile(app + "/Contents/Resources/en.lproj/Localizable.strings", "\"fenmo.InternalError\" = \"Internal error: %@\";\n");
+    return app;
+  }
+  RunResult start(const std::string& app, std::vector<std::string> env = {}, std::vector<std::string> args = {}) {
+    std::vector<std::string> argv{app + "/Contents/MacOS/Tool"};
+    argv.insert(argv.end(), args.begin(), args.end());
+    env.push_back("FAKE_JLI_RECORD=" + record);
+    env.push_back("LANG=en_US.UTF-8");
+    if (std::none_of(env.begin(), env.end(), [](const std::string& e) { return text::startsWith(e, "TMPDIR="); }))
+      env.push_back("TMPDIR=" + temp);
+    return run(argv, launcherEnvironment(env), cwd);
+  }
+  std::vector<std::string> left(const std::string& dir) {
+    return fs::listDirectory(dir).value_or(std::vector<std::string>{"(unreadable)"});
+  }
+
+  TempDir tmp;
+  std::string temp = tmp / "t";
+  std::string cwd = tmp / "cwd";
+  std::string record = tmp / "record.txt";
+};
+
+TEST_F(Reliability, WithoutATemporaryDirectoryNothingIsWrittenElsewhere) {
+  std::string app = bundleWithArchive();
+  writeFile(tmp / "a-file", "");
+  for (const std::string& dir : {tmp / "missing", tmp / "a-file"}) {
+    RunResult r = start(app, {"TMPDIR=" + dir});
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_TRUE(text::contains(r.err, "WARNING: errors occurred while unpacking bundled JRE")) << r.err;
+    // The search sequence decides, and the launch is told of no archive.
+    std::vector<std::string> argv = readRecord(record).argv;
+    EXPECT_EQ(std::count(argv.begin(), argv.end(), "-Dbwk.jreBundle=" + tmp / "jdk"), 1) << dir;
+    EXPECT_TRUE(std::none_of(argv.begin(), argv.end(), [](auto& a) { return text::contains(a, "bwk.tarFile"); }));
+    EXPECT_EQ(left(cwd), std::vector<std::string>{}) << dir;
+    fs::removeItem(record);
+  }
+}
+
+TEST_F(Reliability, IncludeCycleEndsWithAMessage) {
+  std::string app = bundleWithArchive();
+  writeFile(tmp / "Tool.vmoptions", "-Dx\n-include-options Tool.vmoptions\n");
+  RunResult r = start(app);
+  EXPECT_EQ(r.status, 1);
+  EXPECT_TRUE(text::contains(r.err, "ERROR: Internal error: " + tmp / "Tool.vmoptions\n")) << r.err;
+  EXPECT_TRUE(text::contains(r.err, "nested deeper than 32")) << r.err;
+  EXPECT_FALSE(fs::exists(record));
+  EXPECT_EQ(left(temp), std::vector<std::string>{});
+}
+
+TEST_F(Reliability, SignalsWhileUnpackingLeaveNothing) {
+  for (int signal : {SIGINT, SIGTERM, SIGHUP}) {
+    std::string app = bundleWithArchive("kill -" + std::to_string(signal) + " $PPID; mv \"$2\" \"$3\"");
+    RunResult r = start(app);
+    EXPECT_EQ(r.status, 128 + signal) << r.err;
+    EXPECT_FALSE(fs::exists(record)) << signal;
+    EXPECT_EQ(left(temp), std::vector<std::string>{}) << signal;
+    fs::removeItem(tmp / "Tool.app");
+  }
+}
+
+TEST_F(Reliability, ConcurrentStartsEachUseTheirOwnDirectory) {
+  std::string app = bundleWithArchive();
+  std::string tool = tmp / "tool";
+  writeFile(tmp / "tool.plist", toXmlPlist(PlistValue(PlistDict{{"JavaVM", PlistValue(PlistDict{{"MainClass", "M"}})}})));
+  ASSERT_EQ(run({BWK_EMBED, BWK_LAUNCHER, tmp / "tool.plist", tool}).status, 0);
+  // 32 bundle starts that unpack the archive, then 32 command-line launcher starts.
+  std::string script = "cd " + cwd + "; for i in $(seq 32); do (" + app + "/Contents/MacOS/Tool; echo $? >> " + tmp / "st" +
+                       ") & done; wait; for i in $(seq 32); do (" + tool + " __bwk_auth_restart " + tmp / "jdk" +
+                       "; echo $? >> " + tmp / "st" + ") & done; wait";
+  std::vector<std::string> env = launcherEnvironment({"TMPDIR=" + temp, "FAKE_JLI_RECORD=" + record, "FAKE_JLI_SLEEP_MS=200"});
+  RunResult r = run({"/bin/sh", "-c", script}, env);
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(readFile(tmp / "st"), [] {
+    std::string zeros;
+    for (int i = 0; i < 64; ++i) zeros += "0\n";
+    return zeros;
+  }()) << r.err;
+  std::vector<std::string> bundles;
+  for (const std::string& line : text::split(readFile(record), "\n"))
+    if (text::startsWith(line, "-Dbwk.jreBundle=" + temp)) bundles.push_back(line);
+  std::sort(bundles.begin(), bundles.end());
+  EXPECT_EQ(bundles.size(), 32u);
+  EXPECT_EQ(std::unique(bundles.begin(), bundles.end()), bundles.end()) << "each start has a directory of its own";
+  EXPECT_EQ(left(temp), std::vector<std::string>{});
+}
+
+TEST_F(Reliability, CopiesOfEndedStartsAreRemovedOthersKept) {
+  // A start killed while its runtime runs leaves its copy behind.
+  std::string app = bundleWithArchive();
+  RunResult killed = run({"/bin/sh", "-c", app + "/Contents/MacOS/Tool & sleep 1; kill -9 $!; wait"},
+                         launcherEnvironment({"TMPDIR=" + temp, "FAKE_JLI_SLEEP_MS=10000"}));
+  ASSERT_EQ(left(temp).size(), 1u) << killed.err;
+
+  auto mark = [&](const std::string& dir, const std::string& text) {
+    shell("mkdir -p " + dir + "/jre.bundle/Contents && chmod 700 " + dir);
+    writeFile(dir + "/.brackwood-owner", text);
+  };
+  std::string me = std::to_string(getpid()) + " " + std::to_string(*platform::processStartTime(getpid()));
+  mark(temp + "/ended", "brackwood-launcher 999999 12\n");
+  mark(temp + "/reused-pid", "brackwood-launcher " + std::to_string(getpid()) + " 1\n");
+  mark(temp + "/running", "brackwood-launcher " + me + "\n");
+  mark(temp + "/foreign-tag", "other-tool 999999 12\n");
+  mark(temp + "/open-to-others", "brackwood-launcher 999999 12\n");
+  shell("chmod 777 " + temp + "/open-to-others");
+  mark(temp + "/other-user", "brackwood-launcher 999999 12\n");
+  shell("chown -R nobody " + temp + "/other-user");
+  shell("mkdir -p " + temp + "/unmarked " + tmp / "target && ln -s " + tmp / "target " + temp + "/link");
+  mark(tmp / "target", "brackwood-launcher 999999 12\n");
+
+  ASSERT_EQ(start(app).status, 0);
+  std::vector<std::string> kept = left(temp);
+  std::sort(kept.begin(), kept.end());
+  EXPECT_EQ(kept, (std::vector<std::string>{"foreign-tag", "link", "open-to-others", "other-user", "running", "unmarked"}));
+  EXPECT_TRUE(fs::exists(tmp / "target/.brackwood-owner"));
+}
+
+TEST_F(Reliability, ConfigurationsThatFailSayWhy) {
+  struct Case {
+    const char* name;
+    std::string folder;
+    std::optional<std::string> infoPlist;
+    std::string expected;
+  } cases[] = {
+      {"broken tag", "Tool.app", "<plist><dict><key>JavaVM</key><dict></dic></dict></plist>",
+       "Tool.app/Contents/Info.plist: XML property list: Start-end tags mismatch at line 1"},
+      {"no Info.plist", "Tool.app", std::nullopt, "Tool.app/Contents/Info.plist: no such file"},
+      {"no main class", "Tool.app", toXmlPlist(PlistValue(PlistDict{{"CFBundleName", "Tool"}})),
+       "Tool.app/Contents/Info.plist: no \"MainClass\" in \"JavaVM\""},
+      {"not a bundle folder", "Tool", toXmlPlist(PlistValue(PlistDict{})),
+       "Tool/Contents/MacOS: not an application bundle"},
+  };
+  for (const Case& c : cases) {
+    std::string app = tmp / c.folder;
+    shell("rm -rf " + app + " && mkdir -p " + app + "/Contents/MacOS && cp " + BWK_LAUNCHER + " " + app +
+          "/Contents/MacOS/Tool");
+    if (c.infoPlist) writeFile(app + "/Contents/Info.plist", *c.infoPlist);
+    // The system's runtime starts and says "Could not find or load main class (null)".
+    RunResult r = start(app);
+    EXPECT_TRUE(text::contains(r.err, "ERROR: " + tmp / c.expected)) << c.name << "\n" << r.err;
+  }
+}
+
+TEST_F(Reliability, RuntimeOnANoexecFileSystemSaysWhy) {
+  std::string app = bundleWithArchive();
+  RunResult r = run({"/usr/bin/unshare", "-m", "/bin/sh", "-c",
+                     "mount -t tmpfs -o noexec,size=64m tmpfs " + temp + " && exec " + app + "/Contents/MacOS/Tool"},
+                    launcherEnvironment({"TMPDIR=" + temp, "LANG=en_US.UTF-8"}));
+  EXPECT_EQ(r.status, 1);
+  EXPECT_TRUE(text::contains(r.err, "ERROR: Internal error: Could not load JRE.\nERROR: " + temp)) << r.err;
+  EXPECT_TRUE(text::contains(r.err, "libjli.so: failed to map segment from shared object")) << r.err;
+}
+
+}  // namespace
+}  // namespace bwk::test
