@@ -57,8 +57,10 @@ std::vector<std::string> addAotCacheOption(const LaunchContext& context, const C
   } else {
     std::string home = platform::environmentValue("HOME").value_or(platform::homeDirectory());
     OptionalString name = javaVM.string("AotCacheName");
-    std::string baseName = (name && !name->empty()) ? *name : path::lastComponent(paths.launcherDirAndName.value_or(""));
-    std::string installHash = format("%lu", crc32Of(paths.appRootDir.value_or("")));
+    // The default place is named after the installation: without one there is none.
+    if (!paths.appRootDir || (!(name && !name->empty()) && !paths.launcherDirAndName)) return {};
+    std::string baseName = (name && !name->empty()) ? *name : path::lastComponent(*paths.launcherDirAndName);
+    std::string installHash = format("%lu", crc32Of(*paths.appRootDir));
     stem = path::join({home, "Library/Caches", "brackwood/aot", installHash, baseName});
     defaultLocation = true;
   }
@@ -67,7 +69,7 @@ std::vector<std::string> addAotCacheOption(const LaunchContext& context, const C
   if (!fs::createDirectory(cacheDir, true) && !fs::isDirectory(cacheDir)) return {};
   if (!fs::isWritable(cacheDir)) return {};
   std::string installDirFile = path::append(cacheDir, "install-dir");
-  if (defaultLocation && !fs::existsNoFollow(installDirFile)) fs::writeFile(installDirFile, paths.appRootDir.value_or(""));
+  if (defaultLocation && !fs::existsNoFollow(installDirFile)) fs::writeFile(installDirFile, *paths.appRootDir);
 
   std::string runtimeHomePath = runtime.bundle ? runtimeHome(runtime.path) : runtime.path;
   std::string cacheFile = format("%@-%@-%@-%lu.aot", stem, *buildId, versionKey(*runtime.version), crc32Of(runtimeHomePath));

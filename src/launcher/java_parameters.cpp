@@ -75,9 +75,10 @@ std::optional<std::optional<std::vector<std::string>>> versionSpecificOptions(co
 OptionalString workingDirectory(const LaunchContext& context, const ChosenRuntime& runtime) {
   VariableScope scope{context.paths, runtime.path};
   if (OptionalString configured = replaceVariables(context.javaVM().string("WorkingDirectory"), scope)) {
+    if (!path::isAbsolute(*configured) && !context.paths.launcherDirInApp) return std::nullopt;
     std::string dir = path::isAbsolute(*configured)
                           ? path::standardize(*configured)
-                          : path::standardize(path::append(context.paths.launcherDirInApp.value_or(""), *configured));
+                          : path::standardize(path::append(*context.paths.launcherDirInApp, *configured));
     BWK_DLOG("%s [Line %d] using working directory %@", dir);
     return dir;
   }
@@ -125,8 +126,9 @@ JavaParameters readJavaParameters(const LaunchContext& context, const ChosenRunt
   } else if (needsBundleIdentity(context)) {
     if (!facts.runningBundleIdentifier) {
       BWK_DLOG("%s [Line %d] Started without bundle. Setting icon.");
-      if (OptionalString icon = info.string("CFBundleIconFile"))
-        options.push_back("-Xdock:icon=" + paths.launcherDirAndName.value_or("(null)") + ".app/Contents/Resources/" + *icon);
+      OptionalString icon = info.string("CFBundleIconFile");
+      if (icon && paths.launcherDirAndName)
+        options.push_back("-Xdock:icon=" + *paths.launcherDirAndName + ".app/Contents/Resources/" + *icon);
     }
     options.push_back("-Xdock:name=" + info.string("CFBundleName").value_or("(null)"));
   }

@@ -13,12 +13,16 @@ namespace {
 void resolveLayout(LaunchContext& context) {
   const PlistValue& info = context.configuration;
   LaunchPaths& paths = context.paths;
+  // A command-line launcher whose own path is unknown has no directories: none of them is
+  // made up from an empty text, which would name the current directory.
   if (OptionalString baseDir = info.string("bwk.baseDir")) {
-    paths.appRootDir = path::standardize(path::append(paths.launcherDirInApp.value_or(""), *baseDir));
-    if (info.boolean("bwk.inSingleBundle").value_or(false))
-      paths.mainBundlePath = path::standardize(path::append(*paths.appRootDir, "../../.."));
-  } else {
-    paths.appRootDir = paths.launcherDirAndName.value_or("") + ".app/Contents/Resources/app";
+    if (paths.launcherDirInApp) {
+      paths.appRootDir = path::standardize(path::append(*paths.launcherDirInApp, *baseDir));
+      if (info.boolean("bwk.inSingleBundle").value_or(false))
+        paths.mainBundlePath = path::standardize(path::append(*paths.appRootDir, "../../.."));
+    }
+  } else if (paths.launcherDirAndName) {
+    paths.appRootDir = *paths.launcherDirAndName + ".app/Contents/Resources/app";
     // The launcher directory in the variables is still the one of the bundle at this point.
     OptionalString launcherDir = replaceVariables(info.string("bwk.launcherDir"), VariableScope{paths, std::nullopt});
     paths.launcherDirInApp = launcherDir ? path::append(*paths.appRootDir, *launcherDir) : *paths.appRootDir;

@@ -72,7 +72,10 @@ OptionalString addPredefinedOptions(const std::optional<std::vector<std::string>
   for (const std::string& entry : *list) {
     if (text::startsWith(entry, "-include-options ")) {
       std::string name = unquote(*replaceVariables(entry.substr(17), scope));
-      std::string file = path::isAbsolute(name) ? name : path::append(scope.paths.launcherDirInApp.value_or(""), name);
+      // A relative name needs the launcher directory; without it the file is not looked for.
+      OptionalString file = path::isAbsolute(name) ? OptionalString(name)
+                            : scope.paths.launcherDirInApp ? OptionalString(path::append(*scope.paths.launcherDirInApp, name))
+                                                           : std::nullopt;
       classPath = readOptionsFile(file, options, classPath, scope);
     } else {
       options.push_back(*replaceVariables(entry, scope));

@@ -14,9 +14,13 @@ OptionalString replaceVariables(const OptionalString& input, const VariableScope
   BWK_DLOG("%s [Line %d] replacing %@", input);
   std::string s = *input;
   // One pass in a fixed order: text inserted by a replacement is seen only by the ones after.
-  s = text::replaceAll(std::move(s), "${launcher:sys.appRootDir}", scope.paths.appRootDir.value_or(""));
+  // A directory that is unknown (a command-line launcher whose own path is unknown) leaves
+  // its variable in the text rather than turning it into a path from "/"; the bundle of a
+  // command-line launcher is the empty text.
+  if (scope.paths.appRootDir) s = text::replaceAll(std::move(s), "${launcher:sys.appRootDir}", *scope.paths.appRootDir);
   s = text::replaceAll(std::move(s), "${launcher:sys.mainBundle}", scope.paths.mainBundlePath.value_or(""));
-  s = text::replaceAll(std::move(s), "${launcher:sys.launcherDirectory}", scope.paths.launcherDirInApp.value_or(""));
+  if (scope.paths.launcherDirInApp)
+    s = text::replaceAll(std::move(s), "${launcher:sys.launcherDirectory}", *scope.paths.launcherDirInApp);
   s = text::replaceAll(std::move(s), "${launcher:sys.pathlistSeparator}", ":");
   s = text::replaceAll(std::move(s), "${launcher:sys.userHome}", platform::homeDirectory());
   s = text::replaceAll(std::move(s), "${launcher:sys.tempDir}", platform::temporaryDirectory());

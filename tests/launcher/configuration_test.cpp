@@ -55,6 +55,20 @@ TEST_F(Configuration, DirectoryLayouts) {
   EXPECT_EQ(cli.paths.launcherDirInApp, tmp / "bin/tool.app/Contents/Resources/app");
   EXPECT_EQ(cli.serviceMode, "legacy");
   unsetenv("BWK_T_SUB");
+
+  // A command-line launcher that does not know its own path has no directories, and nothing
+  // is read from or resolved against the current directory in their place.
+  const LaunchContext& unknown = commandLineLaunch(
+      {{"bwk.baseDir", "x"}, {"JavaVM", PlistValue(PlistDict{{"ClassPath", "${launcher:sys.appRootDir}/*"},
+                                                             {"WorkingDirectory", "work"},
+                                                             {"VMOptionArray", list({"-include-options o.vmoptions"})}})}},
+      std::nullopt, {"/tool"});
+  EXPECT_EQ(unknown.paths.appRootDir, std::nullopt);
+  EXPECT_EQ(unknown.paths.launcherDirInApp, std::nullopt);
+  EXPECT_TRUE(optionFiles(unknown).empty());
+  EXPECT_EQ(workingDirectory(unknown, ChosenRuntime{}), std::nullopt);
+  EXPECT_EQ(readJavaParameters(unknown, ChosenRuntime{}, {}).options,
+            (std::vector<std::string>{"-Dfenmo.moduleName=(null)", "-Dbwk.configFileId=(null)"}));
 }
 
 TEST_F(Configuration, MessagesWithInsertsOnStandardError) {

@@ -28,7 +28,7 @@ class LaunchFixture : public ::testing::Test {
     return keep(LaunchContext::forBundle(*bundles_.back(), std::move(arguments), true));
   }
   // A command-line launcher at `executable` carrying `configuration`.
-  const LaunchContext& commandLineLaunch(PlistDict configuration, const std::string& executable,
+  const LaunchContext& commandLineLaunch(PlistDict configuration, const OptionalString& executable,
                                          std::vector<std::string> arguments) {
     bundles_.push_back(std::make_unique<Bundle>(tmp.path()));
     return keep(LaunchContext::forEmbeddedConfiguration(*bundles_.back(), PlistValue(std::move(configuration)),

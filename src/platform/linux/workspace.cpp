@@ -32,7 +32,9 @@ void reapOpenedApplication(int) {
 OpenResult openApplication(const std::string& bundlePath, const std::optional<std::string>& executableName,
                            const std::optional<std::vector<std::string>>& arguments,
                            unsigned long /*options: nothing to activate or hide here*/) {
-  std::string program = executableName ? bundlePath + "/Contents/MacOS/" + *executableName : executablePath().value_or("");
+  std::optional<std::string> self = executablePath();
+  if (!executableName && !self) return OpenResult{std::nullopt, std::string("The application's executable is unknown")};
+  std::string program = executableName ? bundlePath + "/Contents/MacOS/" + *executableName : *self;
   std::vector<std::string> words = arguments.value_or(std::vector<std::string>{});
   std::vector<char*> argv{program.data()};
   for (std::string& word : words) argv.push_back(word.data());
