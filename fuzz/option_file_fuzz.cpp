@@ -1,13 +1,12 @@
 // Any bytes as an option file (.vmoptions), with its variables, class-path directives and
 // includes.
 //
-// An include is followed wherever it points, and a file that includes itself recurses
-// without end. So the input is written under a random name in a private directory that holds
-// one other file, "more.vmoptions", which includes nothing; and inputs whose include names
-// could reach anything else (a "/", "~" or "$" after "-include-options" on the same line)
-// are rejected. With the environment emptied and every launcher directory set, no variable
-// expands to nothing, so no replacement can splice an include into a line that did not
-// spell it out.
+// The input is written under a fixed name in a private directory that holds one other file,
+// "more.vmoptions"; an include may name either, so the input may include itself, which the
+// reader ends at its depth limit. Inputs whose include names could reach anything else (a
+// "/", "~" or "$" after "-include-options" on the same line) are rejected. With the
+// environment emptied and every launcher directory set, no variable expands to nothing, so
+// no replacement can splice an include into a line that did not spell it out.
 #include <stdlib.h>
 
 #include <cstddef>
@@ -17,10 +16,12 @@
 #include <string_view>
 #include <vector>
 
+#include "base/bundle.h"
+#include "base/errors.h"
 #include "base/fs.h"
 #include "base/strings.h"
-#include "launcher/launcher.h"
-#include "platform/platform.h"
+#include "launcher/launch_context.h"
+#include "launcher/option_files.h"
 #include "scratch_dir.h"
 
 namespace {
@@ -29,20 +30,16 @@ constexpr std::string_view kInclude = "-include-options";
 
 struct Sandbox {
   bwk::fuzz::ScratchDir dir{"bwk-option-fuzz"};
-  std::string input = dir / (bwk::platform::globallyUniqueString() + ".vmoptions");
-  std::unique_ptr<bwk::Launcher> launcher;
+  std::string input = dir / "input.vmoptions";
+  bwk::Bundle bundle{dir / "Tool.app"};
+  bwk::LaunchContext context;
 
   Sandbox() {
     ::clearenv();
     bwk::fuzz::require(bwk::fs::writeFile(dir / "more.vmoptions", "-Dincluded=1\r-classpath/a more.jar\n# end\n"),
                        "cannot write the included file");
-    bwk::resetLaunchState();
-    bwk::platform::setProcessArguments(std::vector<std::string>{"/prog"});
-    bwk::s_infoDictionary = bwk::PlistValue(bwk::PlistDict{});
-    bwk::s_mainBundlePath = dir / "Tool.app";
-    bwk::s_launcherDirInApp = dir.path();
-    bwk::s_launcherDirAndName = dir / "Tool";
-    launcher = std::make_unique<bwk::Launcher>();  // sets the application root from these
+    context = bwk::LaunchContext::forBundle(bundle, {"/prog"}, true);
+    context.paths.launcherDirInApp = dir.path();
   }
 };
 
@@ -72,9 +69,18 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   bwk::fuzz::require(bwk::fs::writeFile(sandbox.input, std::string(bytes)), "cannot write the input");
 
   const bool readable = bwk::text::isValidUtf8(bytes);
+  bwk::VariableScope scope{sandbox.context.paths, std::nullopt};
   for (const bwk::OptionalString& start : {bwk::OptionalString(), bwk::OptionalString("start.jar")}) {
     std::vector<std::string> options;
-    bwk::OptionalString classPath = sandbox.launcher->readOptionsFile(sandbox.input, options, start);
+    bwk::OptionalString classPath;
+    try {
+      classPath = bwk::readOptionsFile(sandbox.input, options, start, scope);
+    } catch (const bwk::ReportedFailure& failure) {
+      // Includes that never end: refused at the depth limit, naming a file of the sandbox.
+      bwk::fuzz::require(failure.info() && bwk::text::startsWith(*failure.info(), sandbox.dir.path()),
+                         "a runaway include names no file of the sandbox");
+      continue;
+    }
     checkOptions(options);
     if (!readable) {
       bwk::fuzz::require(options.empty(), "options read from a file that is not UTF-8");
