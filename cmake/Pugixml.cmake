@@ -1,4 +1,18 @@
-# pugixml is linked from its static archive so that the launcher stays self-contained.
+# pugixml, linked statically so that the launcher stays self-contained: Debian's static
+# archive on Linux; on macOS the package manager's CMake package, its static library when it
+# has one.
+if(APPLE)
+  find_package(pugixml CONFIG REQUIRED)
+  add_library(bwk_pugixml INTERFACE)
+  if(TARGET pugixml::static)
+    target_link_libraries(bwk_pugixml INTERFACE pugixml::static)
+  else()
+    message(WARNING "pugixml has no static library here: the launcher will need libpugixml.dylib at run time. "
+                    "Build pugixml with -DBUILD_SHARED_LIBS=OFF for a launcher that can be shipped.")
+    target_link_libraries(bwk_pugixml INTERFACE pugixml::pugixml)
+  endif()
+  return()
+endif()
 find_path(PUGIXML_INCLUDE_DIR pugixml.hpp REQUIRED)
 find_library(PUGIXML_STATIC libpugixml.a)
 if(NOT PUGIXML_STATIC)

@@ -13,9 +13,6 @@ namespace bwk {
 
 namespace {
 
-// x86-64 as the system names executable architectures.
-constexpr int kX86_64Architecture = 0x1000007;
-
 int majorVersion(const std::vector<std::string>& components) {
   long long major = text::integerValue(components.front());
   if (major == 1) major = components.size() > 1 ? text::integerValue(components[1]) : 1;
@@ -42,9 +39,9 @@ std::optional<AcceptedVersion> checkJavaVersion(const RuntimeBundle* runtime, co
   if (const PlistValue* javaVM = info.find("JavaVM")) version = javaVM->string("JVMVersion");
   if (plugin && !version) version = info.string("CFBundleVersion");
 
-  if (platform::processIsTranslated()) {
-    BWK_DLOG("%s [Line %d] checking architectures %d %@", kX86_64Architecture, runtime->path());
-    if (!platform::runtimeHasNativeCode(runtime->path())) return std::nullopt;
+  if (std::optional<int> architecture = platform::requiredRuntimeArchitecture()) {
+    BWK_DLOG("%s [Line %d] checking architectures %d %@", *architecture, runtime->path());
+    if (!platform::runtimeHasArchitecture(runtime->path(), *architecture)) return std::nullopt;
   }
   return checkBundleVersion(min, max, allowBeta, plugin, version, info.string("EvarVersion"),
                             info.string("CFBundleGetInfoString"));

@@ -48,10 +48,12 @@ std::optional<std::string> userLocale();
 std::string installedRuntimesDirectory();
 // The applet plug-in's directory; absent where there is none.
 std::optional<std::string> appletPluginPath();
-// Whether the process runs under instruction translation, and whether a runtime directory
-// holds code for the launcher's own architecture. Linux: never translated.
-bool processIsTranslated();
-bool runtimeHasNativeCode(const std::string& runtimePath);
+// The executable architecture (the system's code for it) that a runtime must hold for this
+// process to load it, where runtimes can lack it: under instruction translation x86-64, in
+// a native arm64 process arm64. Absent when no check applies (Linux; a native x86-64 Mac).
+std::optional<int> requiredRuntimeArchitecture();
+// Whether the runtime bundle's executable holds code for that architecture.
+bool runtimeHasArchitecture(const std::string& runtimePath, int architecture);
 // The runtime launcher library below a runtime path, candidates in order; the last is used
 // untested when none of the others exists.
 std::vector<std::string> runtimeLibraryCandidates();

@@ -7,8 +7,8 @@ namespace bwk::platform {
 
 std::string installedRuntimesDirectory() { return "/usr/lib/jvm"; }
 std::optional<std::string> appletPluginPath() { return std::nullopt; }
-bool processIsTranslated() { return false; }
-bool runtimeHasNativeCode(const std::string&) { return true; }
+std::optional<int> requiredRuntimeArchitecture() { return std::nullopt; }
+bool runtimeHasArchitecture(const std::string&, int) { return true; }
 
 std::vector<std::string> runtimeLibraryCandidates() {
   return {"Contents/Home/jre/lib/jli/libjli.so", "Contents/Home/lib/jli/libjli.so",

@@ -1,5 +1,9 @@
 // The platform header on macOS: Foundation, CoreFoundation, Security and the loader.
 // Built with the macOS toolchain only.
+//
+// Memory: compiled with ARC; Core Foundation objects are released where they are made.
+// Threads: nothing here touches AppKit's views; NSRunningApplication, NSUserDefaults and
+// NSTask may be used from the worker thread.
 #import <AppKit/AppKit.h>
 #import <Foundation/Foundation.h>
 #include <Security/AuthSession.h>
@@ -9,6 +13,7 @@
 #include <sys/wait.h>
 
 #include <cstdlib>
+#include <cstring>
 
 #include "platform/platform.h"
 
@@ -39,10 +44,12 @@ std::optional<std::string> executablePath() {
 }
 
 std::vector<std::pair<std::string, std::string>> environment() {
+  // The C library's environment: what getenv and setenv see, in their order.
   std::vector<std::pair<std::string, std::string>> out;
-  [[[NSProcessInfo processInfo] environment] enumerateKeysAndObjectsUsingBlock:^(NSString* k, NSString* v, BOOL*) {
-    out.emplace_back(toString(k), toString(v));
-  }];
+  for (char** e = environ; e && *e; ++e) {
+    const char* eq = std::strchr(*e, '=');
+    if (eq) out.emplace_back(std::string(*e, static_cast<size_t>(eq - *e)), std::string(eq + 1));
+  }
   return out;
 }
 
@@ -94,13 +101,20 @@ std::optional<std::string> userLocale() {
 std::string installedRuntimesDirectory() { return "/Library/Java/JavaVirtualMachines"; }
 std::optional<std::string> appletPluginPath() { return std::string("/Library/Internet Plug-Ins/JavaAppletPlugin.plugin"); }
 
-bool processIsTranslated() {
+std::optional<int> requiredRuntimeArchitecture() {
+#if defined(__arm64__)
+  // A native arm64 process cannot load an x86-64 runtime library.
+  return kCFBundleExecutableArchitectureARM64;
+#else
   int translated = 0;
   size_t size = sizeof translated;
-  return sysctlbyname("sysctl.proc_translated", &translated, &size, nullptr, 0) == 0 && translated == 1;
+  if (sysctlbyname("sysctl.proc_translated", &translated, &size, nullptr, 0) == 0 && translated == 1)
+    return kCFBundleExecutableArchitectureX86_64;
+  return std::nullopt;
+#endif
 }
 
-bool runtimeHasNativeCode(const std::string& runtimePath) {
+bool runtimeHasArchitecture(const std::string& runtimePath, int architecture) {
   NSURL* url = [NSURL fileURLWithPath:[NSString stringWithUTF8String:runtimePath.c_str()] isDirectory:YES];
   CFBundleRef bundle = CFBundleCreate(kCFAllocatorDefault, (__bridge CFURLRef)url);
   if (!bundle) return false;
@@ -110,7 +124,7 @@ bool runtimeHasNativeCode(const std::string& runtimePath) {
     for (CFIndex i = 0; i < CFArrayGetCount(architectures); ++i) {
       int32_t code = 0;
       CFNumberGetValue((CFNumberRef)CFArrayGetValueAtIndex(architectures, i), kCFNumberSInt32Type, &code);
-      if (code == kCFBundleExecutableArchitectureX86_64) found = true;
+      if (code == architecture) found = true;
     }
     CFRelease(architectures);
   }
