@@ -211,3 +211,8 @@ inline std::string inflationName(UnTar::Inflation inflation) {
 }
 
 }  // namespace bwk::test
+
+namespace bwk {
+// Found by argument-dependent lookup when a test's parameters are printed.
+inline void PrintTo(UnTar::Inflation inflation, std::ostream* os) { *os << test::inflationName(inflation); }
+}  // namespace bwk
