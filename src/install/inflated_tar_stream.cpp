@@ -42,10 +42,8 @@ std::unique_ptr<InflatedTarStream> InflatedTarStream::inflate(int fd) {
   if (::pread(fd, trailer, sizeof trailer, st.st_size - 4) != sizeof trailer) return nullptr;
   std::optional<size_t> size = wholeBufferSize(fileSize, littleEndian32(trailer));
   if (!size) return nullptr;
-  // Both mappings are filled by the kernel in one go rather than a page fault at a time as
-  // libdeflate reaches them, which costs a good part of what libdeflate saves.
-  UniqueMapping archive(fileSize, PROT_READ, MAP_PRIVATE | MAP_POPULATE, fd);
-  UniqueMapping memory(*size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_POPULATE, -1);
+  platform::MappedMemory archive = platform::MappedMemory::ofFile(fd, fileSize);
+  platform::MappedMemory memory = platform::MappedMemory::zeroed(*size);
   std::unique_ptr<libdeflate_decompressor, DecompressorFree> decompressor(libdeflate_alloc_decompressor());
   if (!archive || !memory || !decompressor) return nullptr;
   size_t consumed = 0, produced = 0;
@@ -60,10 +58,14 @@ std::unique_ptr<InflatedTarStream> InflatedTarStream::inflate(int fd) {
 long InflatedTarStream::read(size_t length, const char** data) {
   position_ = std::min<uint64_t>(position_ + pendingSkip_, size_);
   pendingSkip_ = 0;
+  // The bytes handed out by the last read are done with.
+  const size_t before = memory_.size();
+  memory_.releaseFront(static_cast<size_t>(position_ - released_));
+  released_ += before - memory_.size();
   size_t wanted = std::min(length, kPieceSize);
   size_t count = std::min(wanted, static_cast<size_t>(size_ - position_));
   if (count < wanted) pastEnd_ = true;
-  *data = memory_.data() + position_;
+  *data = memory_.data() + (position_ - released_);
   position_ += count;
   return static_cast<long>(count);
 }

@@ -8,7 +8,7 @@
 #include <optional>
 
 #include "install/tar_stream.h"
-#include "install/unique_handles.h"
+#include "platform/mapped_memory.h"
 
 namespace bwk {
 
@@ -36,12 +36,16 @@ class InflatedTarStream final : public TarStream {
   bool close() override;
 
  private:
-  InflatedTarStream(UniqueMapping memory, size_t size) : memory_(std::move(memory)), size_(size) {}
+  InflatedTarStream(platform::MappedMemory memory, size_t size) : memory_(std::move(memory)), size_(size) {}
 
-  // File data goes out in pieces this large: few writes, and still a progress report every
-  // few milliseconds.
-  static constexpr size_t kPieceSize = 1 << 20;
-  UniqueMapping memory_;
+  // File data goes out in pieces this large: few writes, a progress report every
+  // millisecond or so, and cheaper to place in the page cache than larger pieces (1 MiB
+  // pieces cost about a third more system time here).
+  static constexpr size_t kPieceSize = 256 << 10;
+  // What has been read lies behind the position for good: it goes back to the system as
+  // reading moves on, and the page cache that the files fill takes the same memory again.
+  platform::MappedMemory memory_;
+  uint64_t released_ = 0;  // bytes before memory_.data()
   size_t size_;
   uint64_t position_ = 0;
   // Skips are carried out by the next read, as zlib does: until then the position may lie

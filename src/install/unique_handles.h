@@ -1,7 +1,6 @@
 #pragma once
 // Owners of the descriptors and streams that extraction opens, so that every way out of it,
 // an exception thrown by a progress callback included, closes them.
-#include <sys/mman.h>
 #include <unistd.h>
 #include <zlib.h>
 
@@ -37,46 +36,6 @@ class UniqueFd {
 
  private:
   int fd_ = -1;
-};
-
-// A memory mapping, unmapped when its owner goes: the memory goes back to the system at once.
-class UniqueMapping {
- public:
-  UniqueMapping() = default;
-  // Maps `length` bytes (above 0) as mmap() does; empty when mmap() fails.
-  UniqueMapping(size_t length, int protection, int flags, int fd) {
-    void* at = ::mmap(nullptr, length, protection, flags, fd, 0);
-    if (at != MAP_FAILED) {
-      data_ = static_cast<char*>(at);
-      length_ = length;
-    }
-  }
-  ~UniqueMapping() { reset(); }
-  UniqueMapping(UniqueMapping&& other) noexcept
-      : data_(std::exchange(other.data_, nullptr)), length_(std::exchange(other.length_, 0)) {}
-  UniqueMapping& operator=(UniqueMapping&& other) noexcept {
-    if (this != &other) {
-      reset();
-      data_ = std::exchange(other.data_, nullptr);
-      length_ = std::exchange(other.length_, 0);
-    }
-    return *this;
-  }
-  UniqueMapping(const UniqueMapping&) = delete;
-  UniqueMapping& operator=(const UniqueMapping&) = delete;
-
-  char* data() const { return data_; }
-  size_t size() const { return length_; }
-  explicit operator bool() const { return data_ != nullptr; }
-  void reset() {
-    if (data_) ::munmap(data_, length_);
-    data_ = nullptr;
-    length_ = 0;
-  }
-
- private:
-  char* data_ = nullptr;
-  size_t length_ = 0;
 };
 
 struct FileCloser {

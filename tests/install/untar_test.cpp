@@ -36,11 +36,22 @@ void PrintTo(const ArchiveCase& c, std::ostream* os) { *os << c.name; }
 const std::string kLong1024 = std::string(200, 'p') + "/" + std::string(200, 'q') + "/" + std::string(200, 'r') + "/" +
                               std::string(200, 's') + "/" + std::string(220, 't');
 
+std::string repeated(const std::string& piece, size_t times) {
+  std::string out;
+  for (size_t i = 0; i < times; ++i) out += piece;
+  return out;
+}
+
 std::vector<ArchiveCase> archiveCases() {
   return {
       {"files_directories_links",
        "dir('a'); file('a/b.txt', 'hello'); link('a/l', 'b.txt'); file('a/empty'); file('top', 'x')", true, {},
        {{"a", "/"}, {"a/b.txt", "hello"}, {"a/l", "->b.txt"}, {"a/empty", ""}, {"top", "x"}}},
+
+      // Several megabytes: memory already read is given back while later files are written.
+      {"files_over_several_megabytes",
+       "file('a', b'0123456789' * 300000); file('b', b'xy' * 1300000); dir('d'); file('d/c', 'end')", true, {},
+       {{"a", repeated("0123456789", 300000)}, {"b", repeated("xy", 1300000)}, {"d/c", "end"}}},
 
       {"names_that_leave_the_destination",
        "dir('a')\n"
