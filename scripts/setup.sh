@@ -5,7 +5,7 @@ set -euo pipefail
 
 packages=(
   cmake g++ ninja-build pkg-config
-  zlib1g-dev libpugixml-dev libgtest-dev libgmock-dev
+  zlib1g-dev libdeflate-dev libpugixml-dev libgtest-dev libgmock-dev
   openjdk-17-jdk-headless
   python3 unzip
   libarchive-tools hyperfine
