@@ -29,6 +29,8 @@ TEST(WholeBufferSize, TakesOnlyPlausibleSizesUpToTheLimit) {
       {"more than deflate makes of 1000 bytes", 1018, 1033032, std::nullopt},
       {"too short for a gzip header and trailer", 18, 1, std::nullopt},
       {"shortest gzip file", 19, 1, 1},
+      {"the largest archive inflated whole", 28u << 20, 80000000, 80000000},
+      {"a larger archive is streamed", (28u << 20) + 1, 80000000, std::nullopt},
   };
   for (const SizeCase& c : cases) EXPECT_EQ(wholeBufferSize(c.fileSize, c.trailerSize), c.expected) << c.name;
 }
