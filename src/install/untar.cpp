@@ -104,6 +104,11 @@ UniqueFd createFile(const std::string& path, mode_t mode) {
   return fd;
 }
 
+// Errors of the file system written to, not of the archive: the runtime cannot be complete.
+bool isDestinationFailure(int error) {
+  return error == ENOSPC || error == EDQUOT || error == EIO || error == EROFS || error == EFBIG;
+}
+
 bool isAllZero(const char* bytes, size_t length) {
   return std::all_of(bytes, bytes + length, [](char c) { return c == 0; });
 }
@@ -116,6 +121,8 @@ class EntryReader {
 
   // True when the archive ended with a zero block after at least one regular file.
   bool readAll();
+  // The error number of the first failure to write into the destination; 0 when none.
+  int destinationError() const { return destinationError_; }
 
  private:
   enum class Step { Next, Done, Failed };
@@ -133,6 +140,7 @@ class EntryReader {
   TarDestination destination_;
   const Progress& progress_;
   bool sawRegularFile_ = false;
+  int destinationError_ = 0;
   std::optional<std::string> longName_;
   std::optional<std::string> longLinkName_;
 };
@@ -249,7 +257,9 @@ bool EntryReader::extractEntry(char typeflag, const char* header, const std::str
     }
     case '5':
       // The mode field is not applied to directories.
+      errno = 0;
       if (fs::createDirectory(full, true)) return true;
+      if (isDestinationFailure(errno)) destinationError_ = errno;
       BWK_SYSLOG("%s [Line %d] ERROR: extract creating directory");
       return false;
     case '2':
@@ -274,6 +284,10 @@ bool EntryReader::extractFile(const std::string& path, uint64_t length, uint64_t
   if (!handle) {
     int error = errno;
     BWK_SYSLOG("%s [Line %d] Could not create file %@ %d %s", path, error, std::strerror(error));
+    if (isDestinationFailure(error)) {
+      destinationError_ = error;
+      return false;
+    }
     return skipData(length);
   }
   UniqueFd copy(::fcntl(handle.get(), F_DUPFD_CLOEXEC, 0));
@@ -298,6 +312,7 @@ bool EntryReader::extractFile(const std::string& path, uint64_t length, uint64_t
     long n = stream_.read(static_cast<size_t>(std::min<uint64_t>(length - written, stream_.pieceSize())), &data);
     if (n <= 0 || std::fwrite(data, 1, static_cast<size_t>(n), file.get()) != static_cast<size_t>(n) ||
         std::ferror(file.get())) {
+      if (n > 0 && isDestinationFailure(errno)) destinationError_ = errno;
       BWK_SYSLOG("%s [Line %d] ERROR: stream error");
       // A file cut short by a damaged archive is worse than none: a truncated library
       // crashes the process that maps it.
@@ -320,8 +335,12 @@ bool EntryReader::extractFile(const std::string& path, uint64_t length, uint64_t
     BWK_SYSLOG("%s [Line %d] ERROR: stream error");
     return false;
   }
-  // Data still buffered is written here; a failure loses it, so the file counts as failed.
-  return std::fclose(file.release()) == 0;
+  // Data still buffered is written here; a failure loses it, so the file counts as failed
+  // and goes like any file cut short.
+  if (std::fclose(file.release()) == 0) return true;
+  if (isDestinationFailure(errno)) destinationError_ = errno;
+  ::unlink(path.c_str());
+  return false;
 }
 
 // A link that cannot be made is logged and is not fatal.
@@ -356,12 +375,15 @@ uint64_t parseOctal(const char* bytes, int length) {
 }
 
 bool UnTar::untar(const std::string& archive, const std::string& destination, int32_t uncompressedLength,
-                  const ProgressCallback* progress) {
-  return untarWith(Inflation::WholeBuffer, archive, destination, uncompressedLength, progress);
+                  const ProgressCallback* progress, int* destinationError) {
+  return untarWith(Inflation::WholeBuffer, archive, destination, uncompressedLength, progress, nullptr,
+                   destinationError);
 }
 
 bool UnTar::untarWith(Inflation inflation, const std::string& archive, const std::string& destination,
-                      int32_t uncompressedLength, const ProgressCallback* progress, Inflation* used) {
+                      int32_t uncompressedLength, const ProgressCallback* progress, Inflation* used,
+                      int* destinationError) {
+  if (destinationError) *destinationError = 0;
   UniqueFd handle(::open(archive.c_str(), O_RDONLY | O_CLOEXEC));
   if (!handle) {
     int error = errno;
@@ -381,7 +403,9 @@ bool UnTar::untarWith(Inflation inflation, const std::string& archive, const std
   }
 
   Progress percentages(progress, uncompressedLength);
-  bool ok = EntryReader(*stream, destination, percentages).readAll();
+  EntryReader reader(*stream, destination, percentages);
+  bool ok = reader.readAll();
+  if (destinationError) *destinationError = reader.destinationError();
   if (!stream->close()) ok = false;
   // The inflated archive goes back to the system before anything else runs.
   stream.reset();

@@ -17,12 +17,16 @@ class UnTar {
 
   // Extracts `archive` into the existing directory `destination`. `uncompressedLength` is
   // the expected size of the tar stream, used only for percentages. True on success.
+  // `destinationError`, when given, receives the error number of a failure to write into
+  // the destination (a full disk, an I/O error): extraction stops at the first, and what it
+  // left is then incomplete whatever the archive holds. 0 when there was none.
   static bool untar(const std::string& archive, const std::string& destination, int32_t uncompressedLength,
-                    const ProgressCallback* progress);
+                    const ProgressCallback* progress, int* destinationError = nullptr);
   // The same with the way of inflating chosen (for tests and benchmarks); `used`, when
   // given, receives the way that ran.
   static bool untarWith(Inflation inflation, const std::string& archive, const std::string& destination,
-                        int32_t uncompressedLength, const ProgressCallback* progress, Inflation* used = nullptr);
+                        int32_t uncompressedLength, const ProgressCallback* progress, Inflation* used = nullptr,
+                        int* destinationError = nullptr);
 };
 
 }  // namespace bwk
