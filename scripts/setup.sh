@@ -12,6 +12,7 @@ packages=(
   clang libclang-rt-14-dev
   xvfb xdotool x11-apps imagemagick libgtk-3-0 libgtk-3-dev
   util-linux
+  llvm-14 curl gpgv xz-utils debian-archive-keyring
 )
 
 missing=()
