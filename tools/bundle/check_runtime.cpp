@@ -147,10 +147,16 @@ bool searchAccepts(const LaunchContext& context, std::vector<RuntimeSeen>& seen,
     std::vector<std::string> names = fs::listDirectory(directory).value_or(std::vector<std::string>{});
     std::sort(names.begin(), names.end());
     for (const std::string& name : names)
-      if (tryCandidate(path::append(directory, name))) return true;
+      if (fs::isDirectory(path::append(directory, name)) && tryCandidate(path::append(directory, name))) return true;
     return false;
   };
-  if (OptionalString jvm = findOverrideJvm(context); jvm && fs::exists(*jvm) && tryCandidate(*jvm)) return true;
+  OptionalString jvm;
+  try {
+    jvm = findOverrideJvm(context);
+  } catch (const std::exception&) {
+    // Option files that include themselves: reported with the option files.
+  }
+  if (jvm && fs::exists(*jvm) && tryCandidate(*jvm)) return true;
   const PlistValue* sequence = context.javaVM().find("SearchSequence");
   if (!sequence || !sequence->isArray()) return installed();
   VariableScope scope{context.paths, std::nullopt};
