@@ -18,11 +18,11 @@ namespace bwk::bundle {
 
 namespace {
 
-const OptionSpec kOptions[] = {
+const OptionSpec kCheckOptions[] = {
     {"json", nullptr, false, "print the findings as JSON: {\"bundle\", \"findings\": [{\"file\", \"key\", \"message\", ...}]}"},
 };
 
-constexpr const char* kSynopsis =
+constexpr const char* kCheckSynopsis =
     "usage: brackwood-bundle check APP [--json]\n"
     "Reads APP as the launcher does and prints one line per finding (file: key: message): unknown\n"
     "keys, values of the wrong type, a main class in none of the class-path entries, entries that\n"
@@ -42,10 +42,10 @@ std::string resolvedPath(const std::string& given) {
 
 int runCheck(std::span<const std::string> words) {
   std::string error;
-  std::optional<ParsedArguments> args = parseArguments(kOptions, words, &error);
+  std::optional<ParsedArguments> args = parseArguments(kCheckOptions, words, &error);
   if (!args) throw usageError(error);
   if (args->help) {
-    std::fputs(helpText(kSynopsis, kOptions).c_str(), stdout);
+    std::fputs(helpText(kCheckSynopsis, kCheckOptions).c_str(), stdout);
     return 0;
   }
   if (args->words.size() != 1) throw usageError(args->words.empty() ? "which bundle?" : "one bundle at a time");

@@ -30,7 +30,7 @@ namespace bwk::bundle {
 
 namespace {
 
-const OptionSpec kOptions[] = {
+const OptionSpec kCreateOptions[] = {
     {"name", "NAME", false, "application name: NAME.app, Contents/MacOS/NAME, CFBundleName"},
     {"main-class", "CLASS", false, "the Java main class"},
     {"jar", "PATH", true, "a jar, or a directory whose .jar and .zip files are all taken (repeatable; class-path order)"},
@@ -52,7 +52,7 @@ const OptionSpec kOptions[] = {
     {"launcher", "FILE", false, "the launcher to copy (default: brackwood-launcher beside this program)"},
 };
 
-constexpr const char* kSynopsis =
+constexpr const char* kCreateSynopsis =
     "usage: brackwood-bundle create --name NAME --main-class CLASS --jar PATH... --output DIR [options]\n"
     "Writes DIR/NAME.app: Info.plist, the launcher (stripped) as Contents/MacOS/NAME, the jars in\n"
     "Contents/Resources/app/lib, Localizable.strings, the icon and the runtime. An existing output is\n"
@@ -316,10 +316,10 @@ std::vector<std::string> build(const Request& request, const std::string& root) 
 
 int runCreate(std::span<const std::string> words) {
   std::string error;
-  std::optional<ParsedArguments> args = parseArguments(kOptions, words, &error);
+  std::optional<ParsedArguments> args = parseArguments(kCreateOptions, words, &error);
   if (!args) throw usageError(error);
   if (args->help) {
-    std::fputs(helpText(kSynopsis, kOptions).c_str(), stdout);
+    std::fputs(helpText(kCreateSynopsis, kCreateOptions).c_str(), stdout);
     return 0;
   }
   Request request = readRequest(*args);
