@@ -15,6 +15,7 @@ echo "== build: demo"
 cmake --preset demo >/dev/null
 cmake --build --preset demo --target demo-bundle -j "$jobs"
 bash scripts/check-self-contained.sh build/bin/brackwood-launcher
+bash scripts/check-self-contained.sh build/bin/brackwood-bundle
 for preset in default asan; do
   echo "== tests: $preset"
   ctest --preset "$preset" -j "$jobs"
