@@ -15,7 +15,7 @@ std::vector<std::string> ParsedArguments::all(const std::string& name) const {
   return found == values.end() ? std::vector<std::string>{} : found->second;
 }
 
-std::optional<ParsedArguments> parseArguments(std::span<const OptionSpec> specs, std::span<const std::string> words,
+std::optional<ParsedArguments> parseArguments(std::span<const OptionDefinition> definitions, std::span<const std::string> words,
                                               std::string* error) {
   ParsedArguments parsed;
   bool optionsEnded = false;
@@ -35,17 +35,17 @@ std::optional<ParsedArguments> parseArguments(std::span<const OptionSpec> specs,
     }
     size_t equals = word.find('=');
     std::string name = word.substr(2, equals == std::string::npos ? std::string::npos : equals - 2);
-    auto spec = std::find_if(specs.begin(), specs.end(), [&](const OptionSpec& s) { return name == s.name; });
-    if (word.compare(0, 2, "--") != 0 || spec == specs.end()) {
+    auto definition = std::find_if(definitions.begin(), definitions.end(), [&](const OptionDefinition& s) { return name == s.name; });
+    if (word.compare(0, 2, "--") != 0 || definition == definitions.end()) {
       *error = "unknown option " + word;
       return std::nullopt;
     }
     std::vector<std::string>& values = parsed.values[name];
-    if (!values.empty() && !spec->repeatable) {
+    if (!values.empty() && !definition->repeatable) {
       *error = "--" + name + " is given twice";
       return std::nullopt;
     }
-    if (!spec->valueName) {
+    if (!definition->valueName) {
       if (equals != std::string::npos) {
         *error = "--" + name + " takes no value";
         return std::nullopt;
@@ -63,13 +63,13 @@ std::optional<ParsedArguments> parseArguments(std::span<const OptionSpec> specs,
   return parsed;
 }
 
-std::string helpText(const std::string& synopsis, std::span<const OptionSpec> specs) {
+std::string helpText(const std::string& synopsis, std::span<const OptionDefinition> definitions) {
   std::string out = synopsis + "\n\n";
-  for (const OptionSpec& spec : specs) {
-    std::string left = std::string("  --") + spec.name + (spec.valueName ? std::string(" ") + spec.valueName : "");
+  for (const OptionDefinition& definition : definitions) {
+    std::string left = std::string("  --") + definition.name + (definition.valueName ? std::string(" ") + definition.valueName : "");
     if (left.size() < 28) left.resize(28, ' ');
     else left += "\n" + std::string(28, ' ');
-    out += left + spec.help + "\n";
+    out += left + definition.help + "\n";
   }
   return out;
 }

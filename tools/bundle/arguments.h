@@ -9,7 +9,7 @@
 
 namespace bwk::bundle {
 
-struct OptionSpec {
+struct OptionDefinition {
   const char* name;       // without the leading "--"
   const char* valueName;  // null for a flag
   bool repeatable;
@@ -28,10 +28,10 @@ struct ParsedArguments {
 
 // Absent, with the reason, for an unknown option, a missing value or an option given twice
 // that may be given once. "--help" or "-h" anywhere sets `help`. "--" ends the options.
-std::optional<ParsedArguments> parseArguments(std::span<const OptionSpec> specs, std::span<const std::string> words,
+std::optional<ParsedArguments> parseArguments(std::span<const OptionDefinition> definitions, std::span<const std::string> words,
                                               std::string* error);
 
 // The help text: the synopsis, then one line per option.
-std::string helpText(const std::string& synopsis, std::span<const OptionSpec> specs);
+std::string helpText(const std::string& synopsis, std::span<const OptionDefinition> definitions);
 
 }  // namespace bwk::bundle

@@ -18,7 +18,7 @@ namespace bwk::bundle {
 
 namespace {
 
-const OptionSpec kCheckOptions[] = {
+const OptionDefinition kCheckOptions[] = {
     {"json", nullptr, false, "print the findings as JSON: {\"bundle\", \"findings\": [{\"file\", \"key\", \"message\", ...}]}"},
 };
 

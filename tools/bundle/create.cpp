@@ -30,7 +30,7 @@ namespace bwk::bundle {
 
 namespace {
 
-const OptionSpec kCreateOptions[] = {
+const OptionDefinition kCreateOptions[] = {
     {"name", "NAME", false, "application name: NAME.app, Contents/MacOS/NAME, CFBundleName"},
     {"main-class", "CLASS", false, "the Java main class"},
     {"jar", "PATH", true, "a jar, or a directory whose .jar and .zip files are all taken (repeatable; class-path order)"},
