@@ -26,18 +26,13 @@ PlistData bytesUpTo255() {
 
 // The same value in Python (for plistlib) and as the reader must give it back.
 const char* const kSamplePython = R"py({
-  "string": "hello", "empty": "", "markup": "a<b>&c \"q\" 'a' ]]>", "spaces": "  padded\n\tline  ",
-  "umlaut": "Grüße", "cjk": "日本", "emoji": "😀 smile", "long_ascii": "x" * 40, "long_utf16": "ü" * 40,
-  "Grüße": "non-ASCII key",
-  "zero": 0, "u8": 255, "u16": 256, "u32": 65536, "two31": 2**31, "two32": 2**32, "max": 2**63 - 1,
-  "neg": -1, "neg_small": -200, "min": -2**63,
-  "real": 3.25, "negreal": -0.5, "huge": 1e300, "tiny": 5e-324, "realzero": 0.0,
-  "yes": True, "no": False,
+  "string": "hello", "empty": "", "markup": "a<b>&c \"q\" 'a' ]]>", "umlaut": "Grüße", "emoji": "😀 smile",
+  "long_ascii": "x" * 40, "long_utf16": "ü" * 40, "Grüße": "non-ASCII key",
+  "zero": 0, "u8": 255, "u16": 256, "u32": 65536, "two31": 2**31, "two32": 2**32, "max": 2**63 - 1, "neg": -1, "min": -2**63,
+  "real": 3.25, "huge": 1e300, "tiny": 5e-324, "yes": True, "no": False,
   "epoch2001": datetime.datetime(2001, 1, 1), "leapday": datetime.datetime(2024, 2, 29, 12, 34, 56),
-  "unix": datetime.datetime(1970, 1, 1),
-  "data": bytes(range(256)), "nodata": b"",
-  "array": [1, "two", [3.5], {}], "many": list(range(20)), "emptyarray": [],
-  "nested": {"a": {"b": {"c": ["deep"]}}},
+  "unix": datetime.datetime(1970, 1, 1), "data": bytes(range(256)), "nodata": b"",
+  "array": [1, "two", [3.5], {}], "many": list(range(20)), "emptyarray": [], "nested": {"a": {"b": {"c": ["deep"]}}},
 })py";
 
 std::vector<std::pair<std::string, PlistValue>> sampleExpected() {
@@ -46,13 +41,12 @@ std::vector<std::pair<std::string, PlistValue>> sampleExpected() {
   std::string longUtf16;
   for (int i = 0; i < 40; ++i) longUtf16 += "ü";
   return {
-      {"string", "hello"}, {"empty", ""}, {"markup", "a<b>&c \"q\" 'a' ]]>"}, {"spaces", "  padded\n\tline  "},
-      {"umlaut", "Grüße"}, {"cjk", "日本"}, {"emoji", "\xF0\x9F\x98\x80 smile"}, {"long_ascii", std::string(40, 'x')},
+      {"string", "hello"}, {"empty", ""}, {"markup", "a<b>&c \"q\" 'a' ]]>"},
+      {"umlaut", "Grüße"}, {"emoji", "\xF0\x9F\x98\x80 smile"}, {"long_ascii", std::string(40, 'x')},
       {"long_utf16", longUtf16}, {"Grüße", "non-ASCII key"},
       {"zero", 0}, {"u8", 255}, {"u16", 256}, {"u32", 65536}, {"two31", int64_t{1} << 31}, {"two32", int64_t{1} << 32},
-      {"max", std::numeric_limits<int64_t>::max()}, {"neg", -1}, {"neg_small", -200},
-      {"min", std::numeric_limits<int64_t>::min()},
-      {"real", 3.25}, {"negreal", -0.5}, {"huge", 1e300}, {"tiny", 5e-324}, {"realzero", 0.0}, {"yes", true}, {"no", false},
+      {"max", std::numeric_limits<int64_t>::max()}, {"neg", -1}, {"min", std::numeric_limits<int64_t>::min()},
+      {"real", 3.25}, {"huge", 1e300}, {"tiny", 5e-324}, {"yes", true}, {"no", false},
       {"epoch2001", PlistDate{0}}, {"leapday", PlistDate{730902896}}, {"unix", PlistDate{-978307200}},
       {"data", bytesUpTo255()}, {"nodata", PlistData{}},
       {"array", PlistArray{1, "two", PlistArray{3.5}, PlistDict{}}}, {"many", many}, {"emptyarray", PlistArray{}},

@@ -27,7 +27,7 @@ class InstalledRuntimes : public LaunchFixture {
  protected:
   // Runs `body` with `runtimes` mounted over the installed-runtimes directory.
   ChildOutcome withInstalledRuntimes(const std::string& runtimes, const std::function<int()>& body) {
-    return inPrivateMounts({{runtimes, platform::installedRuntimesDirectory()}}, body);
+    return inPrivateMount(runtimes, platform::installedRuntimesDirectory(), body);
   }
 };
 
