@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <cstdio>
 #include <thread>
 
 #include "../install/icon_files.h"
@@ -147,12 +148,8 @@ class Xvfb {
   struct Geometry { int x = 0, y = 0, width = 0, height = 0; };
   Geometry geometry(const std::string& window) const {
     Geometry g;
-    for (const std::string& line : text::split(xdotool("getwindowgeometry --shell " + window), "\n")) {
-      std::string key = line.substr(0, line.find('='));
-      int value = std::atoi(line.c_str() + key.size() + (key.size() < line.size() ? 1 : 0));
-      for (auto [name, field] : {std::pair{"X", &g.x}, {"Y", &g.y}, {"WIDTH", &g.width}, {"HEIGHT", &g.height}})
-        if (key == name) *field = value;
-    }
+    std::string line = xdotool("getwindowgeometry --shell " + window + " | (eval \"$(cat)\"; echo $X $Y $WIDTH $HEIGHT)");
+    std::sscanf(line.c_str(), "%d %d %d %d", &g.x, &g.y, &g.width, &g.height);
     return g;
   }
 
