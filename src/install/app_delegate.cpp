@@ -74,6 +74,26 @@ std::string AppDelegate::getJreLocation(const std::string& bundle) {
 
 void AppDelegate::cancel() { cancelled = true; }
 
+const std::optional<std::string>& AppDelegate::archive() {
+  if (!archive_) {
+    std::string archive = path::append(bundle_.resourcePath(), "app/jre.tar.gz");
+    archive_ = fs::exists(archive) ? std::optional<std::string>(archive) : std::nullopt;
+  }
+  return *archive_;
+}
+
+bool AppDelegate::showsWindow() {
+  if (!showsWindow_) {
+    showsWindow_ = archive().has_value();
+    std::optional<bool> initialProgress = bundle_.infoDictionary().boolean("bwk.initialProgress");
+    if (*showsWindow_ && initialProgress && !*initialProgress) {
+      BWK_DLOG("%s [Line %d] hiding progress window");
+      showsWindow_ = false;
+    }
+  }
+  return *showsWindow_;
+}
+
 void AppDelegate::checkCancelled() const {
   if (int signal = pendingSignal) throw InstallationCancelled(signal);
   if (cancelled) throw InstallationCancelled();
@@ -121,16 +141,15 @@ void AppDelegate::worker() {
   tempDir.reset();
   cancelled = false;
   BWK_DLOG("%s [Line %d] worker started");
-  std::string archive = path::append(bundle_.resourcePath(), "app/jre.tar.gz");
   const LaunchContext context = LaunchContext::forBundle(bundle_, arguments_, commandLineMode_);
   Launcher launcher(context);
   int code = 1;
   try {
     {
       InstallationSignals signals;
-      if (fs::exists(archive)) {
-        std::optional<std::string> bundle = handleTar(archive, context);
-        launcher.setInstallerJreBundle(bundle, tempDir ? OptionalString(archive) : std::nullopt);
+      if (const std::optional<std::string>& archive = this->archive()) {
+        std::optional<std::string> bundle = handleTar(*archive, context);
+        launcher.setInstallerJreBundle(bundle, tempDir ? archive : std::nullopt);
       }
       if (window) {
         window->beginLaunch();

@@ -34,6 +34,16 @@ class AppDelegate {
   AppDelegate(const Bundle& bundle, std::vector<std::string> arguments, bool commandLineMode)
       : bundle_(bundle), arguments_(std::move(arguments)), commandLineMode_(commandLineMode) {}
 
+  const Bundle& bundle() const { return bundle_; }
+  const std::vector<std::string>& arguments() const { return arguments_; }
+  // No window after all (the front end could not start): errors go to standard error.
+  void useCommandLineMode() { commandLineMode_ = true; }
+
+  // Whether this start has something to show in the progress window: a runtime archive is
+  // to be extracted and "bwk.initialProgress" is not false. Decided once, before any front
+  // end is loaded, so that a start without a window costs nothing of one.
+  bool showsWindow();
+
   // Installs the bundled runtime if there is one, then loads and launches; ends the process
   // with the launch's status (1 after a cancellation or an internal error).
   [[noreturn]] void worker();
@@ -56,9 +66,14 @@ class AppDelegate {
   // Throws InstallationCancelled when the user cancelled or a termination signal came.
   void checkCancelled() const;
 
+  // The bundle's runtime archive, when there is one; looked for once.
+  const std::optional<std::string>& archive();
+
   const Bundle& bundle_;
   std::vector<std::string> arguments_;
   bool commandLineMode_;
+  std::optional<std::optional<std::string>> archive_;
+  std::optional<bool> showsWindow_;
 };
 
 }  // namespace bwk
