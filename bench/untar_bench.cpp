@@ -1,14 +1,17 @@
-// Extraction speed of a real runtime archive: the launcher's extractor against bsdtar and GNU
-// tar, and against inflating the same archive to nowhere through zlib's gz* interface (the
-// ceiling for any extractor that reads that way). Every contestant is a process of its own
-// (this program re-executes itself as the extractor's driver), each run goes into a fresh
-// directory, and the contestants take turns run by run so that a drifting machine affects
-// them alike.
+// Start-up cost of a bundled runtime archive: the whole launcher process on a bundle whose
+// app/jre.tar.gz is a real runtime image (extraction, a stand-in runtime library that returns
+// at once, and the removal of the extracted runtime at exit) against `bsdtar -xf` followed by
+// `rm -rf` of the same archive, pair by pair. Beside them, for the record: the extractor
+// alone with each way of inflating, and inflating alone with each. Every contestant is a
+// process of its own (this program re-executes itself as the extractor's driver) and every
+// run goes into a fresh directory.
 //
-// Usage: untar_bench [rounds] [jdk]
+// Usage: untar_bench [pairs] [jdk]
 #include <fcntl.h>
+#include <unistd.h>
 #include <zlib.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -17,6 +20,7 @@
 #include <vector>
 
 #include "bench_util.h"
+#include "install/inflated_tar_stream.h"
 #include "install/untar.h"
 
 using namespace bwk::bench;
@@ -26,34 +30,47 @@ namespace {
 
 // The settings that inflate fastest through gz* on this machine (the defaults are an 8 KiB
 // input buffer and whatever read size the caller picks).
-constexpr unsigned kCeilingBuffer = 256 * 1024;
-constexpr unsigned kCeilingRead = 128 * 1024;
+constexpr unsigned kGzBuffer = 256 * 1024;
+constexpr unsigned kGzRead = 128 * 1024;
+// The launcher's peak resident set may exceed the tar stream by this much.
+constexpr double kRssAllowanceMb = 32;
 
-// Inflates the whole archive and throws the bytes away; the number of bytes, or -1.
-long long inflateToNowhere(const char* archive, unsigned bufferSize, unsigned readSize) {
+// Inflates the whole archive through zlib's gz* functions and throws the bytes away; the
+// number of bytes, or -1.
+long long inflateStreaming(const char* archive) {
   int fd = ::open(archive, O_RDONLY | O_CLOEXEC);
   gzFile stream = fd >= 0 ? gzdopen(fd, "r") : nullptr;
   if (!stream) return -1;
-  if (bufferSize) gzbuffer(stream, bufferSize);
-  std::vector<char> buffer(readSize);
+  gzbuffer(stream, kGzBuffer);
+  std::vector<char> buffer(kGzRead);
   long long total = 0;
   int n;
-  while ((n = gzread(stream, buffer.data(), readSize)) > 0) total += n;
+  while ((n = gzread(stream, buffer.data(), kGzRead)) > 0) total += n;
   bool ok = n == 0 && gzclose(stream) == Z_OK;
   return ok ? total : -1;
+}
+
+// Inflates the archive into memory as the extractor does, and lets it go again.
+bool inflateWhole(const char* archive) {
+  int fd = ::open(archive, O_RDONLY | O_CLOEXEC);
+  bool ok = fd >= 0 && bwk::InflatedTarStream::inflate(fd) != nullptr;
+  if (fd >= 0) ::close(fd);
+  return ok;
 }
 
 std::string selfPath() { return stdfs::read_symlink("/proc/self/exe").string(); }
 
 // A jlink image of java.base and java.desktop laid out as a runtime bundle
-// (Contents/Home/...), packed with GNU tar and gzip -6. Built once, kept in the cache.
+// (Contents/Home/...), its launcher library replaced by the stand-in, packed with GNU tar
+// and gzip -6. Built once, kept in the cache.
 std::string runtimeArchive(const std::string& cache, const std::string& jdk) {
-  std::string archive = cache + "/runtime.tar.gz";
+  std::string archive = cache + "/runtime-fake-jli.tar.gz";
   if (stdfs::exists(archive)) return archive;
   std::string stage = cache + "/stage";
   std::string command = "set -e; rm -rf '" + stage + "'; mkdir -p '" + cache + "'; '" + jdk +
                         "/bin/jlink' --add-modules java.base,java.desktop --strip-debug --no-header-files"
-                        " --no-man-pages --output '" + stage + "/Contents/Home'; tar -C '" + stage +
+                        " --no-man-pages --output '" + stage + "/Contents/Home'; cp '" BWK_BENCH_FAKE_JLI "' '" +
+                        stage + "/Contents/Home/lib/libjli.so'; tar -C '" + stage +
                         "' --format=gnu -cf - Contents | gzip -6 > '" + archive + ".part'; mv '" + archive +
                         ".part' '" + archive + "'; rm -rf '" + stage + "'";
   if (shell(command) != 0) {
@@ -63,54 +80,66 @@ std::string runtimeArchive(const std::string& cache, const std::string& jdk) {
   return archive;
 }
 
-struct Contestant {
-  std::string name;
-  // The command for one run; `dir` is a fresh, existing directory it may extract into.
-  std::vector<std::string> (*argv)(const std::string& self, const std::string& archive, const std::string& dir,
-                                   long long length);
-  std::vector<double> wall = {};
-  std::vector<double> cpu = {};
-};
-
-std::vector<Contestant> contestants() {
-  return {
-      {"inflate only, zlib gz* defaults",
-       [](const std::string& self, const std::string& archive, const std::string&, long long) {
-         return std::vector<std::string>{self, "--inflate", archive, "0", "32768"};
-       }},
-      {"inflate only, gz* tuned (ceiling)",
-       [](const std::string& self, const std::string& archive, const std::string&, long long) {
-         return std::vector<std::string>{self, "--inflate", archive, std::to_string(kCeilingBuffer),
-                                         std::to_string(kCeilingRead)};
-       }},
-      {"UnTar::untar",
-       [](const std::string& self, const std::string& archive, const std::string& dir, long long length) {
-         return std::vector<std::string>{self, "--extract", archive, dir, std::to_string(length)};
-       }},
-      {"bsdtar -xf",
-       [](const std::string&, const std::string& archive, const std::string& dir, long long) {
-         return std::vector<std::string>{"/usr/bin/bsdtar", "-xf", archive, "-C", dir};
-       }},
-      {"GNU tar -xzf",
-       [](const std::string&, const std::string& archive, const std::string& dir, long long) {
-         return std::vector<std::string>{"/usr/bin/tar", "-xzf", archive, "-C", dir};
-       }},
-  };
+// Tool.app: the launcher, an Info.plist naming the runtime archive's tar size, the archive.
+std::string makeBundle(const std::string& dir, const std::string& archive, long long length) {
+  std::string app = dir + "/Tool.app";
+  std::string info = "<?xml version=\"1.0\"?><plist version=\"1.0\"><dict>"
+                     "<key>CFBundleName</key><string>Tool</string>"
+                     "<key>bwk.jreUncompressedSize</key><integer>" + std::to_string(length) + "</integer>"
+                     "<key>JavaVM</key><dict><key>MainClass</key><string>M</string>"
+                     "<key>SearchSequence</key><array/></dict></dict></plist>";
+  if (shell("set -e; mkdir -p '" + app + "/Contents/MacOS' '" + app + "/Contents/Resources/app'; cp '" BWK_BENCH_LAUNCHER
+            "' '" + app + "/Contents/MacOS/Tool'; cp '" + archive + "' '" + app +
+            "/Contents/Resources/app/jre.tar.gz'; printf '%s' '" + info + "' > '" + app + "/Contents/Info.plist'") != 0) {
+    std::fprintf(stderr, "cannot make the bundle in %s\n", dir.c_str());
+    std::exit(1);
+  }
+  return app;
 }
 
 // The driver modes: one extraction, or one inflation, in a process of its own.
 int driver(int argc, char** argv) {
-  if (argc == 5 && std::strcmp(argv[1], "--extract") == 0) {
+  if (argc == 6 && std::strcmp(argv[1], "--extract") == 0) {
     // Like the installation worker: a progress callback with the expected length.
     bwk::ProgressCallback progress = [](double, const char*) {};
-    return bwk::UnTar::untar(argv[2], argv[3], std::atoi(argv[4]), &progress) ? 0 : 1;
+    auto inflation = std::strcmp(argv[5], "whole") == 0 ? bwk::UnTar::Inflation::WholeBuffer
+                                                        : bwk::UnTar::Inflation::Streaming;
+    bwk::UnTar::Inflation used;
+    bool ok = bwk::UnTar::untarWith(inflation, argv[2], argv[3], std::atoi(argv[4]), &progress, &used);
+    if (!ok) return 1;
+    return used == inflation ? 0 : 3;  // 3: the archive was not taken the way asked for
   }
-  if (argc == 5 && std::strcmp(argv[1], "--inflate") == 0) {
-    auto bufferSize = static_cast<unsigned>(std::atoi(argv[3]));
-    auto readSize = static_cast<unsigned>(std::atoi(argv[4]));
-    return inflateToNowhere(argv[2], bufferSize, readSize) >= 0 ? 0 : 1;
+  if (argc == 4 && std::strcmp(argv[1], "--inflate") == 0) {
+    bool whole = std::strcmp(argv[3], "whole") == 0;
+    return (whole ? inflateWhole(argv[2]) : inflateStreaming(argv[2]) >= 0) ? 0 : 1;
   }
   return -1;
+}
+
+struct Series {
+  std::vector<double> wall = {};
+  std::vector<double> cpu = {};
+  std::vector<long> rssKb = {};
+  void add(const Sample& s) {
+    wall.push_back(s.seconds);
+    cpu.push_back(s.cpuSeconds);
+    rssKb.push_back(s.maxRssKb);
+  }
+};
+
+Sample measureOrExit(const char* what, const std::vector<std::string>& argv, const std::vector<std::string>& env = {}) {
+  Sample s = runMeasured(argv, "", env);
+  if (s.status != 0) {
+    std::fprintf(stderr, "%s failed with status %d\n", what, s.status);
+    std::exit(1);
+  }
+  return s;
+}
+
+std::vector<double> ratios(const std::vector<double>& a, const std::vector<double>& b) {
+  std::vector<double> out;
+  for (size_t i = 0; i < a.size(); ++i) out.push_back(a[i] / b[i]);
+  return out;
 }
 
 }  // namespace
@@ -119,15 +148,15 @@ int main(int argc, char** argv) {
   if (argc > 1 && argv[1][0] == '-') {
     int status = driver(argc, argv);
     if (status >= 0) return status;
-    std::fprintf(stderr, "usage: untar_bench [rounds] [jdk]\n");
+    std::fprintf(stderr, "usage: untar_bench [pairs] [jdk]\n");
     return 2;
   }
-  int rounds = argc > 1 ? std::atoi(argv[1]) : 15;
+  int pairs = argc > 1 ? std::atoi(argv[1]) : 21;
   std::string jdk = argc > 2 ? argv[2] : "/usr/lib/jvm/java-17-openjdk-amd64";
   std::string cache = BWK_UNTAR_BENCH_CACHE;
   std::string archive = runtimeArchive(cache, jdk);
   std::string self = selfPath();
-  long long length = inflateToNowhere(archive.c_str(), 0, 32768);
+  long long length = inflateStreaming(archive.c_str());
   if (length < 0) {
     std::fprintf(stderr, "cannot read %s\n", archive.c_str());
     return 1;
@@ -140,54 +169,80 @@ int main(int argc, char** argv) {
     stdfs::create_directories(dir);
     return dir;
   };
+  std::string app = makeBundle(freshDirectory("bundle"), archive, length);
+  // The launcher unpacks into TMPDIR; no display, so no window.
+  std::string tmp = freshDirectory("tmp");
+  std::vector<std::string> env{"PATH=/usr/bin:/bin", "HOME=" + runs, "TMPDIR=" + tmp, "LANG=C.UTF-8"};
+  std::vector<std::string> launcher{app + "/Contents/MacOS/Tool"};
 
-  // The extractor must produce what bsdtar produces before its speed means anything; this
-  // also warms the page cache with the archive.
-  std::string mine = freshDirectory("check-untar"), theirs = freshDirectory("check-bsdtar");
-  if (runMeasured({self, "--extract", archive, mine, std::to_string(length)}).status != 0 ||
-      runMeasured({"/usr/bin/bsdtar", "-xf", archive, "-C", theirs}).status != 0 ||
-      shell("diff -r --no-dereference '" + mine + "' '" + theirs + "' > /dev/null") != 0) {
-    std::fprintf(stderr, "the extractor's result differs from bsdtar's (see %s)\n", runs.c_str());
+  // The extractor must produce what bsdtar produces before its speed means anything, with
+  // either way of inflating, and the launcher must start and clean up; this also warms the
+  // page cache with the archive.
+  std::string theirs = freshDirectory("check-bsdtar");
+  measureOrExit("bsdtar", {"/usr/bin/bsdtar", "-xf", archive, "-C", theirs});
+  for (const char* how : {"whole", "stream"}) {
+    std::string mine = freshDirectory(std::string("check-") + how);
+    measureOrExit(how, {self, "--extract", archive, mine, std::to_string(length), how});
+    if (shell("diff -r --no-dereference '" + mine + "' '" + theirs + "' > /dev/null") != 0) {
+      std::fprintf(stderr, "the extractor's result (%s) differs from bsdtar's (see %s)\n", how, runs.c_str());
+      return 1;
+    }
+    stdfs::remove_all(mine);
+  }
+  stdfs::remove_all(theirs);
+  measureOrExit("the launcher", launcher, env);
+  if (!stdfs::is_empty(tmp)) {
+    std::fprintf(stderr, "the launcher left its runtime in %s\n", tmp.c_str());
     return 1;
   }
-  stdfs::remove_all(runs);
 
-  std::vector<Contestant> all = contestants();
-  for (int round = 0; round < rounds; ++round) {
-    for (Contestant& c : all) {
-      std::string dir = freshDirectory("run");
-      Sample s = runMeasured(c.argv(self, archive, dir, length));
-      if (s.status != 0) {
-        std::fprintf(stderr, "%s failed with status %d\n", c.name.c_str(), s.status);
-        return 1;
+  Series start, reference, whole, streaming, inflateWholeOnly, inflateStreamOnly;
+  for (int pair = 0; pair < pairs; ++pair) {
+    // The two sides of a pair take turns going first.
+    for (int side = 0; side < 2; ++side) {
+      if ((side == 0) == (pair % 2 == 0)) {
+        start.add(measureOrExit("the launcher", launcher, env));
+      } else {
+        std::string dir = freshDirectory("bsdtar");
+        Sample extract = measureOrExit("bsdtar", {"/usr/bin/bsdtar", "-xf", archive, "-C", dir});
+        Sample remove = measureOrExit("rm", {"/bin/rm", "-rf", dir});
+        extract.seconds += remove.seconds;
+        extract.cpuSeconds += remove.cpuSeconds;
+        reference.add(extract);
       }
-      c.wall.push_back(s.seconds);
-      c.cpu.push_back(s.cpuSeconds);
+    }
+    for (auto [series, how] : {std::pair{&whole, "whole"}, std::pair{&streaming, "stream"}}) {
+      std::string dir = freshDirectory("extract");
+      series->add(measureOrExit("the extractor", {self, "--extract", archive, dir, std::to_string(length), how}));
       stdfs::remove_all(dir);
     }
+    inflateWholeOnly.add(measureOrExit("libdeflate", {self, "--inflate", archive, "whole"}));
+    inflateStreamOnly.add(measureOrExit("zlib", {self, "--inflate", archive, "stream"}));
   }
   stdfs::remove_all(runs);
 
   double megabytes = static_cast<double>(length) / 1e6;
+  auto ms = [](const std::vector<double>& v) { return median(v) * 1e3; };
   std::printf("runtime archive %s: %.1f MB compressed, %.1f MB tar stream\n", archive.c_str(),
               static_cast<double>(stdfs::file_size(archive)) / 1e6, megabytes);
-  std::printf("%d interleaved rounds; medians per run (process start included):\n", rounds);
-  std::printf("  %-36s %9s %8s %9s\n", "", "wall", "MB/s", "CPU");
-  for (const Contestant& c : all) {
-    double m = median(c.wall);
-    std::printf("  %-36s %6.1f ms %8.0f %6.1f ms\n", c.name.c_str(), m * 1e3, megabytes / m, median(c.cpu) * 1e3);
-  }
-  // Ratios within each round, then their median: robust against the machine's drift.
-  const Contestant& untar = all[2];
-  std::printf("median of per-round ratios (wall, CPU):\n");
-  for (size_t i = 0; i < all.size(); ++i) {
-    if (i == 2) continue;
-    std::vector<double> wallRatios, cpuRatios;
-    for (int round = 0; round < rounds; ++round) {
-      wallRatios.push_back(untar.wall[round] / all[i].wall[round]);
-      cpuRatios.push_back(untar.cpu[round] / all[i].cpu[round]);
-    }
-    std::printf("  UnTar::untar / %-36s %.3f  %.3f\n", all[i].name.c_str(), median(wallRatios), median(cpuRatios));
-  }
+  std::printf("%d interleaved pairs; medians per run, process start included:\n", pairs);
+  std::printf("  %-58s %9s %9s\n", "", "wall", "CPU");
+  auto row = [&](const char* name, const Series& s) {
+    std::printf("  %-58s %6.1f ms %6.1f ms\n", name, ms(s.wall), ms(s.cpu));
+  };
+  row("launcher start, runtime extracted and removed at exit", start);
+  row("bsdtar -xf, then rm -rf", reference);
+  row("extraction alone, inflated in one piece (libdeflate)", whole);
+  row("extraction alone, streamed (zlib gz*)", streaming);
+  row("inflating alone in one piece (libdeflate), the method used", inflateWholeOnly);
+  row("inflating alone, streamed (zlib gz*)", inflateStreamOnly);
+  std::printf("median of per-pair ratios launcher / (bsdtar + rm): %.3f (wall), %.3f (CPU)\n",
+              median(ratios(start.wall, reference.wall)), median(ratios(start.cpu, reference.cpu)));
+  std::printf("median of per-round ratios, in one piece / streamed: extraction %.3f, inflating %.3f\n",
+              median(ratios(whole.wall, streaming.wall)), median(ratios(inflateWholeOnly.wall, inflateStreamOnly.wall)));
+  long peakKb = *std::max_element(start.rssKb.begin(), start.rssKb.end());
+  std::printf("launcher peak RSS: %.1f MB at most (bound: tar stream + %.0f MB = %.1f MB); bsdtar %.1f MB\n",
+              static_cast<double>(peakKb) * 1024 / 1e6, kRssAllowanceMb, megabytes + kRssAllowanceMb,
+              static_cast<double>(*std::max_element(reference.rssKb.begin(), reference.rssKb.end())) * 1024 / 1e6);
   return 0;
 }

@@ -5,13 +5,14 @@ set -euo pipefail
 
 packages=(
   cmake g++ ninja-build pkg-config
-  zlib1g-dev libpugixml-dev libgtest-dev libgmock-dev
+  zlib1g-dev libdeflate-dev libpugixml-dev libgtest-dev libgmock-dev
   openjdk-17-jdk-headless
   python3 unzip
   libarchive-tools hyperfine
   clang libclang-rt-14-dev
   xvfb xdotool x11-apps imagemagick libgtk-3-0 libgtk-3-dev
   util-linux
+  llvm-14 curl gpgv xz-utils debian-archive-keyring
 )
 
 missing=()

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Builds the launcher twice (optimised with warnings as errors, and with Address- and
-# UndefinedBehaviorSanitizer) and runs every test in both builds.
+# UndefinedBehaviorSanitizer), checks the macOS build with a cross-compiler, and runs every
+# test in both builds.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/setup.sh
@@ -11,6 +12,8 @@ for preset in default asan; do
   cmake --build --preset "$preset" -j "$jobs"
 done
 bash scripts/check-self-contained.sh build/bin/brackwood-launcher
+echo "== macOS cross-check"
+bash scripts/check-macos.sh
 for preset in default asan; do
   echo "== tests: $preset"
   ctest --preset "$preset" -j "$jobs"

@@ -24,8 +24,8 @@ void resetDebugDecision();
 #define BWK_DLOG(fmt, ...)                                                                        \
   do {                                                                                            \
     if (::bwk::log::debugEnabled())                                                               \
-      ::bwk::log::writeSystemLog(::bwk::format(fmt, __PRETTY_FUNCTION__, __LINE__, ##__VA_ARGS__)); \
+      ::bwk::log::writeSystemLog(::bwk::format(fmt, __PRETTY_FUNCTION__, __LINE__ __VA_OPT__(, ) __VA_ARGS__)); \
   } while (0)
 
 #define BWK_SYSLOG(fmt, ...) \
-  ::bwk::log::writeSystemLog(::bwk::format(fmt, __PRETTY_FUNCTION__, __LINE__, ##__VA_ARGS__))
+  ::bwk::log::writeSystemLog(::bwk::format(fmt, __PRETTY_FUNCTION__, __LINE__ __VA_OPT__(, ) __VA_ARGS__))

@@ -1,4 +1,10 @@
 // The XML property-list format, parsed with pugixml and turned into PlistValue.
+#include <locale.h>
+#include <stdlib.h>
+#ifdef __APPLE__
+#include <xlocale.h>  // strtod_l and newlocale
+#endif
+
 #include <charconv>
 #include <cstdlib>
 #include <cstdint>
@@ -55,6 +61,13 @@ std::optional<int64_t> parseInteger(std::string_view s) {
   return magnitude == kMaxPositive + 1 ? std::numeric_limits<int64_t>::min() : -static_cast<int64_t>(magnitude);
 }
 
+// The C locale, made once: reals are read the same whatever locale the process runs in.
+locale_t cLocale() {
+  static const locale_t locale = newlocale(LC_ALL_MASK, "C", static_cast<locale_t>(0));
+  return locale;
+}
+
+// A decimal real, "inf", "infinity", "nan" or "nan(chars)" (any case), after an optional sign.
 std::optional<double> parseReal(std::string_view s) {
   s = trimXmlSpace(s);
   bool negative = false;
@@ -62,13 +75,20 @@ std::optional<double> parseReal(std::string_view s) {
     negative = s[0] == '-';
     s.remove_prefix(1);
   }
-  if (s.empty() || s[0] == '+' || s[0] == '-') return std::nullopt;
-  double value = 0;
-  auto [end, ec] = std::from_chars(s.data(), s.data() + s.size(), value);
-  if (end != s.data() + s.size() || (ec != std::errc() && ec != std::errc::result_out_of_range)) return std::nullopt;
-  // from_chars leaves the value alone when the magnitude is out of range; strtod gives
-  // infinity or the nearest tiny value as the platform does.
-  if (ec == std::errc::result_out_of_range) value = std::strtod(std::string(s).c_str(), nullptr);
+  if (s.empty()) return std::nullopt;
+  // strtod also skips leading white space, takes a second sign and reads hexadecimal
+  // numbers: none of them is a real here.
+  char first = s[0];
+  bool digitOrPoint = (first >= '0' && first <= '9') || first == '.';
+  if (!digitOrPoint && first != 'i' && first != 'I' && first != 'n' && first != 'N') return std::nullopt;
+  if (s.size() > 1 && first == '0' && (s[1] == 'x' || s[1] == 'X')) return std::nullopt;
+  // A copy ends in a terminating zero; a zero inside the text stops the parse short of the end.
+  std::string text(s);
+  char* end = nullptr;
+  locale_t locale = cLocale();
+  double value = locale ? strtod_l(text.c_str(), &end, locale) : std::strtod(text.c_str(), &end);
+  if (end != text.c_str() + text.size()) return std::nullopt;
+  // Out of range gives infinity or the nearest tiny value, as the platform does.
   return negative ? -value : value;
 }
 

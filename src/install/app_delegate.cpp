@@ -4,6 +4,7 @@
 
 #include <csignal>
 #include <cstdlib>
+#include <cstring>
 
 #include "base/errors.h"
 #include "base/fs.h"
@@ -112,11 +113,17 @@ std::optional<std::string> AppDelegate::handleTar(const std::string& archive, co
     checkCancelled();
     if (window) window->setProgress(percent * 0.7);
   };
-  if (!bundle || !UnTar::untar(archive, *bundle, size, &extraction))
+  int destinationError = 0;
+  if (!bundle || !UnTar::untar(archive, *bundle, size, &extraction, &destinationError))
     BWK_SYSLOG("%s [Line %d] WARNING: errors occurred while unpacking bundled JRE");
   BWK_DLOG("%s [Line %d] jre destination %@", bundle);
   checkCancelled();
   if (!bundle) return std::nullopt;
+  // A damaged archive still gives what could be extracted; a destination that could not take
+  // it all (a full disk) gives a runtime with pieces missing, which is never started.
+  if (destinationError != 0)
+    throw ReportedFailure("fenmo.InternalError", "the bundled runtime could not be unpacked into " + *tempDir + ": " +
+                                                      std::strerror(destinationError));
 
   // A "jre" folder is looked for twice on purpose: older runtimes nest one more level.
   std::string home = getJreLocation(*bundle);

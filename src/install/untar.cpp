@@ -1,5 +1,6 @@
-// Extraction of the runtime archive straight from the gzip stream, entry by entry: regular
-// files, directories, symbolic links and GNU long names; every other entry is passed over.
+// Extraction of the runtime archive from its tar stream, entry by entry: regular files,
+// directories, symbolic links and GNU long names; every other entry is passed over. The
+// stream is inflated into memory in one piece where the archive allows it, else streamed.
 #include "install/untar.h"
 
 #include <fcntl.h>
@@ -9,7 +10,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <limits>
 #include <optional>
 #include <string>
 #include <vector>
@@ -17,6 +17,8 @@
 #include "base/fs.h"
 #include "base/log.h"
 #include "base/strings.h"
+#include "install/gz_tar_stream.h"
+#include "install/inflated_tar_stream.h"
 #include "install/tar_destination.h"
 #include "install/unique_handles.h"
 
@@ -25,15 +27,13 @@ namespace bwk {
 namespace {
 
 // Only the first 500 bytes of a 512-byte header are read; the rest is skipped.
-constexpr unsigned kHeaderRead = 500;
-constexpr z_off_t kHeaderRest = 12;
+constexpr size_t kHeaderRead = 500;
+constexpr uint64_t kHeaderRest = 12;
 constexpr uint64_t kBlock = 512;
-constexpr unsigned kCopyBufferSize = 32768;
+// Progress within a file is reported as if its data came in pieces of this size, whatever
+// size the stream hands out.
+constexpr uint64_t kProgressStep = 32768;
 constexpr uint64_t kLongNameMax = 1024;
-// zlib reads the compressed file in pieces of this size (its default is 8 KiB) and inflates
-// into an output buffer of twice the size. Large pieces mean fewer reads and fewer inflate
-// calls, each of which ends by copying the 32 KiB window: about 8 % faster than the default.
-constexpr unsigned kGzInputBufferSize = 256 * 1024;
 
 struct Field {
   size_t offset;
@@ -66,21 +66,28 @@ uint64_t paddingOf(uint64_t size) {
   return rest ? kBlock - rest : 0;
 }
 
-// A relative seek that only ever moves forward. A size above the signed offset range
-// (digits beyond '7' can make one) would otherwise seek backwards and could replay
-// earlier entries for ever; it fails like any other seek.
-z_off_t seekForward(gzFile stream, uint64_t length) {
-  if (length > static_cast<uint64_t>(std::numeric_limits<z_off_t>::max())) return -1;
-  return gzseek(stream, static_cast<z_off_t>(length), SEEK_CUR);
-}
-
 bool hasCallback(const ProgressCallback* progress) { return progress && *progress; }
 
-// Position in the uncompressed stream as a percentage of the expected length, worked out
-// in single precision as the progress bar has always been fed.
-double percentDone(gzFile stream, float total) {
-  return static_cast<double>(static_cast<float>(gztell(stream)) / total * 100.0f);
-}
+// Percentages of the position in the tar stream against the expected length, worked out in
+// single precision as the progress bar has always been fed.
+class Progress {
+ public:
+  Progress(const ProgressCallback* callback, int32_t uncompressedLength)
+      : callback_(callback),
+        enabled_(hasCallback(callback) && uncompressedLength > 0),
+        total_(static_cast<float>(uncompressedLength)) {}
+
+  bool enabled() const { return enabled_; }
+  double percentAt(uint64_t position) const {
+    return static_cast<double>(static_cast<float>(position) / total_ * 100.0f);
+  }
+  void report(double percent) const { (*callback_)(percent, nullptr); }
+
+ private:
+  const ProgressCallback* callback_;
+  bool enabled_;
+  float total_;
+};
 
 // A new file in place of whatever file is at `path`, with exactly `mode` (the umask does
 // not apply). Never opens through a link: one that appeared since the safety check is
@@ -97,6 +104,11 @@ UniqueFd createFile(const std::string& path, mode_t mode) {
   return fd;
 }
 
+// Errors of the file system written to, not of the archive: the runtime cannot be complete.
+bool isDestinationFailure(int error) {
+  return error == ENOSPC || error == EDQUOT || error == EIO || error == EROFS || error == EFBIG;
+}
+
 bool isAllZero(const char* bytes, size_t length) {
   return std::all_of(bytes, bytes + length, [](char c) { return c == 0; });
 }
@@ -104,33 +116,31 @@ bool isAllZero(const char* bytes, size_t length) {
 // One pass over the entries of an open archive.
 class EntryReader {
  public:
-  EntryReader(gzFile stream, const std::string& destination, int32_t uncompressedLength,
-              const ProgressCallback* progress)
-      : stream_(stream),
-        destination_(destination),
-        uncompressedLength_(uncompressedLength),
-        progress_(progress),
-        reporting_(hasCallback(progress) && uncompressedLength > 0),
-        total_(static_cast<float>(uncompressedLength)) {}
+  EntryReader(TarStream& stream, const std::string& destination, const Progress& progress)
+      : stream_(stream), destination_(destination), progress_(progress) {}
 
   // True when the archive ended with a zero block after at least one regular file.
   bool readAll();
+  // The error number of the first failure to write into the destination; 0 when none.
+  int destinationError() const { return destinationError_; }
 
  private:
   enum class Step { Next, Done, Failed };
   Step readEntry();
+  bool readExactly(char* into, size_t length);
   bool readLongName(uint64_t size, std::optional<std::string>& into);
+  bool skipData(uint64_t size);
+  bool skipPadding(uint64_t size);
   bool skipUnsafe(const std::string& entry, uint64_t size);
   bool extractEntry(char typeflag, const char* header, const std::string& full, uint64_t size);
+  bool extractFile(const std::string& path, uint64_t length, uint64_t permissions);
   void createLink(const char* header, const std::string& full);
 
-  gzFile stream_;
+  TarStream& stream_;
   TarDestination destination_;
-  int32_t uncompressedLength_;
-  const ProgressCallback* progress_;
-  bool reporting_;
-  float total_;
+  const Progress& progress_;
   bool sawRegularFile_ = false;
+  int destinationError_ = 0;
   std::optional<std::string> longName_;
   std::optional<std::string> longLinkName_;
 };
@@ -151,21 +161,23 @@ EntryReader::Step EntryReader::readEntry() {
   char typeflag = 0;
   // Long-name entries describe the entry after them, so they loop here without clearing.
   for (;;) {
-    if (gzeof(stream_)) {
+    if (stream_.pastEnd()) {
       BWK_SYSLOG("%s [Line %d] ERROR: unexpected eof");
       return Step::Failed;
     }
-    if (gzread(stream_, header, kHeaderRead) != static_cast<int>(kHeaderRead)) {
+    const char* read = nullptr;
+    if (stream_.read(kHeaderRead, &read) != static_cast<long>(kHeaderRead)) {
       BWK_SYSLOG("%s [Line %d] ERROR: gzread failed");
       return Step::Failed;
     }
+    std::memcpy(header, read, kHeaderRead);
     if (std::memcmp(header + kMagic.offset, "ustar", kMagic.width) != 0) {
       // The end of the archive, or garbage.
       if (sawRegularFile_ && isAllZero(header, kHeaderRead)) return Step::Done;
       BWK_SYSLOG("%s [Line %d] ERROR: no magic number");
       return Step::Failed;
     }
-    if (gzseek(stream_, kHeaderRest, SEEK_CUR) == -1) {
+    if (!stream_.skip(kHeaderRest)) {
       BWK_SYSLOG("%s [Line %d] ERROR: gzseek 1 failed");
       return Step::Failed;
     }
@@ -186,11 +198,19 @@ EntryReader::Step EntryReader::readEntry() {
   std::optional<std::string> full = destination_.resolve(entry);
   if (!full) return skipUnsafe(entry, size) ? Step::Next : Step::Failed;
   if (!extractEntry(typeflag, header, *full, size)) return Step::Failed;
-  if (seekForward(stream_, paddingOf(size)) == -1) {
-    BWK_SYSLOG("%s [Line %d] ERROR: gzseek 3 failed");
-    return Step::Failed;
+  return skipPadding(size) ? Step::Next : Step::Failed;
+}
+
+// Reads of any length may come back in parts; a read of nothing or an error fails.
+bool EntryReader::readExactly(char* into, size_t length) {
+  for (size_t got = 0; got < length;) {
+    const char* data = nullptr;
+    long n = stream_.read(length - got, &data);
+    if (n <= 0) return false;
+    std::memcpy(into + got, data, static_cast<size_t>(n));
+    got += static_cast<size_t>(n);
   }
-  return Step::Next;
+  return true;
 }
 
 bool EntryReader::readLongName(uint64_t size, std::optional<std::string>& into) {
@@ -199,34 +219,29 @@ bool EntryReader::readLongName(uint64_t size, std::optional<std::string>& into) 
     return false;
   }
   std::vector<char> bytes(size);
-  for (size_t got = 0; got < size;) {
-    int n = gzread(stream_, bytes.data() + got, static_cast<unsigned>(size - got));
-    if (n <= 0) {
-      BWK_SYSLOG("%s [Line %d] ERROR: invalid long archive path");
-      return false;
-    }
-    got += static_cast<size_t>(n);
+  if (!readExactly(bytes.data(), bytes.size())) {
+    BWK_SYSLOG("%s [Line %d] ERROR: invalid long archive path");
+    return false;
   }
   into = fieldText(bytes.data(), bytes.size());
   if (!into) {
     BWK_SYSLOG("%s [Line %d] ERROR: invalid long archive path");
     return false;
   }
-  if (seekForward(stream_, paddingOf(size)) == -1) {
-    BWK_SYSLOG("%s [Line %d] ERROR: gzseek 3 failed");
-    return false;
-  }
-  return true;
+  return skipPadding(size);
 }
+
+bool EntryReader::skipData(uint64_t size) {
+  if (stream_.skip(size)) return true;
+  BWK_SYSLOG("%s [Line %d] ERROR: gzseek 3 failed");
+  return false;
+}
+
+bool EntryReader::skipPadding(uint64_t size) { return skipData(paddingOf(size)); }
 
 bool EntryReader::skipUnsafe(const std::string& entry, uint64_t size) {
   BWK_SYSLOG("%s [Line %d] WARNING: skipping unsafe archive path %@", entry);
-  if (!UnTar::skip(stream_, size)) return false;
-  if (seekForward(stream_, paddingOf(size)) == -1) {
-    BWK_SYSLOG("%s [Line %d] ERROR: gzseek 3 failed");
-    return false;
-  }
-  return true;
+  return skipData(size) && skipPadding(size);
 }
 
 // Creates one safe entry. Directories and links carry no data; only their padding follows.
@@ -234,15 +249,17 @@ bool EntryReader::extractEntry(char typeflag, const char* header, const std::str
   switch (typeflag) {
     case '\0':
     case '0': {
-      if (reporting_) (*progress_)(percentDone(stream_, total_), nullptr);
-      bool written = UnTar::extractFile(stream_, full, size, fieldNumber(header, kMode), uncompressedLength_, progress_);
+      if (progress_.enabled()) progress_.report(progress_.percentAt(stream_.position()));
+      bool written = extractFile(full, size, fieldNumber(header, kMode));
       sawRegularFile_ = true;
       if (!written) BWK_SYSLOG("%s [Line %d] ERROR: extract file failed");
       return written;
     }
     case '5':
       // The mode field is not applied to directories.
+      errno = 0;
       if (fs::createDirectory(full, true)) return true;
+      if (isDestinationFailure(errno)) destinationError_ = errno;
       BWK_SYSLOG("%s [Line %d] ERROR: extract creating directory");
       return false;
     case '2':
@@ -250,10 +267,80 @@ bool EntryReader::extractEntry(char typeflag, const char* header, const std::str
       return true;
     default:
       // Hard links, devices, FIFOs, extended headers...: nothing is created.
-      if (seekForward(stream_, size) != -1) return true;
+      if (stream_.skip(size)) return true;
       BWK_SYSLOG("%s [Line %d] ERROR: gzseek 2 failed");
       return false;
   }
+}
+
+// Writes `length` bytes of the stream to a new file at `path`; leaves the stream at the end
+// of the entry's data. A file that cannot be made is logged and passed over.
+bool EntryReader::extractFile(const std::string& path, uint64_t length, uint64_t permissions) {
+  // Resource-fork companions ("._name") and everything inside "._" directories are dropped.
+  if (text::contains(path, "/._")) return skipData(length);
+
+  // Owner read and write are always granted, so the file can be written and removed again.
+  UniqueFd handle = createFile(path, static_cast<mode_t>((permissions | 0600) & 07777));
+  if (!handle) {
+    int error = errno;
+    BWK_SYSLOG("%s [Line %d] Could not create file %@ %d %s", path, error, std::strerror(error));
+    if (isDestinationFailure(error)) {
+      destinationError_ = error;
+      return false;
+    }
+    return skipData(length);
+  }
+  UniqueFd copy(::fcntl(handle.get(), F_DUPFD_CLOEXEC, 0));
+  if (!copy) {
+    BWK_SYSLOG("%s [Line %d] Could not duplicate file descriptor for %@", path);
+    return skipData(length);
+  }
+  UniqueFile file(::fdopen(copy.get(), "wb"));
+  if (!file) {
+    BWK_SYSLOG("%s [Line %d] Could not open file %@", path);
+    return skipData(length);
+  }
+  copy.release();
+  // Every piece read goes to the file in one write: through stdio's small buffer, most
+  // pieces would be split in two.
+  std::setvbuf(file.get(), nullptr, _IONBF, 0);
+
+  const uint64_t start = stream_.position();
+  double reported = 0.0;
+  for (uint64_t written = 0; written < length;) {
+    const char* data = nullptr;
+    long n = stream_.read(static_cast<size_t>(std::min<uint64_t>(length - written, stream_.pieceSize())), &data);
+    if (n <= 0 || std::fwrite(data, 1, static_cast<size_t>(n), file.get()) != static_cast<size_t>(n) ||
+        std::ferror(file.get())) {
+      if (n > 0 && isDestinationFailure(errno)) destinationError_ = errno;
+      BWK_SYSLOG("%s [Line %d] ERROR: stream error");
+      // A file cut short by a damaged archive is worse than none: a truncated library
+      // crashes the process that maps it.
+      ::unlink(path.c_str());
+      return false;
+    }
+    const uint64_t end = written + static_cast<uint64_t>(n);
+    // One report per step of the piece just written that moves the value.
+    for (uint64_t step = written; progress_.enabled() && step < end;) {
+      step = std::min(end, step + kProgressStep);
+      double percent = progress_.percentAt(start + step);
+      if (percent != reported) {
+        progress_.report(percent);
+        reported = percent;
+      }
+    }
+    written = end;
+  }
+  if (std::ferror(file.get())) {
+    BWK_SYSLOG("%s [Line %d] ERROR: stream error");
+    return false;
+  }
+  // Data still buffered is written here; a failure loses it, so the file counts as failed
+  // and goes like any file cut short.
+  if (std::fclose(file.release()) == 0) return true;
+  if (isDestinationFailure(errno)) destinationError_ = errno;
+  ::unlink(path.c_str());
+  return false;
 }
 
 // A link that cannot be made is logged and is not fatal.
@@ -288,7 +375,15 @@ uint64_t parseOctal(const char* bytes, int length) {
 }
 
 bool UnTar::untar(const std::string& archive, const std::string& destination, int32_t uncompressedLength,
-                  const ProgressCallback* progress) {
+                  const ProgressCallback* progress, int* destinationError) {
+  return untarWith(Inflation::WholeBuffer, archive, destination, uncompressedLength, progress, nullptr,
+                   destinationError);
+}
+
+bool UnTar::untarWith(Inflation inflation, const std::string& archive, const std::string& destination,
+                      int32_t uncompressedLength, const ProgressCallback* progress, Inflation* used,
+                      int* destinationError) {
+  if (destinationError) *destinationError = 0;
   UniqueFd handle(::open(archive.c_str(), O_RDONLY | O_CLOEXEC));
   if (!handle) {
     int error = errno;
@@ -297,86 +392,25 @@ bool UnTar::untar(const std::string& archive, const std::string& destination, in
   }
   if (hasCallback(progress)) (*progress)(0.0, destination.c_str());
 
-  // The gzip stream owns a descriptor of its own; the handle is closed on the way out.
-  UniqueFd copy(::fcntl(handle.get(), F_DUPFD_CLOEXEC, 0));
-  UniqueGz stream(copy ? gzdopen(copy.get(), "r") : nullptr);
+  // Whatever the whole-buffer inflate does not take, the stream reads from the start.
+  std::unique_ptr<TarStream> stream;
+  if (inflation == Inflation::WholeBuffer) stream = InflatedTarStream::inflate(handle.get());
+  if (used) *used = stream ? Inflation::WholeBuffer : Inflation::Streaming;
+  if (!stream) stream = GzTarStream::open(handle.get());
   if (!stream) {
     BWK_SYSLOG("%s [Line %d] error opening gzip file");
     return false;
   }
-  copy.release();
-  gzbuffer(stream.get(), kGzInputBufferSize);
 
-  bool ok = EntryReader(stream.get(), destination, uncompressedLength, progress).readAll();
-  // A stream that ends early or fails its check is only noticed by zlib when it is closed.
-  if (gzclose(stream.release()) != Z_OK) ok = false;
+  Progress percentages(progress, uncompressedLength);
+  EntryReader reader(*stream, destination, percentages);
+  bool ok = reader.readAll();
+  if (destinationError) *destinationError = reader.destinationError();
+  if (!stream->close()) ok = false;
+  // The inflated archive goes back to the system before anything else runs.
+  stream.reset();
   if (ok && hasCallback(progress)) (*progress)(100.0, "");
   return ok;
-}
-
-bool UnTar::extractFile(gzFile stream, const std::string& path, uint64_t length, uint64_t permissions,
-                        int32_t uncompressedLength, const ProgressCallback* progress) {
-  // Resource-fork companions ("._name") and everything inside "._" directories are dropped.
-  if (text::contains(path, "/._")) return skip(stream, length);
-
-  // Owner read and write are always granted, so the file can be written and removed again.
-  UniqueFd handle = createFile(path, static_cast<mode_t>((permissions | 0600) & 07777));
-  if (!handle) {
-    int error = errno;
-    BWK_SYSLOG("%s [Line %d] Could not create file %@ %d %s", path, error, std::strerror(error));
-    return skip(stream, length);
-  }
-  UniqueFd copy(::fcntl(handle.get(), F_DUPFD_CLOEXEC, 0));
-  if (!copy) {
-    BWK_SYSLOG("%s [Line %d] Could not duplicate file descriptor for %@", path);
-    return skip(stream, length);
-  }
-  UniqueFile file(::fdopen(copy.get(), "wb"));
-  if (!file) {
-    BWK_SYSLOG("%s [Line %d] Could not open file %@", path);
-    return skip(stream, length);
-  }
-  copy.release();
-  // Every piece read goes to the file in one write: through stdio's small buffer, most
-  // pieces would be split in two.
-  std::setvbuf(file.get(), nullptr, _IONBF, 0);
-
-  const bool reporting = hasCallback(progress) && uncompressedLength > 0;
-  const float total = static_cast<float>(uncompressedLength);
-  double reported = 0.0;
-  char buffer[kCopyBufferSize];
-  for (uint64_t written = 0; written < length;) {
-    unsigned want = static_cast<unsigned>(std::min<uint64_t>(length - written, kCopyBufferSize));
-    int n = gzread(stream, buffer, want);
-    if (n <= 0 || std::fwrite(buffer, 1, static_cast<size_t>(n), file.get()) != static_cast<size_t>(n) ||
-        std::ferror(file.get())) {
-      BWK_SYSLOG("%s [Line %d] ERROR: stream error");
-      // A file cut short by a damaged archive is worse than none: a truncated library
-      // crashes the process that maps it.
-      ::unlink(path.c_str());
-      return false;
-    }
-    written += static_cast<uint64_t>(n);
-    if (reporting) {
-      double percent = percentDone(stream, total);
-      if (percent != reported) {
-        (*progress)(percent, nullptr);
-        reported = percent;
-      }
-    }
-  }
-  if (std::ferror(file.get())) {
-    BWK_SYSLOG("%s [Line %d] ERROR: stream error");
-    return false;
-  }
-  // Data still buffered is written here; a failure loses it, so the file counts as failed.
-  return std::fclose(file.release()) == 0;
-}
-
-bool UnTar::skip(gzFile stream, uint64_t length) {
-  if (seekForward(stream, length) != -1) return true;
-  BWK_SYSLOG("%s [Line %d] ERROR: gzseek 3 failed");
-  return false;
 }
 
 }  // namespace bwk

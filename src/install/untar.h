@@ -1,7 +1,5 @@
 #pragma once
 // Extraction of the gzip-compressed tar archive in which an application ships its runtime.
-#include <zlib.h>
-
 #include <cstdint>
 #include <string>
 
@@ -13,15 +11,22 @@ uint64_t parseOctal(const char* bytes, int length);
 
 class UnTar {
  public:
+  // How the archive is inflated. WholeBuffer inflates it into memory in one piece where the
+  // archive allows it and streams otherwise; Streaming always streams.
+  enum class Inflation { WholeBuffer, Streaming };
+
   // Extracts `archive` into the existing directory `destination`. `uncompressedLength` is
   // the expected size of the tar stream, used only for percentages. True on success.
+  // `destinationError`, when given, receives the error number of a failure to write into
+  // the destination (a full disk, an I/O error): extraction stops at the first, and what it
+  // left is then incomplete whatever the archive holds. 0 when there was none.
   static bool untar(const std::string& archive, const std::string& destination, int32_t uncompressedLength,
-                    const ProgressCallback* progress);
-  // Writes `length` bytes of the stream to a new file at `path`; leaves the stream at the
-  // end of the entry's data.
-  static bool extractFile(gzFile stream, const std::string& path, uint64_t length, uint64_t permissions,
-                          int32_t uncompressedLength, const ProgressCallback* progress);
-  static bool skip(gzFile stream, uint64_t length);
+                    const ProgressCallback* progress, int* destinationError = nullptr);
+  // The same with the way of inflating chosen (for tests and benchmarks); `used`, when
+  // given, receives the way that ran.
+  static bool untarWith(Inflation inflation, const std::string& archive, const std::string& destination,
+                        int32_t uncompressedLength, const ProgressCallback* progress, Inflation* used = nullptr,
+                        int* destinationError = nullptr);
 };
 
 }  // namespace bwk

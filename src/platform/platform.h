@@ -1,6 +1,7 @@
 #pragma once
 // Every question the launcher asks of the operating system, and the few actions it takes
 // through it. linux/ and macos/ implement this header; no layer above tests the platform.
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <utility>
@@ -20,6 +21,8 @@ std::vector<std::pair<std::string, std::string>> environment();
 std::optional<std::string> environmentValue(const std::string& name);
 // The short name of the process, as the system log shows it.
 const char* processName();
+// The calling thread's system-wide identifier, as the system's own tools show it.
+uint64_t threadIdentifier();
 // A new random name, unique for practical purposes (globallyUniqueString).
 std::string globallyUniqueString();
 // When the process `pid` started, in the system's own units (comparable only with another

@@ -72,6 +72,23 @@ TEST_F(Reliability, WithoutATemporaryDirectoryNothingIsWrittenElsewhere) {
   }
 }
 
+TEST_F(Reliability, FullDiskEndsCleanlyWithAMessage) {
+  // 20 MB of zeros: a small archive that does not fit into an 8 MB file system.
+  writeFile(tmp / "stage/Contents/Home/lib/modules", std::string(20000000, '\0'));
+  std::string app = bundleWithArchive();
+  // What the private file system holds afterwards is listed from inside its namespace.
+  RunResult r = run({"/usr/bin/unshare", "-m", "/bin/sh", "-c",
+                     "mount -t tmpfs -o size=8m tmpfs " + temp + " && " + app + "/Contents/MacOS/Tool; s=$?; ls -A " +
+                         temp + " > " + tmp / "listing" + "; exit $s"},
+                    launcherEnvironment({"TMPDIR=" + temp, "LANG=en_US.UTF-8", "FAKE_JLI_RECORD=" + record}));
+  EXPECT_EQ(r.status, 1);
+  EXPECT_TRUE(text::contains(r.err, "WARNING: errors occurred while unpacking bundled JRE")) << r.err;
+  EXPECT_TRUE(text::contains(r.err, "ERROR: Internal error: the bundled runtime could not be unpacked into " + temp)) << r.err;
+  EXPECT_TRUE(text::contains(r.err, ": No space left on device\n")) << r.err;
+  EXPECT_FALSE(fs::exists(record)) << "nothing is launched";
+  EXPECT_EQ(readFile(tmp / "listing"), "");
+}
+
 TEST_F(Reliability, IncludeCycleEndsWithAMessage) {
   std::string app = bundleWithArchive();
   writeFile(tmp / "Tool.vmoptions", "-Dx\n-include-options Tool.vmoptions\n");

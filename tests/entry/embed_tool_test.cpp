@@ -136,7 +136,7 @@ TEST_F(EmbedTool, RefusalsLeaveNothingBehind) {
 
 constexpr uint64_t kBase = 0x100000000;
 
-Bytes machOExecutable(uint32_t firstSectionOffset = 0x800, bool withLinkedit = true) {
+Bytes machOExecutable(uint32_t firstSectionOffset = 0x800, bool withLinkedit = true, uint64_t linkeditSize = 0x123) {
   std::vector<Bytes> commands = {
       segmentCommand("__PAGEZERO", 0, kBase, 0, 0),
       segmentCommand("__TEXT", kBase, 0x1000, 0, 0x1000,
@@ -144,8 +144,8 @@ Bytes machOExecutable(uint32_t firstSectionOffset = 0x800, bool withLinkedit = t
       segmentCommand("__DATA", kBase + 0x1000, 0x4000, 0x1000, 0x1000,
                      {{"__data", kBase + 0x1000, 0x10, 0x1000, 0}, {"__bss", kBase + 0x2000, 0x100, 0, 1}}),
   };
-  if (withLinkedit) commands.push_back(segmentCommand("__LINKEDIT", kBase + 0x5000, 0x1000, 0x2000, 0x123));
-  Bytes file = machOFile(commands, 0x2123);
+  if (withLinkedit) commands.push_back(segmentCommand("__LINKEDIT", kBase + 0x5000, 0x1000, 0x2000, linkeditSize));
+  Bytes file = machOFile(commands, 0x2000 + linkeditSize);
   for (size_t i = firstSectionOffset; i < file.size(); ++i) file[i] = static_cast<uint8_t>(i * 31 + 7);
   return file;
 }
@@ -203,11 +203,22 @@ TEST_F(EmbedTool, MachORefusals) {
   put32(fat, 0, 0xbebafeca);
   Bytes busy = machOExecutable();
   busy[32 + get32(busy, 20) + 5] = 1;
+  // Data after the signature in __LINKEDIT (its command is the last, after __LINKEDIT's).
+  Bytes notLast = signedImage(machOExecutable());
+  put64(notLast, 32 + 72 + 152 + 232 + 48, get64(notLast, 32 + 72 + 152 + 232 + 48) + 0x20);
+  Bytes twice = signedImage(signedImage(machOExecutable(0x900)));
+  Bytes pastEnd = universalFile({{0x01000007, 12, machOExecutable()}}, false);
+  putBe32(pastEnd, 8 + 12, static_cast<uint32_t>(pastEnd.size()));
+  Bytes badSlice = universalFile({{0x01000007, 12, machOExecutable()}, {0x0100000c, 14, machOExecutable(0x800, false)}}, true);
   std::vector<Case> cases = {
       {"no room", machOExecutable(32 + 72 + 152 + 232 + 72 + 39), "no room"},
       {"no __LINKEDIT", machOExecutable(0x800, false), "__LINKEDIT"},
-      {"universal", fat, "universal"},
+      {"universal header from a thin file", fat, "not a well-formed universal file"},
       {"padding in use", busy, "in use"},
+      {"signature before the end of __LINKEDIT", notLast, "not the end of __LINKEDIT"},
+      {"two signatures", twice, "more than one code signature"},
+      {"slice past the end", pastEnd, "x86_64 slice lies past its end"},
+      {"slice without __LINKEDIT", badSlice, "the arm64 slice: no __LINKEDIT"},
   };
   for (const Case& c : cases) {
     writeFile(tmp / "tool", std::string(c.file.begin(), c.file.end()));
@@ -222,6 +233,108 @@ TEST_F(EmbedTool, MachORefusals) {
   RunResult r = embed(tmp / "tool", tmp / "config.plist", tmp / "out");
   EXPECT_EQ(r.status, 0) << r.err;
   EXPECT_EQ(mappedRegion(fileBytes(tmp / "out")), region(kConfig));
+}
+
+// Linkers sign arm64 output: the signature goes, exactly as if the file had never had one,
+// wherever its command stands and also when an embedding was signed before.
+TEST_F(EmbedTool, MachOSignaturesAreRemoved) {
+  Bytes plain = machOExecutable(0x800, true, 0x120);
+  writeFile(tmp / "plain", std::string(plain.begin(), plain.end()));
+  ASSERT_EQ(embed(tmp / "plain", tmp / "config.plist", tmp / "expected").status, 0);
+  // Data of 24 bytes: a signature made after it starts 8 bytes past its end.
+  writeFile(tmp / "odd.plist", "{ a = bcdef; }\n");
+  ASSERT_EQ(embed(tmp / "plain", tmp / "odd.plist", tmp / "odd").status, 0);
+  const Bytes expected = fileBytes(tmp / "expected");
+  struct Case {
+    const char* name;
+    Bytes file;
+  };
+  std::vector<Case> cases = {
+      {"signature last", signedImage(plain)},
+      {"signature before __LINKEDIT's command", signedImage(plain, 3, 0x40)},
+      {"signed after an embedding", signedImage(fileBytes(tmp / "odd"))},
+  };
+  for (const Case& c : cases) {
+    writeFile(tmp / "signed", std::string(c.file.begin(), c.file.end()));
+    RunResult r = embed(tmp / "signed", tmp / "config.plist", tmp / "out");
+    ASSERT_EQ(r.status, 0) << c.name << ": " << r.err;
+    EXPECT_TRUE(text::contains(r.err, "is not signed: sign it")) << c.name << ": " << r.err;
+    EXPECT_EQ(fileBytes(tmp / "out"), expected) << c.name;
+  }
+}
+
+TEST_F(EmbedTool, UniversalFilesCarryTheConfigurationInEachSlice) {
+  Bytes intel = machOExecutable(), arm = signedImage(machOExecutable(0x900));
+  put32(arm, 4, 0x0100000c);
+  for (bool wide : {false, true}) {
+    SCOPED_TRACE(wide ? "FAT_MAGIC_64" : "FAT_MAGIC");
+    writeFile(tmp / "fat", [&] {
+      Bytes fat = universalFile({{0x01000007, 12, intel}, {0x0100000c, 14, arm}}, wide);
+      return std::string(fat.begin(), fat.end());
+    }());
+    ASSERT_EQ(embed(tmp / "fat", tmp / "config.plist", tmp / "out").status, 0);
+    ASSERT_EQ(embed(tmp / "out", tmp / "other.plist", tmp / "again").status, 0);
+    EXPECT_EQ(print(tmp / "out").out, kConfig);
+    EXPECT_EQ(print(tmp / "again").out, kOtherConfig);
+    for (const auto& [output, config] : {std::pair{"out", "config.plist"}, std::pair{"again", "other.plist"}}) {
+      Bytes out = fileBytes(tmp / output);
+      EXPECT_EQ(getBe32(out, 0), wide ? 0xcafebabfu : 0xcafebabeu);
+      std::vector<FatSlice> slices = universalSlices(out);
+      ASSERT_EQ(slices.size(), 2u);
+      uint64_t end = 8 + 2 * (wide ? 32 : 20);
+      // Each slice is what embedding into it alone gives, at its own alignment, in order.
+      for (size_t i = 0; i < slices.size(); ++i) {
+        const Bytes& thin = i == 0 ? intel : arm;
+        writeFile(tmp / "thin", std::string(thin.begin(), thin.end()));
+        ASSERT_EQ(embed(tmp / "thin", tmp / config, tmp / "thin-out").status, 0);
+        EXPECT_EQ(slices[i].cputype, i == 0 ? 0x01000007u : 0x0100000cu);
+        EXPECT_EQ(slices[i].align, i == 0 ? 12u : 14u);
+        EXPECT_EQ(slices[i].offset, roundUp(end, uint64_t{1} << slices[i].align)) << output << " " << i;
+        EXPECT_EQ(slices[i].contents, fileBytes(tmp / "thin-out")) << output << " " << i;
+        end = slices[i].offset + slices[i].contents.size();
+      }
+      EXPECT_EQ(out.size(), end);
+    }
+  }
+}
+
+// Mach-O copies are signed again by codesign when it is on PATH, unless told not to.
+TEST_F(EmbedTool, MachOCopiesAreSignedAgain) {
+  Bytes image = machOExecutable();
+  writeFile(tmp / "tool", std::string(image.begin(), image.end()));
+  std::string bin = tmp / "bin";
+  struct Case {
+    const char* name;
+    std::optional<int> codesignStatus;  // absent: no codesign on PATH
+    bool noSign;
+    int status;
+    std::string message;
+  };
+  std::vector<Case> cases = {
+      {"signed ad hoc", 0, false, 0, "signed ad hoc"},
+      {"told not to sign", 0, true, 0, "is not signed: sign it"},
+      {"codesign fails", 3, false, 1, "ended with status 3"},
+      {"no codesign", std::nullopt, false, 0, "is not signed: sign it"},
+  };
+  for (const Case& c : cases) {
+    std::filesystem::remove_all(bin);
+    std::filesystem::create_directories(bin);
+    if (c.codesignStatus) {
+      writeFile(bin + "/codesign", "#!/bin/sh\necho \"$@\" > \"$0.args\"\nexit " + std::to_string(*c.codesignStatus) + "\n");
+      std::filesystem::permissions(bin + "/codesign", std::filesystem::perms::owner_all);
+    }
+    std::vector<std::string> argv{BWK_EMBED, tmp / "tool", tmp / "config.plist", tmp / "out"};
+    if (c.noSign) argv.insert(argv.begin() + 1, "--no-sign");
+    RunResult r = run(argv, {"PATH=" + bin + ":/usr/bin:/bin"});
+    EXPECT_EQ(r.status, c.status) << c.name << ": " << r.err;
+    EXPECT_TRUE(text::contains(r.err, c.message)) << c.name << ": " << r.err;
+    EXPECT_EQ(print(tmp / "out").out, kConfig) << c.name;
+    bool ran = c.codesignStatus && !c.noSign;
+    EXPECT_EQ(std::filesystem::exists(bin + "/codesign.args"), ran) << c.name;
+    if (ran) {
+      EXPECT_EQ(readFile(bin + "/codesign.args"), "--force -s - " + (tmp / "out") + "\n") << c.name;
+    }
+  }
 }
 
 }  // namespace

@@ -93,4 +93,88 @@ inline Bytes machOFile(const std::vector<Bytes>& commands, size_t fileSize) {
   return b;
 }
 
+inline uint64_t roundUp(uint64_t n, uint64_t to) { return (n + to - 1) / to * to; }
+
+// The file signed as a linker signs it: an LC_CODE_SIGNATURE command inserted before command
+// `position` (past the last by default; the header padding must hold it) and `size` bytes of
+// signature data at the next 16-byte boundary, the end of a grown __LINKEDIT.
+inline Bytes signedImage(Bytes file, size_t position = SIZE_MAX, uint32_t size = 0x13) {
+  std::vector<Bytes> commands;
+  size_t at = 32;
+  for (uint32_t i = 0; i < get32(file, 16); ++i) {
+    uint32_t commandSize = get32(file, at + 4);
+    commands.emplace_back(file.begin() + static_cast<std::ptrdiff_t>(at), file.begin() + static_cast<std::ptrdiff_t>(at + commandSize));
+    at += commandSize;
+  }
+  uint64_t dataOffset = roundUp(file.size(), 16);
+  Bytes signature(16, 0);
+  put32(signature, 0, 0x1d);
+  put32(signature, 4, 16);
+  put32(signature, 8, static_cast<uint32_t>(dataOffset));
+  put32(signature, 12, size);
+  commands.insert(commands.begin() + static_cast<std::ptrdiff_t>(std::min(position, commands.size())), signature);
+  size_t total = 0;
+  for (Bytes& c : commands) {
+    if (get32(c, 0) == 0x19 && std::memcmp(c.data() + 8, "__LINKEDIT", 11) == 0) put64(c, 48, dataOffset + size - get64(c, 40));
+    std::memcpy(file.data() + 32 + total, c.data(), c.size());
+    total += c.size();
+  }
+  put32(file, 16, static_cast<uint32_t>(commands.size()));
+  put32(file, 20, static_cast<uint32_t>(total));
+  file.resize(dataOffset, 0);
+  file.resize(dataOffset + size, 0xfa);
+  return file;
+}
+
+// A universal file: the big-endian header (FAT_MAGIC, or FAT_MAGIC_64 when `wide`), then
+// each slice at the next multiple of 2^align.
+struct FatSlice {
+  uint32_t cputype = 0;
+  uint32_t align = 0;
+  Bytes contents;
+  uint64_t offset = 0;  // where it lies (read back)
+};
+
+inline uint32_t getBe32(const Bytes& b, size_t at) {
+  return (uint32_t{b[at]} << 24) | (uint32_t{b[at + 1]} << 16) | (uint32_t{b[at + 2]} << 8) | uint32_t{b[at + 3]};
+}
+inline void putBe32(Bytes& b, size_t at, uint32_t v) {
+  for (size_t i = 0; i < 4; ++i) b[at + i] = static_cast<uint8_t>(v >> (24 - 8 * i));
+}
+
+inline Bytes universalFile(const std::vector<FatSlice>& slices, bool wide) {
+  size_t entry = wide ? 32 : 20;
+  Bytes b(8 + entry * slices.size(), 0);
+  putBe32(b, 0, wide ? 0xcafebabf : 0xcafebabe);
+  putBe32(b, 4, static_cast<uint32_t>(slices.size()));
+  for (size_t i = 0; i < slices.size(); ++i) {
+    size_t offset = roundUp(b.size(), uint64_t{1} << slices[i].align), e = 8 + i * entry;
+    putBe32(b, e, slices[i].cputype);
+    putBe32(b, e + 8 + (wide ? 4 : 0), static_cast<uint32_t>(offset));
+    putBe32(b, e + (wide ? 20 : 12), static_cast<uint32_t>(slices[i].contents.size()));
+    putBe32(b, e + (wide ? 24 : 16), slices[i].align);
+    b.resize(offset, 0);
+    b.insert(b.end(), slices[i].contents.begin(), slices[i].contents.end());
+  }
+  return b;
+}
+
+// The slices of a universal file as its header describes them (no checks: test files only).
+inline std::vector<FatSlice> universalSlices(const Bytes& b) {
+  bool wide = getBe32(b, 0) == 0xcafebabf;
+  size_t entry = wide ? 32 : 20;
+  std::vector<FatSlice> slices;
+  for (uint32_t i = 0; i < getBe32(b, 4); ++i) {
+    size_t e = 8 + i * entry;
+    FatSlice s;
+    s.cputype = getBe32(b, e);
+    s.offset = getBe32(b, e + 8 + (wide ? 4 : 0));
+    uint32_t size = getBe32(b, e + (wide ? 20 : 12));
+    s.align = getBe32(b, e + (wide ? 24 : 16));
+    s.contents.assign(b.begin() + static_cast<std::ptrdiff_t>(s.offset), b.begin() + static_cast<std::ptrdiff_t>(s.offset + size));
+    slices.push_back(std::move(s));
+  }
+  return slices;
+}
+
 }  // namespace bwk::test

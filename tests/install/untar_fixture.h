@@ -33,6 +33,9 @@ PLAIN = False         # no gzip at all
 GZ_DROP = 0           # bytes cut off the end of the gzip stream
 GZ_BAD_AT = None      # tar offset from which a second, corrupt gzip member follows
 GZ_BAD_START = False  # the first deflate block has an invalid type
+GZ_SPLIT_AT = None    # tar offset from which a second, intact gzip member follows
+GZ_TRAILING = b''     # bytes after the gzip stream
+GZ_SIZE = None        # length written into the trailer instead of the true one
 
 def _pad(n): return b'\0' * (-n % 512)
 
@@ -75,8 +78,11 @@ def gz(b):
 if PLAIN: out = data
 elif GZ_BAD_START: out = gz(data)[:10] + b'\x07' + b'\0' * 64
 elif GZ_BAD_AT is not None: out = gz(data[:GZ_BAD_AT]) + gz(b'')[:10] + b'\x07' + b'\0' * 64
+elif GZ_SPLIT_AT is not None: out = gz(data[:GZ_SPLIT_AT]) + gz(data[GZ_SPLIT_AT:])
 else: out = gz(data)
+if GZ_SIZE is not None: out = out[:-4] + (GZ_SIZE & 0xffffffff).to_bytes(4, 'little')
 if GZ_DROP: out = out[:-GZ_DROP]
+out += GZ_TRAILING
 open(OUT, 'wb').write(out)
 )PY";
 
@@ -170,14 +176,15 @@ class UntarFixture : public ::testing::Test {
   struct Outcome {
     bool ok = false;
     std::vector<std::string> messages;
+    UnTar::Inflation used = UnTar::Inflation::Streaming;
   };
-  // Extracts `archive` into dest with the system log captured, and checks that nothing
-  // outside dest changed.
+  // Extracts `archive` into dest with the system log captured, inflating as `inflation`
+  // says, and checks that nothing outside dest changed.
   Outcome extract(int32_t length = 6000000, const ProgressCallback* progress = nullptr) {
     auto before = snapshot(root, dest);
     Outcome outcome;
     StderrCapture capture(scripts.path() + "/stderr");
-    outcome.ok = UnTar::untar(archive, dest, length, progress);
+    outcome.ok = UnTar::untarWith(inflation, archive, dest, length, progress, &outcome.used);
     outcome.messages = capture.messages();
     EXPECT_EQ(snapshot(root, dest), before) << "something outside the destination changed";
     return outcome;
@@ -193,6 +200,19 @@ class UntarFixture : public ::testing::Test {
   TempDir dir;
   TempDir scripts;  // the build script and captured output, away from the snapshot
   std::string root, dest, archive;
+  UnTar::Inflation inflation = UnTar::Inflation::WholeBuffer;
 };
 
+// Both ways of inflating, for tests that run with each.
+inline const std::vector<UnTar::Inflation> kInflations{UnTar::Inflation::WholeBuffer, UnTar::Inflation::Streaming};
+
+inline std::string inflationName(UnTar::Inflation inflation) {
+  return inflation == UnTar::Inflation::WholeBuffer ? "WholeBuffer" : "Streaming";
+}
+
 }  // namespace bwk::test
+
+namespace bwk {
+// Found by argument-dependent lookup when a test's parameters are printed.
+inline void PrintTo(UnTar::Inflation inflation, std::ostream* os) { *os << test::inflationName(inflation); }
+}  // namespace bwk

@@ -1,10 +1,13 @@
 // Extraction of archives written by Python's tarfile, byte by byte and by GNU tar, hostile
 // ones included: the result, the exact system-log messages, what lands in the destination,
-// and that nothing outside it changes.
+// and that nothing outside it changes, each with the archive inflated in one piece and
+// streamed.
 #include <sys/stat.h>
 #include <unistd.h>
+#include <zlib.h>
 
 #include <filesystem>
+#include <tuple>
 
 #include "base/fs.h"
 #include "install/untar.h"
@@ -33,11 +36,22 @@ void PrintTo(const ArchiveCase& c, std::ostream* os) { *os << c.name; }
 const std::string kLong1024 = std::string(200, 'p') + "/" + std::string(200, 'q') + "/" + std::string(200, 'r') + "/" +
                               std::string(200, 's') + "/" + std::string(220, 't');
 
+std::string repeated(const std::string& piece, size_t times) {
+  std::string out;
+  for (size_t i = 0; i < times; ++i) out += piece;
+  return out;
+}
+
 std::vector<ArchiveCase> archiveCases() {
   return {
       {"files_directories_links",
        "dir('a'); file('a/b.txt', 'hello'); link('a/l', 'b.txt'); file('a/empty'); file('top', 'x')", true, {},
        {{"a", "/"}, {"a/b.txt", "hello"}, {"a/l", "->b.txt"}, {"a/empty", ""}, {"top", "x"}}},
+
+      // Several megabytes: memory already read is given back while later files are written.
+      {"files_over_several_megabytes",
+       "file('a', b'0123456789' * 300000); file('b', b'xy' * 1300000); dir('d'); file('d/c', 'end')", true, {},
+       {{"a", repeated("0123456789", 300000)}, {"b", repeated("xy", 1300000)}, {"d/c", "end"}}},
 
       {"names_that_leave_the_destination",
        "dir('a')\n"
@@ -183,13 +197,41 @@ std::vector<ArchiveCase> archiveCases() {
        {{"a", "first"}},
        {"c"}},
 
+      {"gzip_in_two_members", "file('a', 'first'); GZ_SPLIT_AT = 1024; file('b', 'second')", true, {},
+       {{"a", "first"}, {"b", "second"}}},
+
+      {"gzip_with_bytes_after_it", "file('a', 'x'); GZ_TRAILING = b'not gzip' * 20", true, {}, {{"a", "x"}}},
+
+      {"gzip_trailer_with_a_wrong_length", "file('a', noise(5000)); file('b', 'y'); GZ_SIZE = 123", false,
+       {"ERROR: gzread failed"}, {}, {"a", "b"}},
+
       {"not_an_archive", "PLAIN = True; _buf.write(noise(3000)); END = False", false, {"ERROR: no magic number"}},
 
       {"empty_file", "PLAIN = True; END = False", false, {"ERROR: gzread failed"}},
   };
 }
 
-class ArchiveCaseTest : public UntarFixture, public ::testing::WithParamInterface<ArchiveCase> {};
+class ArchiveCaseTest : public UntarFixture,
+                        public ::testing::WithParamInterface<std::tuple<ArchiveCase, UnTar::Inflation>> {};
+
+// Whether zlib reads the file as exactly one gzip member, intact, with nothing after it:
+// the archives that are to be inflated in one piece.
+bool isOneIntactGzipMember(const std::string& path) {
+  std::string bytes = readFile(path);
+  z_stream z{};
+  if (inflateInit2(&z, 31) != Z_OK) return false;
+  std::vector<unsigned char> out(1 << 16);
+  z.next_in = reinterpret_cast<unsigned char*>(bytes.data());
+  z.avail_in = static_cast<unsigned>(bytes.size());
+  int result = Z_OK;
+  while (result == Z_OK) {
+    z.next_out = out.data();
+    z.avail_out = static_cast<unsigned>(out.size());
+    result = inflate(&z, Z_NO_FLUSH);
+  }
+  inflateEnd(&z);
+  return result == Z_STREAM_END && z.avail_in == 0;
+}
 
 std::string describe(const std::string& path) {
   struct stat st;
@@ -201,7 +243,8 @@ std::string describe(const std::string& path) {
 }
 
 TEST_P(ArchiveCaseTest, ExtractsExactlyWhatIsSafe) {
-  const ArchiveCase& c = GetParam();
+  const ArchiveCase& c = std::get<0>(GetParam());
+  inflation = std::get<1>(GetParam());
   buildArchive(c.script);
   if (!c.setup.empty()) {
     ASSERT_EQ(shell("cd '" + root + "' && " + c.setup).status, 0);
@@ -210,6 +253,8 @@ TEST_P(ArchiveCaseTest, ExtractsExactlyWhatIsSafe) {
   Outcome outcome = extract();
 
   EXPECT_EQ(outcome.ok, c.ok);
+  bool wholeBuffer = inflation == UnTar::Inflation::WholeBuffer && isOneIntactGzipMember(archive);
+  EXPECT_EQ(outcome.used, wholeBuffer ? UnTar::Inflation::WholeBuffer : UnTar::Inflation::Streaming);
   std::vector<std::string> expected;
   for (const std::string& m : c.messages) expected.push_back(expand(m));
   EXPECT_EQ(outcome.messages, expected);
@@ -224,8 +269,11 @@ TEST_P(ArchiveCaseTest, ExtractsExactlyWhatIsSafe) {
   EXPECT_FALSE(fs::existsNoFollow(root + "/dest-evil"));
 }
 
-INSTANTIATE_TEST_SUITE_P(Archives, ArchiveCaseTest, ::testing::ValuesIn(archiveCases()),
-                         [](const auto& test) { return std::string(test.param.name); });
+INSTANTIATE_TEST_SUITE_P(Archives, ArchiveCaseTest,
+                         ::testing::Combine(::testing::ValuesIn(archiveCases()), ::testing::ValuesIn(kInflations)),
+                         [](const auto& test) {
+                           return std::string(std::get<0>(test.param).name) + "_" + inflationName(std::get<1>(test.param));
+                         });
 
 TEST_F(UntarFixture, MissingArchiveIsReportedBeforeAnyProgress) {
   archive = root + "/missing.tar.gz";

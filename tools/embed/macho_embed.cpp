@@ -1,6 +1,7 @@
 // The Mach-O side (64-bit, little-endian): a note load command in the header's padding
 // before the first section's contents, and the data appended at the end of the file inside
-// a grown __LINKEDIT segment, the last segment of the file.
+// a grown __LINKEDIT segment, the last segment of the file. A code signature is removed
+// first: the note would break it, and the copy has to be signed again anyway.
 #include <algorithm>
 #include <cstring>
 
@@ -18,6 +19,8 @@ using elf::putLe32;
 using elf::putLe64;
 
 constexpr uint32_t kLoadCommandCodeSignature = 0x1d;
+constexpr uint32_t kLinkeditDataCommandSize = 16;  // linkedit_data_command
+constexpr uint32_t kCpuTypeArm64 = 0x0100000c;
 constexpr uint64_t kPage = 0x4000;  // the largest page size of the platform's processors
 
 struct Segment {
@@ -29,9 +32,9 @@ struct Segment {
 struct Commands {
   uint32_t count = 0, size = 0;
   std::vector<Segment> segments;
-  std::optional<size_t> note;  // offset of our note command
-  uint64_t firstContent = 0;   // the lowest file offset of section or segment contents
-  bool signature = false;
+  std::optional<size_t> note;       // offset of our note command
+  std::optional<size_t> signature;  // offset of the LC_CODE_SIGNATURE command
+  uint64_t firstContent = 0;        // the lowest file offset of section or segment contents
 };
 
 bool isZeroFill(uint32_t flags) {
@@ -81,7 +84,11 @@ std::optional<Commands> readCommands(std::span<const uint8_t> file, std::string&
                std::memcmp(cmd + 8, macho::NOTE_OWNER, sizeof macho::NOTE_OWNER) == 0 && !c.note) {
       c.note = at;
     } else if (type == kLoadCommandCodeSignature) {
-      c.signature = true;
+      if (c.signature) {
+        error = "more than one code signature";
+        return std::nullopt;
+      }
+      c.signature = at;
     }
     at += size;
   }
@@ -89,6 +96,58 @@ std::optional<Commands> readCommands(std::span<const uint8_t> file, std::string&
 }
 
 uint64_t roundUp(uint64_t n, uint64_t to) { return (n + to - 1) / to * to; }
+
+const Segment* findLinkedit(const Commands& commands, std::string& error) {
+  auto linkedit = std::find_if(commands.segments.begin(), commands.segments.end(),
+                               [](const Segment& s) { return s.name == "__LINKEDIT"; });
+  if (linkedit == commands.segments.end()) {
+    error = "no __LINKEDIT segment to hold the configuration";
+    return nullptr;
+  }
+  for (const Segment& s : commands.segments) {
+    if (&s != &*linkedit && s.filesize > 0 && s.fileoff + s.filesize > linkedit->fileoff) {
+      error = "__LINKEDIT is not the last segment of the file";
+      return nullptr;
+    }
+  }
+  return &*linkedit;
+}
+
+// The file without its signature: the command goes (the commands after it move up, the
+// freed bytes are zeroed), the file ends where the signature's data began, and __LINKEDIT
+// shrinks to match.
+std::optional<Bytes> withoutSignature(std::span<const uint8_t> file, const Commands& commands, const Segment& linkedit,
+                                      std::string& error) {
+  size_t at = *commands.signature;
+  uint32_t size = le32(file.data() + at + 4);
+  if (size != kLinkeditDataCommandSize) {
+    error = "malformed code signature command";
+    return std::nullopt;
+  }
+  uint64_t dataOffset = le32(file.data() + at + 8);
+  uint64_t dataEnd = dataOffset + le32(file.data() + at + 12);
+  uint64_t linkeditEnd = linkedit.fileoff + linkedit.filesize;
+  // The signature covers everything before it, so it is the last thing in __LINKEDIT; at
+  // most alignment padding follows it.
+  if (dataOffset < linkedit.fileoff || dataEnd > linkeditEnd || roundUp(dataEnd, 16) < linkeditEnd ||
+      dataEnd > file.size()) {
+    error = "the code signature is not the end of __LINKEDIT";
+    return std::nullopt;
+  }
+  Bytes out(file.begin(), file.begin() + static_cast<std::ptrdiff_t>(dataOffset));
+  uint64_t commandsEnd = macho::kHeaderSize + uint64_t{commands.size};
+  std::memmove(out.data() + at, out.data() + at + size, commandsEnd - at - size);
+  std::memset(out.data() + commandsEnd - size, 0, size);
+  putLe32(out.data() + 16, commands.count - 1);
+  putLe32(out.data() + 20, commands.size - size);
+
+  size_t segment = linkedit.command > at ? linkedit.command - size : linkedit.command;
+  uint64_t filesize = dataOffset - linkedit.fileoff;
+  uint64_t page = le32(file.data() + 4) == kCpuTypeArm64 ? 0x4000 : 0x1000;
+  putLe64(out.data() + segment + 32, std::min(linkedit.vmsize, roundUp(filesize, page)));
+  putLe64(out.data() + segment + 48, filesize);
+  return out;
+}
 
 }  // namespace
 
@@ -103,18 +162,18 @@ Outcome embedInMachO(std::span<const uint8_t> file, std::span<const uint8_t> reg
   Outcome outcome;
   std::optional<Commands> commands = readCommands(file, outcome.error);
   if (!commands) return outcome;
+  const Segment* linkedit = findLinkedit(*commands, outcome.error);
+  if (!linkedit) return outcome;
 
-  auto linkedit = std::find_if(commands->segments.begin(), commands->segments.end(),
-                               [](const Segment& s) { return s.name == "__LINKEDIT"; });
-  if (linkedit == commands->segments.end()) {
-    outcome.error = "no __LINKEDIT segment to hold the configuration";
-    return outcome;
-  }
-  for (const Segment& s : commands->segments) {
-    if (&s != &*linkedit && s.filesize > 0 && s.fileoff + s.filesize > linkedit->fileoff) {
-      outcome.error = "__LINKEDIT is not the last segment of the file";
-      return outcome;
-    }
+  std::optional<Bytes> unsignedFile;
+  if (commands->signature) {
+    unsignedFile = withoutSignature(file, *commands, *linkedit, outcome.error);
+    if (!unsignedFile) return outcome;
+    file = *unsignedFile;
+    commands = readCommands(file, outcome.error);
+    if (!commands) return outcome;
+    linkedit = findLinkedit(*commands, outcome.error);
+    if (!linkedit) return outcome;
   }
 
   uint64_t commandsEnd = macho::kHeaderSize + uint64_t{commands->size};
@@ -133,12 +192,13 @@ Outcome embedInMachO(std::span<const uint8_t> file, std::span<const uint8_t> reg
     }
   }
 
-  // The data goes at the end of the file; a previous embedding's data there is replaced.
+  // The data goes at the end of the file; a previous embedding's data there is replaced
+  // (a signature made after it began at the next 16-byte boundary).
   uint64_t dataOffset = roundUp(file.size(), 8);
   if (commands->note) {
     uint64_t oldOffset = le64(file.data() + *commands->note + 24), oldSize = le64(file.data() + *commands->note + 32);
     if (oldOffset >= linkedit->fileoff && oldOffset <= file.size() && oldSize <= file.size() - oldOffset &&
-        roundUp(oldOffset + oldSize, 8) >= file.size())
+        roundUp(oldOffset + oldSize, 16) >= file.size())
       dataOffset = oldOffset;
   }
   if (dataOffset < linkedit->fileoff) {
@@ -154,7 +214,7 @@ Outcome embedInMachO(std::span<const uint8_t> file, std::span<const uint8_t> reg
   uint64_t filesize = out.size() - linkedit->fileoff;
   uint64_t vmsize = std::max(linkedit->vmsize, roundUp(filesize, kPage));
   for (const Segment& s : commands->segments) {
-    if (&s != &*linkedit && s.vmsize > 0 && s.vmaddr < linkedit->vmaddr + vmsize && linkedit->vmaddr < s.vmaddr + s.vmsize) {
+    if (&s != linkedit && s.vmsize > 0 && s.vmaddr < linkedit->vmaddr + vmsize && linkedit->vmaddr < s.vmaddr + s.vmsize) {
       outcome.error = "the grown __LINKEDIT would overlap segment " + s.name;
       return outcome;
     }
@@ -176,7 +236,6 @@ Outcome embedInMachO(std::span<const uint8_t> file, std::span<const uint8_t> reg
   putLe64(note + 24, dataOffset);
   putLe64(note + 32, region.size());
 
-  if (commands->signature) outcome.warnings.push_back("the file was code-signed: sign the copy again");
   outcome.file = std::move(out);
   return outcome;
 }

@@ -1,6 +1,6 @@
 // brackwood-embed: makes a command-line launcher by writing a copy of the launcher that
 // carries a configuration, and shows the configuration an executable carries.
-//   brackwood-embed <launcher> <config.plist> <output>
+//   brackwood-embed [--no-sign] <launcher> <config.plist> <output>
 //   brackwood-embed --print <executable>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -13,6 +13,7 @@
 
 #include "base/plist_reader.h"
 #include "embed.h"
+#include "signing.h"
 
 namespace {
 
@@ -89,6 +90,7 @@ int print(const std::string& path) {
   switch (bwk::embed::detectFormat(*file, &reason)) {
     case bwk::embed::Format::Elf: region = bwk::embed::regionInElf(*file); break;
     case bwk::embed::Format::MachO: region = bwk::embed::regionInMachO(*file); break;
+    case bwk::embed::Format::Universal: region = bwk::embed::regionInUniversal(*file); break;
     case bwk::embed::Format::Unknown: return fail(path + ": " + reason);
   }
   // The launcher's rule: fewer than five bytes is no configuration.
@@ -103,7 +105,7 @@ int print(const std::string& path) {
   return std::fflush(stdout) == 0 ? 0 : 1;
 }
 
-int embed(const std::string& launcher, const std::string& configuration, const std::string& output) {
+int embed(const std::string& launcher, const std::string& configuration, const std::string& output, bool sign) {
   std::string error;
   std::optional<Bytes> plist = readWholeFile(configuration, error);
   if (!plist) return fail(error);
@@ -120,21 +122,25 @@ int embed(const std::string& launcher, const std::string& configuration, const s
   std::string reason;
   bwk::embed::Bytes region = bwk::embed::makeRegion(*plist);
   bwk::embed::Outcome outcome;
-  switch (bwk::embed::detectFormat(*file, &reason)) {
+  bwk::embed::Format format = bwk::embed::detectFormat(*file, &reason);
+  switch (format) {
     case bwk::embed::Format::Elf: outcome = bwk::embed::embedInElf(*file, region); break;
     case bwk::embed::Format::MachO: outcome = bwk::embed::embedInMachO(*file, region); break;
+    case bwk::embed::Format::Universal: outcome = bwk::embed::embedInUniversal(*file, region); break;
     case bwk::embed::Format::Unknown: return fail(launcher + ": " + reason);
   }
   if (!outcome.file) return fail(launcher + ": " + outcome.error);
   for (const std::string& warning : outcome.warnings) std::fprintf(stderr, "brackwood-embed: warning: %s\n", warning.c_str());
   if (!writeExecutable(output, *outcome.file, error)) return fail(error);
-  return 0;
+  if (format == bwk::embed::Format::Elf) return 0;
+  return bwk::embed::signAgain(output, sign) ? 0 : 1;
 }
 
 int usage() {
   std::fprintf(stderr,
-               "usage: brackwood-embed <launcher> <config.plist> <output>\n"
-               "       brackwood-embed --print <executable>\n");
+               "usage: brackwood-embed [--no-sign] <launcher> <config.plist> <output>\n"
+               "       brackwood-embed --print <executable>\n"
+               "A Mach-O output is signed ad hoc with codesign when it is on PATH, unless --no-sign.\n");
   return 1;
 }
 
@@ -142,6 +148,7 @@ int usage() {
 
 int main(int argc, char** argv) {
   if (argc == 3 && std::strcmp(argv[1], "--print") == 0) return print(argv[2]);
-  if (argc == 4 && argv[1][0] != '-') return embed(argv[1], argv[2], argv[3]);
+  if (argc == 4 && argv[1][0] != '-') return embed(argv[1], argv[2], argv[3], true);
+  if (argc == 5 && std::strcmp(argv[1], "--no-sign") == 0 && argv[2][0] != '-') return embed(argv[2], argv[3], argv[4], false);
   return usage();
 }

@@ -23,10 +23,7 @@ Format detectFormat(std::span<const uint8_t> file, std::string* reason) {
       *reason = "32-bit Mach-O files are not supported";
       return Format::Unknown;
     }
-    if (magic == 0xbebafeca || magic == 0xbfbafeca) {  // FAT_MAGIC, FAT_MAGIC_64 as read little-endian
-      *reason = "universal files are not supported: embed into each architecture's file";
-      return Format::Unknown;
-    }
+    if (magic == 0xbebafeca || magic == 0xbfbafeca) return Format::Universal;  // FAT_MAGIC(_64), big-endian
     if (magic == 0xcffaedfe) {
       *reason = "big-endian Mach-O files are not supported";
       return Format::Unknown;

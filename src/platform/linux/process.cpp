@@ -1,5 +1,6 @@
 // The user, the process and its environment on Linux.
 #include <pwd.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -66,6 +67,8 @@ const char* processName() {
   }();
   return name.c_str();
 }
+
+uint64_t threadIdentifier() { return static_cast<uint64_t>(syscall(SYS_gettid)); }
 
 std::string globallyUniqueString() {
   std::random_device device;

@@ -8,6 +8,7 @@
 #import <Foundation/Foundation.h>
 #include <Security/AuthSession.h>
 #include <mach-o/dyld.h>
+#include <pthread.h>
 #include <spawn.h>
 #include <sys/sysctl.h>
 #include <sys/wait.h>
@@ -61,6 +62,12 @@ std::optional<std::string> environmentValue(const std::string& name) {
 const char* processName() {
   static std::string name = toString([[NSProcessInfo processInfo] processName]);
   return name.c_str();
+}
+
+uint64_t threadIdentifier() {
+  uint64_t identifier = 0;
+  pthread_threadid_np(nullptr, &identifier);
+  return identifier;
 }
 
 std::string globallyUniqueString() { return toString([[NSProcessInfo processInfo] globallyUniqueString]); }

@@ -1,0 +1,46 @@
+// Linux: the archive is mapped with its pages populated, and the buffer is aligned to large
+// pages, asked for them, and populated before use, which also tells at once when there is no
+// memory for it.
+#include "platform/mapped_memory.h"
+
+#include <cerrno>
+#include <cstdint>
+
+namespace bwk::platform {
+
+namespace {
+
+constexpr size_t kLargePage = size_t{2} << 20;
+
+size_t roundUp(size_t value, size_t unit) { return (value + unit - 1) / unit * unit; }
+
+}  // namespace
+
+MappedMemory MappedMemory::ofFile(int fd, size_t length) {
+  void* at = ::mmap(nullptr, length, PROT_READ, MAP_PRIVATE | MAP_POPULATE, fd, 0);
+  return at == MAP_FAILED ? MappedMemory() : MappedMemory(at, length);
+}
+
+MappedMemory MappedMemory::zeroed(size_t length) {
+  if (length > SIZE_MAX - 2 * kLargePage) return {};
+  const size_t size = roundUp(length, kLargePage);
+  // One large page more than needed, so that an aligned start lies inside; the rest is
+  // given back at once.
+  void* raw = ::mmap(nullptr, size + kLargePage, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  if (raw == MAP_FAILED) return {};
+  const auto rawStart = reinterpret_cast<uintptr_t>(raw);
+  const uintptr_t start = roundUp(rawStart, kLargePage);
+  if (start > rawStart) ::munmap(raw, start - rawStart);
+  if (start + size < rawStart + size + kLargePage)
+    ::munmap(reinterpret_cast<void*>(start + size), rawStart + kLargePage - start);
+  MappedMemory memory(reinterpret_cast<void*>(start), size);
+  // Without large pages (switched off, or none to be had) small ones do, only slower.
+  ::madvise(memory.data(), size, MADV_HUGEPAGE);
+#ifdef MADV_POPULATE_WRITE
+  // Kernels before 5.14 do not know it (EINVAL): their pages come as they are touched.
+  if (::madvise(memory.data(), size, MADV_POPULATE_WRITE) != 0 && errno != EINVAL) return {};
+#endif
+  return memory;
+}
+
+}  // namespace bwk::platform
