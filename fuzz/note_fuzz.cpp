@@ -12,7 +12,7 @@
 #include "base/plist_reader.h"
 #include "platform/macho_note.h"
 #include "fuzz_checks.h"
-#include "platform/linux/elf_note.h"
+#include "platform/elf_note.h"
 #include "scratch_dir.h"
 
 namespace {

@@ -8,7 +8,7 @@
 #include "../e2e/e2e_support.h"
 #include "base/fs.h"
 #include "base/strings.h"
-#include "platform/linux/elf_note.h"
+#include "platform/elf_note.h"
 #include "test_support.h"
 
 namespace bwk::test {

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/linux/elf_note.h"
+#include "platform/elf_note.h"
 #include "test_support.h"
 
 namespace bwk::test {

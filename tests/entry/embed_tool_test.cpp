@@ -8,7 +8,7 @@
 #include "base/strings.h"
 #include "platform/macho_note.h"
 #include "macho_image.h"
-#include "platform/linux/elf_note.h"
+#include "platform/elf_note.h"
 #include "test_support.h"
 
 namespace bwk::test {

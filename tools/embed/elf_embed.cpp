@@ -5,7 +5,7 @@
 #include <cstring>
 
 #include "embed.h"
-#include "platform/linux/elf_note.h"
+#include "platform/elf_note.h"
 
 namespace bwk::embed {
 

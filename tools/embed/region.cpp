@@ -3,7 +3,7 @@
 
 #include "embed.h"
 #include "platform/macho_note.h"
-#include "platform/linux/elf_note.h"
+#include "platform/elf_note.h"
 
 namespace bwk::embed {
 

@@ -4,8 +4,8 @@
 #include <cstring>
 
 #include "embed.h"
-#include "entry/macho_note.h"
-#include "platform/linux/elf_note.h"
+#include "platform/macho_note.h"
+#include "platform/elf_note.h"
 
 namespace bwk::embed {
 

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "platform/embedded_config.h"
-#include "platform/linux/elf_note.h"
+#include "platform/elf_note.h"
 
 namespace bwk::platform {
 

@@ -1,4 +1,4 @@
-#include "platform/linux/elf_note.h"
+#include "platform/elf_note.h"
 
 #include <cstring>
 
