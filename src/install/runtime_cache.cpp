@@ -1,10 +1,10 @@
 #include "install/runtime_cache.h"
 
 #include <fcntl.h>
-#include <libdeflate.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <zlib.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -163,8 +163,9 @@ std::optional<RuntimeCache> RuntimeCache::open(const std::string& archive, const
 
 std::string RuntimeCache::notePath() const {
   // One note per archive file: two copies of an application have notes of their own.
+  uLong hash = ::crc32_z(0, reinterpret_cast<const Bytef*>(archive_.data()), archive_.size());
   char key[9];
-  std::snprintf(key, sizeof key, "%08x", static_cast<unsigned>(libdeflate_crc32(0, archive_.data(), archive_.size())));
+  std::snprintf(key, sizeof key, "%08x", static_cast<unsigned>(hash));
   return path::append(directory_, std::string(kNotePrefix) + key);
 }
 
