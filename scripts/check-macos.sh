@@ -131,6 +131,11 @@ if [ ! -f "$pugixml_dir/src/pugixml.cpp" ]; then
   rm -rf "$download"
 fi
 
+# libdeflate's one header (the launcher inflates runtime archives with it), copied alone: the
+# system's include directory would bring glibc's headers into a macOS compile.
+mkdir -p "$work/deps"
+cp /usr/include/libdeflate.h "$work/deps/" || fail "libdeflate.h not found: run scripts/setup.sh"
+
 # --- compile ------------------------------------------------------------------------------
 # Every C and C++ source outside `linux` directories, and the sources of `linux` directories
 # that portable code includes (format code such as the ELF note reader); Objective-C++ (.mm)
@@ -146,7 +151,7 @@ compile_one() {  # target source: one object beside its log; prints the log when
   case $source in *.c) compiler=cc standard=-std=c17 ;; esac
   mkdir -p "$(dirname "$object")"
   if ! "$zig" "$compiler" -target "$target" "$standard" -O0 -g0 -fno-sanitize=all -Wall -Wextra -Wpedantic -Wshadow -Werror \
-       -Isrc -isystem "$work/pugixml/src" -c "$source" -o "$object" 2>"$object.log"; then
+       -Isrc -isystem "$work/pugixml/src" -isystem "$work/deps" -c "$source" -o "$object" 2>"$object.log"; then
     echo "--- $target: $source" >&2
     cat "$object.log" >&2
     return 1

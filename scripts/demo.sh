@@ -1,9 +1,12 @@
 #!/usr/bin/env bash
-# Builds everything and runs the demo bundle build/demo/Hello.app with a few arguments.
+# Builds what the demo needs (the launcher, brackwood-bundle and the demo bundle it makes) in
+# build-demo/, checks the bundle and runs it with a few arguments.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/setup.sh
-cmake --preset default >/dev/null
-cmake --build --preset default
-echo "== build/demo/Hello.app/Contents/MacOS/Hello 'an argument with blanks' Grüße -J-Dfrom.command.line=yes"
-exec build/demo/Hello.app/Contents/MacOS/Hello "an argument with blanks" "Grüße" -J-Dfrom.command.line=yes "$@"
+cmake --preset demo >/dev/null
+cmake --build --preset demo --target demo-bundle -j "$(nproc)"
+echo "== build-demo/bin/brackwood-bundle check build-demo/demo/Hello.app"
+build-demo/bin/brackwood-bundle check build-demo/demo/Hello.app
+echo "== build-demo/demo/Hello.app/Contents/MacOS/Hello 'an argument with blanks' Grüße -J-Dfrom.command.line=yes"
+exec build-demo/demo/Hello.app/Contents/MacOS/Hello "an argument with blanks" "Grüße" -J-Dfrom.command.line=yes "$@"

@@ -11,7 +11,12 @@ for preset in default asan; do
   cmake --preset "$preset" >/dev/null
   cmake --build --preset "$preset" -j "$jobs"
 done
+# The demo's own build (sources compiled in batches) must keep compiling too.
+echo "== build: demo"
+cmake --preset demo >/dev/null
+cmake --build --preset demo --target demo-bundle -j "$jobs"
 bash scripts/check-self-contained.sh build/bin/brackwood-launcher
+bash scripts/check-self-contained.sh build/bin/brackwood-bundle
 echo "== macOS cross-check"
 bash scripts/check-macos.sh
 for preset in default asan; do

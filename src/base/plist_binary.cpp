@@ -15,7 +15,7 @@ namespace {
 
 constexpr size_t kHeaderSize = 8;
 constexpr size_t kTrailerSize = 32;
-constexpr size_t kMaxDepth = 512;
+constexpr size_t kMaxBinaryDepth = 512;
 // Shared strings and data may be referenced many times; this caps how far references can
 // multiply the input.
 constexpr uint64_t kProducedBytesBase = 32ull << 20;
@@ -156,7 +156,7 @@ class BinaryReader {
       return cached->second;
     }
     if (std::find(open_.begin(), open_.end(), index) != open_.end()) return fail("object " + std::to_string(index) + " contains itself");
-    if (open_.size() >= kMaxDepth) return fail("nesting too deep");
+    if (open_.size() >= kMaxBinaryDepth) return fail("nesting too deep");
     open_.push_back(index);
     std::optional<PlistValue> v = parse(index);
     open_.pop_back();

@@ -10,7 +10,7 @@ namespace bwk {
 
 namespace {
 
-constexpr int kMaxDepth = 512;
+constexpr int kMaxTextDepth = 512;
 
 bool isSpace(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n' || c == '\f' || c == '\v'; }
 
@@ -89,7 +89,7 @@ class TextReader {
   }
 
   std::optional<PlistValue> value(int depth) {
-    if (depth > kMaxDepth) return fail("nesting too deep");
+    if (depth > kMaxTextDepth) return fail("nesting too deep");
     if (!skipSpace()) return std::nullopt;
     if (atEnd()) return fail("unexpected end of input");
     char c = peek();

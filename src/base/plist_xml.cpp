@@ -18,7 +18,7 @@ namespace bwk {
 
 namespace {
 
-constexpr int kMaxDepth = 512;
+constexpr int kMaxXmlDepth = 512;
 
 // "<name>"; built by appending, which also keeps GCC 12's -Wrestrict false positive on
 // `"<" + std::string(...)` away.
@@ -29,11 +29,11 @@ std::string tag(std::string_view name) {
   return out;
 }
 
-bool isXmlSpace(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
+bool isXmlWhitespace(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
 
 std::string_view trimXmlSpace(std::string_view s) {
-  while (!s.empty() && isXmlSpace(s.front())) s.remove_prefix(1);
-  while (!s.empty() && isXmlSpace(s.back())) s.remove_suffix(1);
+  while (!s.empty() && isXmlWhitespace(s.front())) s.remove_prefix(1);
+  while (!s.empty() && isXmlWhitespace(s.back())) s.remove_suffix(1);
   return s;
 }
 
@@ -147,7 +147,7 @@ std::optional<std::vector<uint8_t>> decodeBase64(std::string_view s) {
   int count = 0;
   bool padding = false;
   for (char c : s) {
-    if (isXmlSpace(c)) continue;
+    if (isXmlWhitespace(c)) continue;
     if (c == '=') {
       padding = true;
       continue;
@@ -243,7 +243,7 @@ class XmlReader {
   }
 
   std::optional<PlistValue> value(pugi::xml_node node, int depth) {
-    if (depth > kMaxDepth) return fail(node, "nesting too deep");
+    if (depth > kMaxXmlDepth) return fail(node, "nesting too deep");
     std::string_view name = node.name();
     if (name == "dict") return dictionary(node, depth);
     if (name == "array") return array(node, depth);

@@ -66,6 +66,13 @@ int processMain(int argc, char** argv) {
     }
   }
 
+  // An executable that carries its own configuration is a command-line launcher: started
+  // plainly it takes the command-line path, its first argument a service action.
+  if (carriesConfiguration(platform::embeddedConfigurationRegion())) {
+    BWK_DLOG("%s [Line %d] command-line launcher");
+    return launcher_main(argc, argv);
+  }
+
   bool commandLine = !isInGraphicalSession();
   bool splash = false;
   for (int i = 1; i < argc; ++i) {

@@ -7,6 +7,7 @@
 #include "base/bundle.h"
 #include "base/plist.h"
 #include "launcher/launch_context.h"
+#include "platform/embedded_config.h"
 
 namespace bwk {
 
@@ -17,6 +18,8 @@ bool isInGraphicalSession();
 // The runtime's re-invocation, the workspace markers and the authorization restart.
 int launcher_main(int argc, char** argv);
 std::optional<std::string> getExecutablePath();
+// Whether a region found in the executable holds a configuration (a command-line launcher).
+bool carriesConfiguration(const std::optional<platform::EmbeddedRegion>& region);
 
 // Reopens the application bundle as a new process and waits for it.
 int workspace_open(bool hidden, const std::vector<std::string>& arguments);

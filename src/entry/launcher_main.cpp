@@ -19,6 +19,11 @@ namespace bwk {
 
 std::optional<std::string> getExecutablePath() { return platform::executablePath(); }
 
+bool carriesConfiguration(const std::optional<platform::EmbeddedRegion>& region) {
+  // A region shorter than the length and one byte of a property list is none.
+  return region && static_cast<int32_t>(static_cast<uint32_t>(region->size)) >= 5;
+}
+
 int launcher_main(int argc, char** argv) {
   BWK_DLOG("%s [Line %d] launcher_main %d", argc);
   if (argc >= 2 && std::strcmp(argv[1], "__bwk_workspace_open") == 0) {
@@ -32,7 +37,8 @@ int launcher_main(int argc, char** argv) {
   // The runtime calling main again: hand it straight back.
   if (JLI_LaunchFxnPtr) return reinvokeJavaLaunch(argc, argv);
 
-  // Reached only through the authorization restart: errors go to standard error.
+  // Reached through the authorization restart, or by a plain start of a command-line
+  // launcher: errors go to standard error.
   removeAbandonedTemporaryDirectories();
   const Bundle bundle(platform::mainBundlePath());
   const std::vector<std::string> arguments(argv, argv + argc);
@@ -40,7 +46,7 @@ int launcher_main(int argc, char** argv) {
     std::optional<platform::EmbeddedRegion> region = platform::embeddedConfigurationRegion();
     BWK_DLOG("%s [Line %d] embedded config %p %d", static_cast<const void*>(region ? region->address : nullptr),
              static_cast<int>(region ? static_cast<int32_t>(region->size) : 0));
-    if (!region || static_cast<int32_t>(static_cast<uint32_t>(region->size)) < 5) {
+    if (!carriesConfiguration(region)) {
       // An application bundle.
       const LaunchContext context = LaunchContext::forBundle(bundle, arguments, true);
       return Launcher(context).load().launch();

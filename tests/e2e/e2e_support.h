@@ -1,7 +1,9 @@
 #pragma once
 // Bundles started through the real launcher executable.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
+#include "base/fs.h"
 #include "base/strings.h"
 #include "test_support.h"
 
@@ -39,6 +41,21 @@ inline Recorded readRecord(const std::string& file) {
 inline PlistValue stringArray(std::initializer_list<std::string> list) {
   PlistArray a(list.begin(), list.end());
   return PlistValue(std::move(a));
+}
+
+// A jlink image of the modules the demo program needs, as Contents/Home of a bundle-shaped
+// folder, made once per build tree. Tests running at the same time each make their own and
+// only the first moves into place.
+inline std::string jlinkStage() {
+  const std::string jdk = "/usr/lib/jvm/java-17-openjdk-amd64";
+  std::string stage = std::string(BWK_BINARY_DIR) + "/test-cache/jlink-17";
+  if (!fs::exists(stage + "/Contents/Home/lib/libjli.so")) {
+    std::string fresh = stage + ".new-" + std::to_string(getpid());
+    shell("rm -rf " + fresh + " && mkdir -p " + fresh + "/Contents && " + jdk +
+          "/bin/jlink --add-modules java.base,java.management --strip-debug --no-header-files --no-man-pages --output " +
+          fresh + "/Contents/Home && (mv -T " + fresh + " " + stage + " 2>/dev/null || rm -rf " + fresh + ")");
+  }
+  return stage;
 }
 
 // The demo's compiled program, built with the project.

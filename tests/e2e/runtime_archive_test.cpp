@@ -43,17 +43,6 @@ class RuntimeArchive : public ::testing::Test {
   TempDir tmp;
 };
 
-// A jlink image of the modules the demo program needs, packed once per build tree.
-std::string jlinkStage() {
-  std::string stage = std::string(BWK_BINARY_DIR) + "/test-cache/jlink-17";
-  if (!fs::exists(stage + "/Contents/Home/lib/libjli.so")) {
-    shell("rm -rf " + stage + " && mkdir -p " + stage + "/Contents && " + kJdk17 +
-          "/bin/jlink --add-modules java.base,java.management --strip-debug --no-header-files --no-man-pages --output " +
-          stage + "/Contents/Home");
-  }
-  return stage;
-}
-
 TEST_F(RuntimeArchive, RealRuntimeFromTheArchive) {
   if (!fs::exists(kJdk17 + "/bin/jlink")) GTEST_SKIP() << "no OpenJDK 17 with jlink here";
   std::string stage = jlinkStage();

@@ -1,0 +1,108 @@
+// brackwood-bundle create: refusals leave the output as it was, the shipped runtime keeps its
+// files, modes and inner links in both forms (the archive read back by the launcher's own
+// extraction), and a PNG icon is wrapped into an .icns container.
+#include <sys/stat.h>
+
+#include "base/fs.h"
+#include "base/icns.h"
+#include "bundle_tool.h"
+#include "install/untar.h"
+
+namespace bwk::test {
+namespace {
+
+class BundleCreate : public ::testing::Test {
+ protected:
+  std::vector<std::string> listing(const std::string& dir) {
+    std::vector<std::string> names = fs::listDirectory(dir).value_or(std::vector<std::string>{});
+    std::sort(names.begin(), names.end());
+    return names;
+  }
+  TempDir tmp;
+};
+
+TEST_F(BundleCreate, RefusalsLeaveTheOutputAsItWas) {
+  writeFile(tmp / "not-a-jar.jar", "plain text");
+  writeFile(tmp / "broken.icns", std::string("icns\0\0\0\x09x", 9));
+  shell("mkdir -p " + tmp / "empty");
+  struct Case {
+    std::string name;
+    std::vector<std::string> words;
+    std::string message;
+  };
+  const std::vector<Case> cases = {
+      {"an existing bundle", {}, "Hello.app exists (--force replaces it)"},
+      {"a missing jar", {"--jar", tmp / "missing.jar"}, "missing.jar: no such file or directory"},
+      {"a file that is no jar", {"--jar", tmp / "not-a-jar.jar"}, "not-a-jar.jar: not a jar: "},
+      {"a directory that is no runtime", {"--runtime", tmp / "empty", "--force"}, "not a Java runtime the launcher can use"},
+      {"an icon that fails while the bundle is built", {"--icon", tmp / "broken.icns", "--force"}, "broken.icns: "},
+  };
+  for (const Case& c : cases) {
+    shell("rm -rf " + tmp / "out && mkdir -p " + tmp / "out/Hello.app && echo old > " + tmp / "out/Hello.app/marker");
+    RunResult r = createHello(tmp / "out", c.words);
+    EXPECT_EQ(r.status, 1) << c.name << ": " << r.err;
+    EXPECT_TRUE(text::contains(r.err, c.message)) << c.name << ": " << r.err;
+    EXPECT_EQ(listing(tmp / "out"), std::vector<std::string>{"Hello.app"}) << c.name;
+    EXPECT_EQ(readFile(tmp / "out/Hello.app/marker"), "old\n") << c.name;
+  }
+  RunResult forced = createHello(tmp / "out", {"--force"});
+  EXPECT_EQ(forced.status, 0) << forced.err;
+  EXPECT_EQ(listing(tmp / "out"), std::vector<std::string>{"Hello.app"});
+  EXPECT_EQ(listing(tmp / "out/Hello.app"), std::vector<std::string>{"Contents"});
+}
+
+TEST_F(BundleCreate, ShippedRuntimeKeepsFilesModesAndInnerLinks) {
+  std::string home = tmp / "runtime";
+  makeFakeRuntime(home, "17.0.2");
+  std::string deep = "lib/" + std::string(60, 'd') + "/" + std::string(60, 'e') + "/file.txt";  // over 100 bytes with its prefix
+  writeFile(home + "/" + deep, "deep");
+  writeFile(home + "/bin/tool", "#!/bin/sh\n");
+  writeFile(tmp / "outside.properties", "outside");
+  shell("chmod 750 " + home + "/bin/tool && ln -s ../bin " + home + "/lib/current && ln -s " + tmp / "outside.properties " +
+        home + "/lib/outside.properties && ln -s /nonexistent " + home + "/lib/broken");
+
+  for (const std::string form : {"bundle", "archive"}) {
+    std::string out = tmp / form;
+    RunResult r = createHello(out, {"--runtime", home, "--runtime-as", form});
+    ASSERT_EQ(r.status, 0) << form << ": " << r.err;
+    EXPECT_TRUE(text::contains(r.err, "warning: lib/broken: a broken link, left out")) << r.err;
+    std::string shipped = out + "/Hello.app/Contents/Resources/jre.bundle";
+    if (form == "archive") {
+      shipped = tmp / "unpacked";
+      shell("mkdir -p " + shipped);
+      ASSERT_TRUE(UnTar::untar(out + "/Hello.app/Contents/Resources/app/jre.tar.gz", shipped, 0, nullptr));
+    }
+    std::string shippedHome = shipped + "/Contents/Home";
+    struct stat st {};
+    ASSERT_EQ(stat((shippedHome + "/bin/tool").c_str(), &st), 0) << form;
+    EXPECT_EQ(st.st_mode & 07777, 0750u) << form;
+    EXPECT_EQ(readFile(shippedHome + "/" + deep), "deep") << form;
+    EXPECT_EQ(readFile(shippedHome + "/release"), readFile(home + "/release")) << form;
+    EXPECT_TRUE(fs::isSymbolicLink(shippedHome + "/lib/current") && fs::exists(shippedHome + "/lib/current/tool")) << form;
+    EXPECT_TRUE(!fs::isSymbolicLink(shippedHome + "/lib/outside.properties") &&
+                readFile(shippedHome + "/lib/outside.properties") == "outside")
+        << form << ": a link out of the runtime is replaced by its file";
+    EXPECT_FALSE(fs::existsNoFollow(shippedHome + "/lib/broken")) << form;
+  }
+}
+
+TEST_F(BundleCreate, PngIconIsWrappedIntoAnIcns) {
+  // A PNG signature and the header chunk are all the container and the window look at.
+  auto png = [](uint8_t width, uint8_t height) {
+    return std::string("\x89PNG\r\n\x1a\n\0\0\0\x0dIHDR\0\0\0", 19) + static_cast<char>(width) + std::string("\0\0\0", 3) +
+           static_cast<char>(height) + std::string("\x08\x06\0\0\0", 5);
+  };
+  writeFile(tmp / "square.png", png(64, 64));
+  writeFile(tmp / "wide.png", png(100, 80));
+  for (const std::string name : {"square", "wide"}) {
+    RunResult r = createHello(tmp / name, {"--icon", tmp / (name + ".png")});
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(text::contains(r.err, "macOS expects a square"), name == "wide") << r.err;
+    std::string icon = readFile(tmp / (name + "/Hello.app/Contents/Resources/app.icns"));
+    EXPECT_EQ(icns::largestPng(icon), readFile(tmp / (name + ".png"))) << name;
+    EXPECT_EQ(bundleTool({"check", tmp / (name + "/Hello.app")}).status, 0) << name;
+  }
+}
+
+}  // namespace
+}  // namespace bwk::test

@@ -1,0 +1,340 @@
+// "create": a complete application bundle (or, with --embed, a command-line launcher) from a
+// name, a main class, jars, options and perhaps a runtime. Everything is built in a
+// temporary directory beside the output and moved into place at the end.
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cstdio>
+#include <filesystem>
+#include <set>
+
+#include "arguments.h"
+#include "base/fs.h"
+#include "base/path.h"
+#include "base/plist_reader.h"
+#include "base/strings.h"
+#include "commands.h"
+#include "default_texts.h"
+#include "icon.h"
+#include "launcher/runtime_checks.h"
+#include "launcher/version_compare.h"
+#include "launcher_copy.h"
+#include "plist_writer.h"
+#include "runtime_shipping.h"
+#include "staged_output.h"
+#include "tool_error.h"
+#include "zip_directory.h"
+
+namespace bwk::bundle {
+
+namespace {
+
+const OptionDefinition kCreateOptions[] = {
+    {"name", "NAME", false, "application name: NAME.app, Contents/MacOS/NAME, CFBundleName"},
+    {"main-class", "CLASS", false, "the Java main class"},
+    {"jar", "PATH", true, "a jar, or a directory whose .jar and .zip files are all taken (repeatable; class-path order)"},
+    {"java-option", "OPT", true, "a runtime option, VMOptionArray (repeatable)"},
+    {"argument", "ARG", true, "an application argument before those of the command line, ArgumentArray (repeatable)"},
+    {"min-version", "V", false, "lowest runtime version accepted (bwk.minVersion)"},
+    {"max-version", "V", false, "highest runtime version accepted (bwk.maxVersion)"},
+    {"identifier", "ID", false, "bundle identifier (CFBundleIdentifier)"},
+    {"icon", "FILE", false, "an .icns file, or a PNG image that is wrapped into one"},
+    {"runtime", "DIR", false, "a runtime to ship (a JDK, a jlink image or a runtime bundle); without it the launcher searches"},
+    {"runtime-as", "bundle|archive", false,
+     "ship it as Contents/Resources/jre.bundle (default), or as app/jre.tar.gz unpacked at every start"},
+    {"strings", "FILE", false, "a Localizable.strings table whose texts replace the English defaults, key by key"},
+    {"allow-passthrough", nullptr, false, "command-line words -J<option> become runtime options (bwk.allowPassthrough)"},
+    {"output", "DIR", false, "where NAME.app goes (made when missing)"},
+    {"force", nullptr, false, "replace an existing NAME.app"},
+    {"embed", nullptr, false, "write the command-line launcher DIR/NAME/NAME, its configuration embedded, instead of a bundle"},
+    {"service", "MODE", false, "(with --embed) bwk.service: the first argument is a service action; 'legacy' detaches on start"},
+    {"launcher", "FILE", false, "the launcher to copy (default: brackwood-launcher beside this program)"},
+};
+
+constexpr const char* kCreateSynopsis =
+    "usage: brackwood-bundle create --name NAME --main-class CLASS --jar PATH... --output DIR [options]\n"
+    "Writes DIR/NAME.app: Info.plist, the launcher (stripped) as Contents/MacOS/NAME, the jars in\n"
+    "Contents/Resources/app/lib, Localizable.strings, the icon and the runtime. An existing output is\n"
+    "refused without --force; a failure leaves no half-written bundle.";
+
+struct Request {
+  std::string name, mainClass, output, launcher;
+  std::vector<std::string> jars;  // files, in class-path order
+  std::vector<std::string> javaOptions, arguments;
+  std::optional<std::string> minVersion, maxVersion, identifier, icon, service, strings;
+  std::optional<ShippedRuntime> runtime;
+  bool archive = false, force = false, embed = false, passthrough = false;
+};
+
+void warn(const std::string& message) { std::fprintf(stderr, "brackwood-bundle: warning: %s\n", message.c_str()); }
+
+std::string megabytes(uint64_t bytes) {
+  char text[32];
+  std::snprintf(text, sizeof text, "%.1f MB", static_cast<double>(bytes) / 1e6);
+  return text;
+}
+
+void requireName(const std::string& name) {
+  bool control = std::any_of(name.begin(), name.end(), [](char c) { return static_cast<unsigned char>(c) < 0x20; });
+  if (name.empty() || name == "." || name == ".." || text::contains(name, "/") || control || !text::isValidUtf8(name))
+    throw usageError("--name: '" + name + "' cannot name a file");
+}
+
+// Dot-separated Java identifiers.
+void requireMainClass(const std::string& mainClass) {
+  for (const std::string& part : text::split(mainClass, ".")) {
+    bool valid = !part.empty() && !(part[0] >= '0' && part[0] <= '9');
+    for (char c : part) {
+      auto byte = static_cast<unsigned char>(c);
+      valid = valid && (std::isalnum(byte) || c == '_' || c == '$' || byte >= 0x80);
+    }
+    if (!valid) throw usageError("--main-class: '" + mainClass + "' is no Java class name");
+  }
+}
+
+void requireVersions(const Request& request) {
+  for (const auto& [option, value] : {std::pair{"--min-version", request.minVersion}, {"--max-version", request.maxVersion}})
+    if (value && (value->empty() || !std::isdigit(static_cast<unsigned char>((*value)[0]))))
+      throw usageError(std::string(option) + ": '" + *value + "' is no version");
+  // The same comparison the launcher makes: the minimum itself must pass the maximum.
+  if (request.minVersion && request.maxVersion &&
+      !compareVersion(request.maxVersion, text::splitAny(*request.minVersion, "._-+"), true))
+    throw usageError("--max-version " + *request.maxVersion + " is below --min-version " + *request.minVersion);
+}
+
+// Each --jar in turn: a jar, or every .jar and .zip of a directory in name order.
+std::vector<std::string> collectJars(const std::vector<std::string>& given) {
+  std::vector<std::string> jars;
+  std::set<std::string> names;
+  auto add = [&](const std::string& file) {
+    std::string error;
+    if (!zipEntryNames(file, &error)) throw failure(file + ": not a jar: " + error);
+    std::string name = path::lastComponent(file);
+    if (text::contains(name, ":")) throw failure(file + ": a ':' in a jar's name would split the class path");
+    if (!names.insert(name).second) throw failure(file + ": a second jar named " + name);
+    jars.push_back(file);
+  };
+  for (const std::string& entry : given) {
+    if (!fs::exists(entry)) throw failure(entry + ": no such file or directory");
+    if (!fs::isDirectory(entry)) {
+      add(entry);
+      continue;
+    }
+    std::vector<std::string> listed = fs::listDirectory(entry).value_or(std::vector<std::string>{});
+    std::sort(listed.begin(), listed.end());
+    size_t before = jars.size();
+    for (const std::string& name : listed)
+      if ((text::endsWith(name, ".jar") || text::endsWith(name, ".zip")) && !fs::isDirectory(path::append(entry, name)))
+        add(path::append(entry, name));
+    if (jars.size() == before) throw failure(entry + ": holds no .jar or .zip file");
+  }
+  return jars;
+}
+
+bool mainClassInJars(const Request& request) {
+  std::string entry = text::replaceAll(request.mainClass, ".", "/") + ".class";
+  for (const std::string& jar : request.jars) {
+    std::vector<std::string> names = zipEntryNames(jar, nullptr).value_or(std::vector<std::string>{});
+    if (std::find(names.begin(), names.end(), entry) != names.end()) return true;
+  }
+  return false;
+}
+
+Request readRequest(const ParsedArguments& args) {
+  Request request;
+  for (const char* required : {"name", "main-class", "jar", "output"})
+    if (!args.has(required)) throw usageError(std::string("--") + required + " is required");
+  if (!args.words.empty()) throw usageError("unexpected word '" + args.words[0] + "'");
+  request.name = *args.value("name");
+  request.mainClass = *args.value("main-class");
+  request.output = *args.value("output");
+  request.javaOptions = args.all("java-option");
+  request.arguments = args.all("argument");
+  request.minVersion = args.value("min-version");
+  request.maxVersion = args.value("max-version");
+  request.identifier = args.value("identifier");
+  request.icon = args.value("icon");
+  request.service = args.value("service");
+  request.strings = args.value("strings");
+  request.force = args.has("force");
+  request.embed = args.has("embed");
+  request.passthrough = args.has("allow-passthrough");
+  std::optional<std::string> runtimeAs = args.value("runtime-as");
+  if (runtimeAs && *runtimeAs != "bundle" && *runtimeAs != "archive")
+    throw usageError("--runtime-as takes bundle or archive, not '" + *runtimeAs + "'");
+  if (runtimeAs && !args.has("runtime")) throw usageError("--runtime-as needs --runtime");
+  request.archive = runtimeAs == "archive";
+  if (request.service && !request.embed) throw usageError("--service needs --embed");
+  if (request.embed && request.archive)
+    throw usageError("--runtime-as archive needs a bundle: a command-line launcher does not unpack archives");
+  if (request.embed && request.icon) throw usageError("--icon needs a bundle");
+  requireName(request.name);
+  requireMainClass(request.mainClass);
+  requireVersions(request);
+
+  request.jars = collectJars(args.all("jar"));
+  if (!mainClassInJars(request)) warn(request.mainClass + " is in none of the jars");
+  if (std::optional<std::string> runtime = args.value("runtime")) {
+    std::string error;
+    request.runtime = inspectRuntime(*runtime, &error);
+    if (!request.runtime) throw failure(error);
+    if (!checkBundleVersion(request.minVersion, request.maxVersion, true, false, request.runtime->version, std::nullopt,
+                            std::nullopt))
+      warn("the runtime's version " + request.runtime->version +
+           " is outside the range given; a shipped runtime is used whatever the range says");
+  }
+  std::optional<std::string> launcher = args.value("launcher");
+  if (!launcher) launcher = defaultLauncherPath();
+  if (!launcher) throw failure("the launcher is not found: give --launcher");
+  request.launcher = *launcher;
+  return request;
+}
+
+// The configuration: Info.plist, or the one embedded in a command-line launcher.
+PlistValue configuration(const Request& request, const std::optional<uint64_t>& archiveSize) {
+  auto strings = [](const std::vector<std::string>& list) { return PlistValue(PlistArray(list.begin(), list.end())); };
+  std::vector<std::string> classPath;
+  for (const std::string& jar : request.jars) classPath.push_back("${launcher:sys.appRootDir}/lib/" + path::lastComponent(jar));
+  PlistDict javaVM{{"MainClass", request.mainClass}, {"ClassPath", text::join(classPath, ":")}};
+  if (!request.javaOptions.empty()) javaVM["VMOptionArray"] = strings(request.javaOptions);
+  if (!request.arguments.empty()) javaVM["ArgumentArray"] = strings(request.arguments);
+
+  PlistDict info{{"CFBundleName", request.name}, {"JavaVM", PlistValue(std::move(javaVM))}};
+  if (request.embed) {
+    // The installation root is the launcher's own directory.
+    info["bwk.baseDir"] = ".";
+    if (request.service) info["bwk.service"] = *request.service;
+  } else {
+    info["CFBundleExecutable"] = request.name;
+    info["CFBundlePackageType"] = "APPL";
+    info["CFBundleInfoDictionaryVersion"] = "6.0";
+    info["CFBundleDevelopmentRegion"] = "en";
+  }
+  if (request.identifier) info["CFBundleIdentifier"] = *request.identifier;
+  if (request.icon) info["CFBundleIconFile"] = "app.icns";
+  if (request.minVersion) info["bwk.minVersion"] = *request.minVersion;
+  if (request.maxVersion) info["bwk.maxVersion"] = *request.maxVersion;
+  if (request.passthrough) info["bwk.allowPassthrough"] = true;
+  // The launcher reads the size as a 32-bit number.
+  if (archiveSize) info["bwk.jreUncompressedSize"] = static_cast<int64_t>(std::min<uint64_t>(*archiveSize, 0x7fffffff));
+  return PlistValue(std::move(info));
+}
+
+std::string iconContainer(const std::string& file) {
+  std::optional<std::string> bytes = fs::readFile(file);
+  if (!bytes) throw failure(file + ": cannot be read");
+  std::string extension = path::extension(file);
+  std::transform(extension.begin(), extension.end(), extension.begin(), [](unsigned char c) { return std::tolower(c); });
+  std::string error;
+  if (extension == "png") {
+    std::optional<WrappedIcon> icon = icnsFromPng(*bytes, &error);
+    if (!icon) throw failure(file + ": " + error);
+    if (!icon->warning.empty()) warn(file + ": " + icon->warning);
+    return icon->icns;
+  }
+  if (extension != "icns") throw failure(file + ": an icon is an .icns file or a .png image");
+  if (std::optional<std::string> problem = icnsProblem(*bytes)) throw failure(file + ": " + *problem);
+  return *bytes;
+}
+
+// The English defaults, with the texts of --strings in their place.
+std::vector<StringsEntry> strings(const Request& request) {
+  std::vector<StringsEntry> entries = defaultStrings(request.name, request.minVersion.has_value());
+  if (!request.strings) return entries;
+  std::string error;
+  std::optional<PlistValue> table = readPropertyListFile(*request.strings, &error);
+  if (!table || !table->asDictionary()) throw failure(*request.strings + ": not a strings table" + (table ? "" : ": " + error));
+  for (const auto& [key, value] : *table->asDictionary()) {
+    auto entry = std::find_if(entries.begin(), entries.end(), [&](const StringsEntry& e) { return e.key == key; });
+    if (entry == entries.end()) throw failure(*request.strings + ": " + key + " is no message of the launcher");
+    if (!value.asString()) throw failure(*request.strings + ": " + key + " is no text");
+    entry->value = *value.asString();
+  }
+  return entries;
+}
+
+void makeDirectory(const std::string& dir) {
+  if (!fs::createDirectory(dir, true)) throw failure(dir + ": cannot be made");
+}
+
+void writeFile(const std::string& file, std::string_view bytes, mode_t mode) {
+  makeDirectory(path::parent(file));
+  if (!fs::writeFile(file, std::string(bytes)) || ::chmod(file.c_str(), mode) != 0) throw failure(file + ": cannot be written");
+}
+
+void copyFile(const std::string& from, const std::string& to) {
+  makeDirectory(path::parent(to));
+  std::error_code ec;
+  if (!std::filesystem::copy_file(from, to, ec) || ::chmod(to.c_str(), 0644) != 0)
+    throw failure(to + ": cannot be written: " + ec.message());
+}
+
+// Everything inside the staging directory; returns the lines of the summary.
+std::vector<std::string> build(const Request& request, const std::string& root) {
+  std::vector<std::string> summary, warnings;
+  // A command-line launcher's messages come from Contents/Resources beside it, as a bundle's do.
+  std::string contents = path::append(root, "Contents");
+  std::string resources = path::append(contents, "Resources");
+  std::string appRoot = request.embed ? root : path::append(resources, "app");
+
+  for (const std::string& jar : request.jars) copyFile(jar, path::append(appRoot, "lib/" + path::lastComponent(jar)));
+  writeFile(path::append(resources, "en.lproj/Localizable.strings"), stringsTable(strings(request)), 0644);
+  if (request.icon) writeFile(path::append(resources, "app.icns"), iconContainer(*request.icon), 0644);
+
+  std::optional<uint64_t> archiveSize;
+  std::string error;
+  if (request.runtime && request.archive) {
+    std::string archive = path::append(appRoot, "jre.tar.gz");
+    archiveSize = packRuntime(*request.runtime, archive, warnings, &error);
+    if (!archiveSize) throw failure(error);
+    summary.push_back("runtime " + request.runtime->version + " packed as Contents/Resources/app/jre.tar.gz (" +
+                      megabytes(*archiveSize) + " unpacked)");
+  } else if (request.runtime) {
+    // A command-line launcher finds its runtime as the private one of its installation.
+    std::string where = request.embed ? ".brackwood/jre.bundle" : "Contents/Resources/jre.bundle";
+    if (!copyRuntime(*request.runtime, path::append(root, where), warnings, &error)) throw failure(error);
+    summary.push_back("runtime " + request.runtime->version + " copied to " + where);
+  }
+  for (const std::string& warning : warnings) warn(warning);
+
+  PlistValue config = configuration(request, archiveSize);
+  std::string plist = xmlPropertyList(config);
+  std::optional<PreparedLauncher> launcher =
+      prepareLauncher(request.launcher, request.embed ? std::optional<std::string>(plist) : std::nullopt, &error);
+  if (!launcher) throw failure(error);
+  std::string executable = request.embed ? path::append(root, request.name) : path::append(contents, "MacOS/" + request.name);
+  writeFile(executable, std::string_view(reinterpret_cast<const char*>(launcher->bytes.data()), launcher->bytes.size()), 0755);
+  summary.insert(summary.begin(), "launcher " + megabytes(launcher->originalSize) + ", copied stripped: " +
+                                      megabytes(launcher->bytes.size()));
+  if (!request.embed) writeFile(path::append(contents, "Info.plist"), plist, 0644);
+  summary.push_back(std::to_string(request.jars.size()) + " jar(s) on the class path");
+  return summary;
+}
+
+}  // namespace
+
+int runCreate(std::span<const std::string> words) {
+  std::string error;
+  std::optional<ParsedArguments> args = parseArguments(kCreateOptions, words, &error);
+  if (!args) throw usageError(error);
+  if (args->help) {
+    std::fputs(helpText(kCreateSynopsis, kCreateOptions).c_str(), stdout);
+    return 0;
+  }
+  Request request = readRequest(*args);
+
+  makeDirectory(request.output);
+  std::string target = path::append(request.output, request.embed ? request.name : request.name + ".app");
+  if (fs::existsNoFollow(target) && !request.force) throw failure(target + " exists (--force replaces it)");
+  std::optional<StagedOutput> staged = StagedOutput::begin(target, &error);
+  if (!staged) throw failure(error);
+  std::vector<std::string> summary = build(request, staged->path());
+  ::chmod(staged->path().c_str(), 0755);
+  if (!staged->commit(request.force, &error)) throw failure(error);
+  std::printf("wrote %s\n", target.c_str());
+  for (const std::string& line : summary) std::printf("  %s\n", line.c_str());
+  return 0;
+}
+
+}  // namespace bwk::bundle

@@ -1,0 +1,33 @@
+#pragma once
+// A runtime given to "create": what it is, and the two ways a bundle ships it: as the
+// directory Contents/Resources/jre.bundle, or as the archive app/jre.tar.gz that the launcher
+// unpacks at every start. Both hold the runtime's home at Contents/Home.
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace bwk::bundle {
+
+struct ShippedRuntime {
+  std::string directory;  // as given
+  std::string version;    // the version the launcher reads from it
+  // It already has the bundle shape (Contents/Home, perhaps Contents/Info.plist) and is
+  // shipped as it is; otherwise it is a runtime home and goes to Contents/Home.
+  bool bundleShaped = false;
+};
+
+// Opens the directory the way the launcher opens a runtime. Absent, with the reason, when
+// the launcher would not accept it (no version, no launcher library).
+std::optional<ShippedRuntime> inspectRuntime(const std::string& directory, std::string* error);
+
+// Copies the runtime to `bundleDirectory` (which must not exist yet).
+bool copyRuntime(const ShippedRuntime& runtime, const std::string& bundleDirectory,
+                 std::vector<std::string>& warnings, std::string* error);
+
+// Packs the runtime into a new gzip-compressed tar archive; gives the length of its
+// uncompressed tar stream.
+std::optional<uint64_t> packRuntime(const ShippedRuntime& runtime, const std::string& archive,
+                                    std::vector<std::string>& warnings, std::string* error);
+
+}  // namespace bwk::bundle
