@@ -8,12 +8,12 @@
 namespace bwk {
 
 struct FileChecksum {
-  uint64_t size = 0;
-  uint32_t crc32 = 0;
+  uint64_t size = 0;   // the whole file
+  uint32_t crc32 = 0;  // of the bytes before the last `leaveOut`
 };
 
-// The checksum of the regular file at `path` (links followed); absent when it is not a
-// regular file or cannot be read to its end.
-std::optional<FileChecksum> checksumFile(const std::string& path);
+// The checksum of the regular file at `path` (links followed), leaving out its last
+// `leaveOut` bytes; absent when it is not a regular file or cannot be read.
+std::optional<FileChecksum> checksumFile(const std::string& path, uint64_t leaveOut = 0);
 
 }  // namespace bwk

@@ -28,6 +28,10 @@ constexpr const char* kBundleName = "jre.bundle";
 constexpr const char* kStagingPrefix = ".staging-";
 constexpr const char* kRemovingPrefix = ".removing-";
 constexpr const char* kNotePrefix = ".archive-";
+// The gzip trailer (the CRC-32 and length of the uncompressed data) is left out of the
+// archive's checksum: a message followed by its own CRC-32 always has the same CRC-32, so
+// with the trailer, archives stored without compression would all get one name per size.
+constexpr uint64_t kGzipTrailerSize = 8;
 // How long an archive must have stayed unchanged before its stamp stands for its content:
 // well above the coarsest time grain of the file systems it may lie on (two seconds).
 constexpr long long kSettledSeconds = 3;
@@ -142,7 +146,7 @@ std::optional<RuntimeCache> RuntimeCache::open(const std::string& archive, const
   if (known) {
     cache.entryName_ = note->entryName;
   } else {
-    std::optional<FileChecksum> sum = checksumFile(archive);
+    std::optional<FileChecksum> sum = checksumFile(archive, kGzipTrailerSize);
     if (!sum) {
       BWK_DLOG("%s [Line %d] runtime cache refused (%@ is not a regular file that can be read): unpacking into the temporary directory", archive);
       return std::nullopt;

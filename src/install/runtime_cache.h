@@ -2,7 +2,7 @@
 // The cache of unpacked runtimes ("bwk.reuseUnpackedRuntime"): a bundle's runtime archive is
 // unpacked once into the user's cache directory and used again while the archive stays the
 // same. Entries live in <user cache>/<application>/runtime/, one per archive content, named
-// by its size and CRC-32. An entry is made by extracting into a private directory beside it,
+// by its size and CRC-32 (of all but the gzip trailer). An entry is made by extracting into a private directory beside it,
 // renamed into place only when complete. A start that uses an entry holds a shared lock on
 // it until the process ends; entries are removed only under an exclusive lock, so never
 // while a process runs from them.
