@@ -1,7 +1,9 @@
 // Application mode on a private X server: the progress window while the runtime archive is
-// extracted, Cancel, the hidden window, the fallback to command-line mode, and the alert that
-// outlives the launcher.
+// extracted, Cancel, the hidden window, the fallback to command-line mode, GTK loaded only
+// when the window shows, the alert that outlives the launcher, and a Swing program started
+// through the window path.
 #include <filesystem>
+#include <tuple>
 
 #include "base/fs.h"
 #include "gui_support.h"
@@ -147,6 +149,34 @@ TEST_F(Window, WithoutUsableDisplayOrGtkTheSameBundleRunsInCommandLineMode) {
   }
 }
 
+// GTK is loaded only by a start that shows the window, and then without a GL driver. The
+// stand-in runtime holds the process while its mappings are read.
+TEST_F(Window, OnlyAStartThatShowsTheWindowLoadsGtk) {
+  runtimeArchive(1);
+  const std::tuple<const char*, bool, std::optional<bool>, bool> cases[] = {
+      // name, archive, bwk.initialProgress, loads GTK
+      {"no archive, window shown", false, std::nullopt, true},
+      {"no archive, window hidden", false, false, false},
+      {"archive, window hidden", true, false, false},
+      {"archive, window shown", true, std::nullopt, true},
+  };
+  for (const auto& [name, archive, initialProgress, loadsGtk] : cases) {
+    shell("rm -rf " + tmp / "Slowpoke.app " + record);
+    PlistDict extra;
+    if (initialProgress) extra["bwk.initialProgress"] = *initialProgress;
+    std::string app = bundle(extra);
+    if (archive) shell("mkdir -p " + app + "/Contents/Resources/app && cp " + tmp / "rt.tar.gz " + app + "/Contents/Resources/app/jre.tar.gz");
+    else makeFakeRuntime(app + "/Contents/Resources/jre.bundle", "17.0.2", "bundle");
+    Background launcher({app + "/Contents/MacOS/Slowpoke"}, env({"FAKE_JLI_SLEEP_MS=3000"}));
+    while (!fs::exists(record) && secondsSince(launcher.started()) < 20) std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    std::string maps = readFile("/proc/" + std::to_string(launcher.pid()) + "/maps");
+    Background::Result r = launcher.finish(20);
+    EXPECT_EQ(r.status, 7) << name << "\n" << r.err;
+    EXPECT_EQ(text::contains(maps, "/libgtk-3.so"), loadsGtk) << name;
+    EXPECT_FALSE(text::contains(maps, "/libGL") || text::contains(maps, "_dri.so")) << name;
+  }
+}
+
 TEST_F(Window, MissingRuntimeLeavesAnAlertThatOutlivesTheLauncher) {
   std::string app = bundle({{"bwk.minVersion", "99"},
                             {"JavaVM", PlistValue(PlistDict{{"MainClass", "demo.Main"}, {"SearchSequence", stringArray({"R" + tmp / "none"})}})}});
@@ -164,6 +194,42 @@ TEST_F(Window, MissingRuntimeLeavesAnAlertThatOutlivesTheLauncher) {
   EXPECT_NE(pid, launcher.pid());
   EXPECT_EQ(::getsid(pid), pid) << "the alert runs in a session of its own";
   ::kill(pid, SIGTERM);
+}
+
+// The archive is extracted behind the window; the runtime that runs is the installed one.
+TEST_F(Window, SwingProgramRunsThroughTheWindowPath) {
+  const std::string jdk = "/usr/lib/jvm/java-17-openjdk-amd64";
+  if (!fs::exists(jdk + "/lib/libawt_xawt.so") || !fs::exists(jdk + "/bin/javac")) GTEST_SKIP() << "no OpenJDK 17 with AWT";
+  std::string app = bundle({{"JavaVM", PlistValue(PlistDict{{"MainClass", "SwingCheck"},
+                                                            {"ClassPath", "${launcher:sys.appRootDir}/classes"},
+                                                            {"VMOptionArray", stringArray({"-jvm=" + jdk})}})}});
+  writeFile(tmp / "junk/Contents/placeholder", "x");
+  writeFile(tmp / "src/SwingCheck.java", R"(
+import javax.swing.*;
+public class SwingCheck {
+  public static void main(String[] args) throws Exception {
+    UIManager.setLookAndFeel("com.sun.java.swing.plaf.gtk.GTKLookAndFeel");
+    SwingUtilities.invokeAndWait(() -> {
+      JFrame frame = new JFrame("Swing check");
+      frame.add(new JFileChooser());
+      frame.pack();
+      frame.setVisible(true);
+    });
+    Thread.sleep(2500);
+    System.out.println("look and feel " + UIManager.getLookAndFeel().getID());
+    System.exit(Integer.parseInt(args[0]));
+  }
+}
+)");
+  RunResult made = shell("mkdir -p " + app + "/Contents/Resources/app && tar czf " + app + "/Contents/Resources/app/jre.tar.gz -C " +
+                         tmp / "junk Contents && " + jdk + "/bin/javac -d " + app + "/Contents/Resources/app/classes " + tmp / "src/SwingCheck.java");
+  ASSERT_EQ(made.status, 0) << made.err;
+  Background launcher({app + "/Contents/MacOS/Slowpoke", "23"}, env({"BRACKWOOD_LOG=yes"}));
+  EXPECT_FALSE(x.waitForWindow("^Swing check$", 60).empty()) << "the Swing window did not appear";
+  Background::Result r = launcher.finish(90);
+  EXPECT_EQ(r.status, 23) << r.err;
+  EXPECT_TRUE(text::contains(r.out, "look and feel GTK")) << r.out << r.err;
+  EXPECT_TRUE(text::contains(r.err, "app finished launching")) << "the window path was not taken";
 }
 
 }  // namespace
