@@ -372,40 +372,32 @@ TEST(TextPropertyList, FilesInEveryEncoding) {
   }
 }
 
-TEST(TextPropertyList, MalformedInput) {
-  const std::pair<const char*, const char*> cases[] = {
-      {"{ a = \"open; }", "unterminated quoted string"},
-      {"{ a = b }", "missing ';'"},
-      {"{ a = b;", "missing '}'"},
-      {"{ a b; }", "expected '='"},
-      {"( a b )", "expected ','"},
-      {"( a, ", "unexpected end"},
-      {"/* open", "unterminated comment"},
-      {"{ a = <0g>; }", "bad character in <data>"},
-      {"{ a = <012>; }", "odd number"},
-      {"{ a = <01", "unterminated <data>"},
-      {"{ = b; }", "unexpected '='"},
-      {"{ a = b; } extra", "after the value"},
-      {"\"k\" = \"v\"", "missing ';'"},
-      {"\"k\" = \"v\\U\";", "without hexadecimal"},
-      {"{ a = b;\n  c d; }", "line 2"},
+TEST(TextPropertyList, ShortInputs) {
+  const ReadCase cases[] = {
+      {"nothing", "", nullptr, PlistDict{}},
+      {"blanks", "  \n", nullptr, PlistDict{}},
+      {"comments only", "/* nothing */ // here", nullptr, PlistDict{}},
+      {"invalid UTF-8 is read as Latin-1", "k = \"caf\xE9\";", nullptr, PlistDict{{"k", "café"}}},
+      {"open quote", "{ a = \"open; }", "unterminated quoted string"},
+      {"no semicolon", "{ a = b }", "missing ';'"},
+      {"no brace", "{ a = b;", "missing '}'"},
+      {"no equals", "{ a b; }", "expected '='"},
+      {"no comma", "( a b )", "expected ','"},
+      {"open array", "( a, ", "unexpected end"},
+      {"open comment", "/* open", "unterminated comment"},
+      {"bad data digit", "{ a = <0g>; }", "bad character in <data>"},
+      {"odd data digits", "{ a = <012>; }", "odd number"},
+      {"open data", "{ a = <01", "unterminated <data>"},
+      {"no key", "{ = b; }", "unexpected '='"},
+      {"trailing text", "{ a = b; } extra", "after the value"},
+      {"strings table without semicolon", "\"k\" = \"v\"", "missing ';'"},
+      {"\\U without digits", "\"k\" = \"v\\U\";", "without hexadecimal"},
+      {"errors carry the line", "{ a = b;\n  c d; }", "line 2"},
   };
-  for (const auto& [source, part] : cases) {
+  for (const ReadCase& c : cases) {
     std::string error;
-    EXPECT_FALSE(readTextPropertyList(source, &error)) << source;
-    EXPECT_NE(error.find(part), std::string::npos) << source << " -> " << error;
-  }
-}
-
-TEST(TextPropertyList, EmptyTablesAndLatin1Fallback) {
-  const std::pair<const char*, PlistValue> cases[] = {
-      {"", PlistDict{}}, {"  \n", PlistDict{}}, {"/* nothing */ // here", PlistDict{}},
-      {"k = \"caf\xE9\";", PlistDict{{"k", "café"}}},  // invalid UTF-8 is read as Latin-1
-  };
-  for (const auto& [source, expected] : cases) {
-    std::optional<PlistValue> value = readTextPropertyList(source, nullptr);
-    ASSERT_TRUE(value) << source;
-    EXPECT_EQ(*value, expected) << source;
+    std::optional<PlistValue> value = readTextPropertyList(c.input, &error);
+    expectOutcome(c, value, error);
   }
 }
 
