@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdio>
 #include <cstdlib>
 #include <stdexcept>
 
@@ -76,5 +77,21 @@ std::string tempDirectory(const std::string& prefix) {
 }
 
 int shell(const std::string& command) { return std::system(command.c_str()); }
+
+std::string jlinkRuntimeArchive(const std::string& cache, const std::string& jdk) {
+  std::string archive = cache + "/runtime.tar.gz";
+  if (::access(archive.c_str(), R_OK) == 0) return archive;
+  std::string stage = cache + "/stage";
+  std::string command = "set -e; rm -rf '" + stage + "'; mkdir -p '" + cache + "'; '" + jdk +
+                        "/bin/jlink' --add-modules java.base,java.desktop --strip-debug --no-header-files"
+                        " --no-man-pages --output '" + stage + "/Contents/Home'; tar -C '" + stage +
+                        "' --format=gnu -cf - Contents | gzip -6 > '" + archive + ".part'; mv '" + archive +
+                        ".part' '" + archive + "'; rm -rf '" + stage + "'";
+  if (shell(command) != 0) {
+    std::fprintf(stderr, "cannot build the runtime archive in %s\n", cache.c_str());
+    std::exit(1);
+  }
+  return archive;
+}
 
 }  // namespace bwk::bench

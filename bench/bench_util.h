@@ -27,5 +27,9 @@ Sample runMeasured(const std::vector<std::string>& argv, const std::string& outp
 double median(std::vector<double> values);
 std::string tempDirectory(const std::string& prefix);
 int shell(const std::string& command);
+// A jlink image of the runtime at `jdk` (java.base and java.desktop) laid out as a runtime
+// bundle (Contents/Home/...), packed with GNU tar and gzip -6 as <cache>/runtime.tar.gz.
+// Built once and kept; ends the program when it cannot be built.
+std::string jlinkRuntimeArchive(const std::string& cache, const std::string& jdk);
 
 }  // namespace bwk::bench

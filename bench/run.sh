@@ -8,4 +8,5 @@ cmake --preset default >/dev/null
 cmake --build --preset default
 build/bin/startup_bench build/bin/brackwood-launcher build/demo/Hello.app/Contents/Resources/app/lib/hello.jar
 build/bin/untar_bench 21
-build/bin/window_bench build/bin/brackwood-launcher build/fake_jli/libjli.so 20
+build/bin/window_bench build/bin/brackwood-launcher build/fake_jli/libjli.so build/demo/Hello.app/Contents/Resources/app/lib/hello.jar /usr/lib/jvm/java-17-openjdk-amd64 30
+build/bin/runtime_cache_bench build/bin/brackwood-launcher /usr/lib/jvm/java-17-openjdk-amd64 20

@@ -1,15 +1,29 @@
-// Cost of the window front end: time from start to the progress window being mapped on an
-// X server, and the whole run of a launch (a recording stand-in runtime) with the window,
-// without a display, and where the display or GTK cannot be used.
+// What a graphical session costs, on a private X server.
+//
+// 1. A bundle without a runtime archive (nothing to show) started through the launcher, with
+//    "bwk.initialProgress" false and with it left out, against the runtime's own bin/java
+//    with the same options: a real JVM runs Hello, interleaved run by run, median of the
+//    per-round ratios and peak RSS.
+// 2. The progress window's cost: a bundle with a small runtime archive (a recording stand-in
+//    runtime) started with the window and with "bwk.initialProgress" false, interleaved: the
+//    whole run, the time until the window is mapped, peak RSS.
+// 3. The same bundle where no window can be had: no display, a display that cannot be
+//    opened, GTK unusable.
+//
+// Usage: window_bench [launcher] [fake libjli] [hello.jar] [jdk] [rounds]
 #include <X11/Xlib.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -36,11 +50,13 @@ std::string startXvfb(pid_t& pid) {
   return number.empty() ? "" : ":" + number;
 }
 
+// This process's environment less the debug log and the display, with `changes` applied
+// ("NAME=value" sets, "NAME" removes).
 std::vector<std::string> environmentWith(const std::vector<std::string>& changes) {
   std::vector<std::string> env;
   for (char** e = environ; *e; ++e) {
     std::string entry = *e, name = entry.substr(0, entry.find('='));
-    bool changed = name == "BRACKWOOD_LOG";
+    bool changed = name == "BRACKWOOD_LOG" || name == "DISPLAY" || name == "WAYLAND_DISPLAY";
     for (const std::string& c : changes) changed |= c.substr(0, c.find('=')) == name;
     if (!changed) env.push_back(entry);
   }
@@ -49,32 +65,77 @@ std::vector<std::string> environmentWith(const std::vector<std::string>& changes
   return env;
 }
 
-// Seconds from the start to the first top-level window mapped, and to the process's end.
-bool timeWindow(Display* x, const std::string& executable, const std::vector<std::string>& env, double& toMap, double& toExit) {
+std::string plist(const std::string& body) {
+  return "<?xml version=\"1.0\"?><plist version=\"1.0\"><dict><key>CFBundleName</key><string>Bench</string>" + body +
+         "</dict></plist>";
+}
+const std::string kHidden = "<key>bwk.initialProgress</key><false/>";
+
+// A bundle Name.app with `info` as its Info.plist; the executable's path.
+std::string makeBundle(const std::string& dir, const std::string& name, const std::string& launcher,
+                       const std::string& info) {
+  std::string app = dir + "/" + name + ".app";
+  if (shell("mkdir -p '" + app + "/Contents/MacOS' '" + app + "/Contents/Resources/app' && cp '" + launcher + "' '" + app +
+            "/Contents/MacOS/" + name + "' && printf '%s' '" + info + "' > '" + app + "/Contents/Info.plist'") != 0) {
+    std::fprintf(stderr, "cannot make %s\n", app.c_str());
+    std::exit(1);
+  }
+  return app + "/Contents/MacOS/" + name;
+}
+
+// One run with the X server watched: seconds from the start to the first top-level window
+// mapped (-1 when none was), to the process's end, and its peak RSS.
+struct WatchedRun {
+  double toMap = -1;
+  Sample sample;
+};
+WatchedRun watchedRun(Display* x, const std::string& executable, const std::vector<std::string>& env) {
   while (XPending(x)) {
     XEvent ignored;
     XNextEvent(x, &ignored);
   }
+  WatchedRun run;
   Clock::time_point start = Clock::now();
   pid_t pid = startProcess({executable}, "", env);
-  if (pid < 0) return false;
-  toMap = -1;
+  if (pid < 0) return run;
   int fd = ConnectionNumber(x);
-  while (toMap < 0 && std::chrono::duration<double>(Clock::now() - start).count() < 10) {
-    if (!XPending(x)) {
-      pollfd p{fd, POLLIN, 0};
-      poll(&p, 1, 50);
-      continue;
-    }
-    XEvent event;
-    XNextEvent(x, &event);
-    if (event.type == MapNotify && !event.xmap.override_redirect)
-      toMap = std::chrono::duration<double>(Clock::now() - start).count();
-  }
   int status = 0;
-  waitpid(pid, &status, 0);
-  toExit = std::chrono::duration<double>(Clock::now() - start).count();
-  return toMap >= 0 && WIFEXITED(status) && WEXITSTATUS(status) == 7;
+  struct rusage usage {};
+  for (;;) {
+    pid_t done = wait4(pid, &status, WNOHANG, &usage);
+    while (run.toMap < 0 && XPending(x)) {
+      XEvent event;
+      XNextEvent(x, &event);
+      if (event.type == MapNotify && !event.xmap.override_redirect)
+        run.toMap = std::chrono::duration<double>(Clock::now() - start).count();
+    }
+    if (done == pid) break;
+    pollfd p{fd, POLLIN, 0};
+    poll(&p, 1, 1);
+  }
+  run.sample.seconds = std::chrono::duration<double>(Clock::now() - start).count();
+  run.sample.maxRssKb = usage.ru_maxrss;
+  run.sample.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  return run;
+}
+
+double ms(double seconds) { return seconds * 1e3; }
+double mb(long kb) { return static_cast<double>(kb) / 1024.0; }
+
+// Medians of a contestant's runs.
+struct Runs {
+  std::vector<double> seconds, toMap;
+  long maxRssKb = 0;
+  void add(const Sample& s, double mapped = -1) {
+    seconds.push_back(s.seconds);
+    if (mapped >= 0) toMap.push_back(mapped);
+    maxRssKb = std::max(maxRssKb, s.maxRssKb);
+  }
+};
+std::vector<double> ratios(const Runs& a, const Runs& b) {
+  std::vector<double> r;
+  for (size_t i = 0; i < a.seconds.size() && i < b.seconds.size(); ++i) r.push_back(a.seconds[i] / b.seconds[i]);
+  return r;
 }
 
 }  // namespace
@@ -82,21 +143,38 @@ bool timeWindow(Display* x, const std::string& executable, const std::vector<std
 int main(int argc, char** argv) {
   std::string launcher = argc > 1 ? argv[1] : "build/bin/brackwood-launcher";
   std::string fakeJli = argc > 2 ? argv[2] : "build/fake_jli/libjli.so";
-  int runs = argc > 3 ? std::atoi(argv[3]) : 20;
+  std::string jar = argc > 3 ? argv[3] : "build/demo/Hello.app/Contents/Resources/app/lib/hello.jar";
+  std::string jdk = argc > 4 ? argv[4] : "/usr/lib/jvm/java-17-openjdk-amd64";
+  int rounds = argc > 5 ? std::atoi(argv[5]) : 30;
+  // The bundles are laid out from another directory: every path must be absolute.
+  for (std::string* file : {&launcher, &fakeJli, &jar}) {
+    char resolved[PATH_MAX];
+    if (!realpath(file->c_str(), resolved)) {
+      std::fprintf(stderr, "no %s: build the project first\n", file->c_str());
+      return 1;
+    }
+    *file = resolved;
+  }
 
   std::string dir = tempDirectory("bwk-window");
-  std::string app = dir + "/Bench.app";
-  std::string info = "<?xml version=\"1.0\"?><plist version=\"1.0\"><dict><key>CFBundleName</key><string>Bench</string>"
-                     "<key>JavaVM</key><dict><key>MainClass</key><string>Main</string>"
-                     "<key>SearchSequence</key><array><string>R" + dir + "/jdk</string></array></dict></dict></plist>";
-  if (shell("mkdir -p '" + app + "/Contents/MacOS' '" + dir + "/jdk/lib' '" + dir + "/nogtk' && cp '" + launcher + "' '" + app +
-            "/Contents/MacOS/Bench' && printf '%s' '" + info + "' > '" + app + "/Contents/Info.plist' && cp '" + fakeJli + "' '" +
-            dir + "/jdk/lib/libjli.so' && cp '" + fakeJli + "' '" + dir + "/nogtk/libgtk-3.so.0' && echo 'JAVA_VERSION=\"17.0.2\"' > '" +
-            dir + "/jdk/release'") != 0) {
-    std::fprintf(stderr, "cannot make the bundle\n");
+  // Part 1: Hello on the real runtime, nothing to unpack.
+  std::string javaVM = "<key>JavaVM</key><dict><key>MainClass</key><string>Hello</string><key>ClassPath</key><string>" + jar +
+                       "</string><key>SearchSequence</key><array><string>R" + jdk + "</string></array></dict>";
+  std::string helloHidden = makeBundle(dir, "HelloHidden", launcher, plist(kHidden + javaVM));
+  std::string helloDefault = makeBundle(dir, "HelloDefault", launcher, plist(javaVM));
+  std::vector<std::string> viaJava{jdk + "/bin/java", "-Dfenmo.moduleName=" + dir + "/HelloHidden.app",
+                                   "-Djava.class.path=" + jar, "-Dbwk.jreBundle=" + jdk, "Hello"};
+  // Part 2: a stand-in runtime packed as the bundle's archive.
+  std::string fakeVM = "<key>JavaVM</key><dict><key>MainClass</key><string>Main</string></dict>";
+  std::string shown = makeBundle(dir, "Shown", launcher, plist(fakeVM));
+  std::string hidden = makeBundle(dir, "Hidden", launcher, plist(kHidden + fakeVM));
+  if (shell("set -e; cd '" + dir + "'; mkdir -p rt/Contents/Home/lib nogtk; cp '" + fakeJli +
+            "' rt/Contents/Home/lib/libjli.so; echo 'JAVA_VERSION=\"17.0.2\"' > rt/Contents/Home/release; "
+            "tar -C rt -czf jre.tar.gz Contents; for b in Shown Hidden; do cp jre.tar.gz $b.app/Contents/Resources/app/; done; "
+            "cp '" + fakeJli + "' nogtk/libgtk-3.so.0") != 0) {
+    std::fprintf(stderr, "cannot pack the stand-in runtime\n");
     return 1;
   }
-  std::string executable = app + "/Contents/MacOS/Bench";
 
   pid_t xvfb = -1;
   std::string display = startXvfb(xvfb);
@@ -106,46 +184,78 @@ int main(int argc, char** argv) {
     return 1;
   }
   XSelectInput(x, DefaultRootWindow(x), SubstructureNotifyMask);
+  std::vector<std::string> graphical = environmentWith({"DISPLAY=" + display, "FAKE_JLI_STATUS=7"});
 
-  std::vector<std::string> withWindow = environmentWith({"DISPLAY=" + display, "FAKE_JLI_STATUS=7"});
-  std::vector<double> mapTimes, windowRuns;
-  for (int i = 0; i < runs + 2; ++i) {
-    double toMap = 0, toExit = 0;
-    if (!timeWindow(x, executable, withWindow, toMap, toExit)) {
-      std::fprintf(stderr, "the window did not appear or the launch failed\n");
+  // Two rounds first warm the page cache, the class-data archive, fonts and GTK's modules.
+  // Each round starts with another contestant, so that none always follows the same one.
+  Runs java, viaHidden, viaDefault, windowShown, windowHidden;
+  for (int round = -2; round < rounds; ++round) {
+    bool keep = round >= 0;
+    Sample j, h, d;
+    WatchedRun s, n;
+    std::vector<std::function<void()>> turns = {
+        [&] { j = runMeasured(viaJava, "", graphical); },
+        [&] { h = runMeasured({helloHidden}, "", graphical); },
+        [&] { d = runMeasured({helloDefault}, "", graphical); },
+        [&] { s = watchedRun(x, shown, graphical); },
+        [&] { n = watchedRun(x, hidden, graphical); },
+    };
+    for (size_t i = 0; i < turns.size(); ++i) turns[(i + static_cast<size_t>(round + 2)) % turns.size()]();
+    if (j.status != 0 || h.status != 0 || d.status != 0 || s.sample.status != 7 || n.sample.status != 7 || s.toMap < 0 ||
+        n.toMap >= 0) {
+      std::fprintf(stderr, "a run failed: java %d, launcher %d and %d, window %d (mapped %s), hidden %d (mapped %s)\n", j.status,
+                   h.status, d.status, s.sample.status, s.toMap < 0 ? "no" : "yes", n.sample.status, n.toMap < 0 ? "no" : "yes");
       return 1;
     }
-    if (i >= 2) {  // the first runs warm the caches (fonts, GTK's modules)
-      mapTimes.push_back(toMap);
-      windowRuns.push_back(toExit);
-    }
+    if (!keep) continue;
+    java.add(j);
+    viaHidden.add(h);
+    viaDefault.add(d);
+    windowShown.add(s.sample, s.toMap);
+    windowHidden.add(n.sample);
   }
+
+  std::printf("graphical session on a private Xvfb, %d interleaved rounds (medians)\n", rounds);
+  std::printf("bundle without a runtime archive, Hello on %s:\n", jdk.c_str());
+  std::printf("  %-44s %7.1f ms  peak RSS %6.1f MB\n", "bin/java", ms(median(java.seconds)), mb(java.maxRssKb));
+  for (auto [name, runs] : {std::pair<const char*, const Runs*>{"launcher, bwk.initialProgress false", &viaHidden},
+                            {"launcher, bwk.initialProgress left out", &viaDefault}})
+    std::printf("  %-44s %7.1f ms  peak RSS %6.1f MB  ratio to bin/java %.3f\n", name, ms(median(runs->seconds)),
+                mb(runs->maxRssKb), median(ratios(*runs, java)));
+  std::vector<double> extra;
+  for (size_t i = 0; i < windowShown.seconds.size(); ++i) extra.push_back(windowShown.seconds[i] - windowHidden.seconds[i]);
+  std::printf("the progress window's cost (a small runtime archive, stand-in runtime):\n");
+  std::printf("  %-44s %7.1f ms  peak RSS %6.1f MB\n", "whole run, bwk.initialProgress false", ms(median(windowHidden.seconds)),
+              mb(windowHidden.maxRssKb));
+  std::printf("  %-44s %7.1f ms  peak RSS %6.1f MB  window mapped after %.1f ms\n", "whole run, window shown",
+              ms(median(windowShown.seconds)), mb(windowShown.maxRssKb), ms(median(windowShown.toMap)));
+  std::printf("  %-44s %7.1f ms  (per-round ratio %.3f)\n", "window's cost, median per round", ms(median(extra)),
+              median(ratios(windowShown, windowHidden)));
 
   struct Variant {
     const char* name;
     std::vector<std::string> changes;
   };
   const std::vector<Variant> variants = {
-      {"no display (command-line mode)", {"DISPLAY", "WAYLAND_DISPLAY"}},
+      {"no display (command-line mode)", {}},
       {"display cannot be opened", {"DISPLAY=:4242"}},
       {"GTK unusable", {"DISPLAY=" + display, "LD_LIBRARY_PATH=" + dir + "/nogtk"}},
   };
-  std::printf("window front end, %d runs each (median)\n", runs);
-  std::printf("  %-42s %7.1f ms\n", "start to window mapped", median(mapTimes) * 1000);
-  std::printf("  %-42s %7.1f ms\n", "whole run, window path", median(windowRuns) * 1000);
+  std::printf("the same archive where no window can be had:\n");
   for (const Variant& v : variants) {
     std::vector<std::string> env = environmentWith(v.changes);
     env.push_back("FAKE_JLI_STATUS=7");
-    std::vector<double> times;
-    for (int i = 0; i < runs + 2; ++i) {
-      Sample s = runMeasured({executable}, "", env);
+    Runs runs;
+    for (int i = -2; i < rounds; ++i) {
+      Sample s = runMeasured({shown}, "", env);
       if (s.status != 7) {
         std::fprintf(stderr, "%s: status %d\n", v.name, s.status);
         return 1;
       }
-      if (i >= 2) times.push_back(s.seconds);
+      if (i >= 0) runs.add(s);
     }
-    std::printf("  %-42s %7.1f ms\n", (std::string("whole run, ") + v.name).c_str(), median(times) * 1000);
+    std::printf("  %-44s %7.1f ms  peak RSS %6.1f MB\n", (std::string("whole run, ") + v.name).c_str(),
+                ms(median(runs.seconds)), mb(runs.maxRssKb));
   }
   XCloseDisplay(x);
   kill(xvfb, SIGTERM);

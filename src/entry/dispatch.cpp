@@ -33,10 +33,10 @@ namespace {
 
 // Command-line mode: the worker on the main thread, no event loop. The worker ends the
 // process; an exception it lets through is logged.
-int runCommandLineMode(const Bundle& bundle, std::vector<std::string> arguments) {
+int runCommandLineMode(AppDelegate& delegate) {
   BWK_DLOG("%s [Line %d] cli mode");
   try {
-    AppDelegate delegate(bundle, std::move(arguments), true);
+    delegate.useCommandLineMode();
     BWK_DLOG("%s [Line %d] app delegate %p", static_cast<const void*>(&delegate));
     delegate.worker();
   } catch (const PlatformException& e) {
@@ -81,15 +81,15 @@ int processMain(int argc, char** argv) {
   }
   // What killed processes left in the temporary directory goes, without holding up this start.
   removeAbandonedTemporaryDirectories();
-  // The bundle outlives every thread that reads it: the worker ends the process with exit,
-  // which does not unwind this frame.
+  // The bundle and the delegate outlive every thread that reads them: the worker ends the
+  // process with exit, which does not unwind this frame.
   const Bundle bundle(platform::mainBundlePath());
-  std::vector<std::string> arguments(argv, argv + argc);
+  AppDelegate delegate(bundle, std::vector<std::string>(argv, argv + argc), false);
   // A splash screen needs the application loop.
   if (splash || !commandLine) {
-    if (std::optional<int> status = runApplication(bundle, arguments)) return *status;
+    if (std::optional<int> status = runApplication(delegate)) return *status;
   }
-  return runCommandLineMode(bundle, std::move(arguments));
+  return runCommandLineMode(delegate);
 }
 
 }  // namespace bwk

@@ -75,6 +75,39 @@ std::string AppDelegate::getJreLocation(const std::string& bundle) {
 
 void AppDelegate::cancel() { cancelled = true; }
 
+const std::optional<std::string>& AppDelegate::archive() {
+  if (!archive_) {
+    std::string archive = path::append(bundle_.resourcePath(), "app/jre.tar.gz");
+    archive_ = fs::exists(archive) ? std::optional<std::string>(archive) : std::nullopt;
+  }
+  return *archive_;
+}
+
+std::optional<RuntimeCache>& AppDelegate::cache() {
+  if (!cache_) {
+    cache_.emplace();
+    const PlistValue& info = bundle_.infoDictionary();
+    if (archive() && info.boolean("bwk.reuseUnpackedRuntime").value_or(false)) {
+      OptionalString name = info.string("CFBundleIdentifier");
+      if (!name || name->empty()) name = info.string("CFBundleName");
+      *cache_ = RuntimeCache::open(*archive(), name);
+    }
+  }
+  return *cache_;
+}
+
+bool AppDelegate::showsWindow() {
+  if (!showsWindow_) {
+    showsWindow_ = archive() && !(cache() && cache()->found());
+    std::optional<bool> initialProgress = bundle_.infoDictionary().boolean("bwk.initialProgress");
+    if (*showsWindow_ && initialProgress && !*initialProgress) {
+      BWK_DLOG("%s [Line %d] hiding progress window");
+      showsWindow_ = false;
+    }
+  }
+  return *showsWindow_;
+}
+
 void AppDelegate::checkCancelled() const {
   if (int signal = pendingSignal) throw InstallationCancelled(signal);
   if (cancelled) throw InstallationCancelled();
@@ -94,7 +127,8 @@ std::optional<std::string> AppDelegate::handleTar(const std::string& archive, co
     if (window) window->setProgress(percent * 0.7);
   };
   int destinationError = 0;
-  if (!bundle || !UnTar::untar(archive, *bundle, size, &extraction, &destinationError))
+  extracted_ = bundle && UnTar::untar(archive, *bundle, size, &extraction, &destinationError);
+  if (!extracted_)
     BWK_SYSLOG("%s [Line %d] WARNING: errors occurred while unpacking bundled JRE");
   BWK_DLOG("%s [Line %d] jre destination %@", bundle);
   checkCancelled();
@@ -124,20 +158,42 @@ std::optional<std::string> AppDelegate::handleTar(const std::string& archive, co
   return bundle;
 }
 
+std::optional<std::string> AppDelegate::installRuntime(const std::string& archive, const LaunchContext& context) {
+  std::optional<RuntimeCache>& cache = this->cache();
+  if (cache && cache->found()) return cache->found();
+  // A new entry is extracted beside the others, and becomes one only when complete; until
+  // then it is this process's temporary directory, removed on every way out.
+  bool staged = false;
+  if (cache) {
+    tempDir = cache->makeStaging();
+    staged = tempDir.has_value();
+  }
+  std::optional<std::string> bundle = handleTar(archive, context);
+  if (!staged) return bundle;
+  if (!extracted_) {
+    BWK_DLOG("%s [Line %d] runtime cache not made (errors while unpacking): %@ is removed at exit", tempDir);
+    return bundle;
+  }
+  if (std::optional<std::string> kept = cache->keep(*tempDir)) {
+    tempDir.reset();  // the exit cleanup never removes an entry
+    return kept;
+  }
+  return bundle;
+}
+
 void AppDelegate::worker() {
   tempDir.reset();
   cancelled = false;
   BWK_DLOG("%s [Line %d] worker started");
-  std::string archive = path::append(bundle_.resourcePath(), "app/jre.tar.gz");
   const LaunchContext context = LaunchContext::forBundle(bundle_, arguments_, commandLineMode_);
   Launcher launcher(context);
   int code = 1;
   try {
     {
       InstallationSignals signals;
-      if (fs::exists(archive)) {
-        std::optional<std::string> bundle = handleTar(archive, context);
-        launcher.setInstallerJreBundle(bundle, tempDir ? OptionalString(archive) : std::nullopt);
+      if (const std::optional<std::string>& archive = this->archive()) {
+        std::optional<std::string> bundle = installRuntime(*archive, context);
+        launcher.setInstallerJreBundle(bundle, bundle ? archive : std::nullopt);
       }
       if (window) {
         window->beginLaunch();

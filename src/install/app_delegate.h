@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "base/bundle.h"
+#include "install/runtime_cache.h"
 #include "launcher/launch_context.h"
 
 namespace bwk {
@@ -34,11 +35,23 @@ class AppDelegate {
   AppDelegate(const Bundle& bundle, std::vector<std::string> arguments, bool commandLineMode)
       : bundle_(bundle), arguments_(std::move(arguments)), commandLineMode_(commandLineMode) {}
 
+  const Bundle& bundle() const { return bundle_; }
+  const std::vector<std::string>& arguments() const { return arguments_; }
+  // No window after all (the front end could not start): errors go to standard error.
+  void useCommandLineMode() { commandLineMode_ = true; }
+
+  // Whether this start has something to show in the progress window: a runtime archive is
+  // to be extracted (it is not in the cache of unpacked runtimes) and "bwk.initialProgress"
+  // is not false. Decided once, before any front end is loaded, so that a start without a
+  // window costs nothing of one.
+  bool showsWindow();
+
   // Installs the bundled runtime if there is one, then loads and launches; ends the process
   // with the launch's status (1 after a cancellation or an internal error).
   [[noreturn]] void worker();
-  // Extracts and unpacks the archive; returns the extracted "jre.bundle" directory, absent
-  // when no temporary directory could be made. Ends the process when unpack200 fails.
+  // Extracts and unpacks the archive into `tempDir` (made when unset); returns the extracted
+  // "jre.bundle" directory, absent when no temporary directory could be made. Ends the
+  // process when unpack200 fails.
   std::optional<std::string> handleTar(const std::string& archive, const LaunchContext& context);
   // bundle/Contents/Home/jre when that exists, else bundle/Contents/Home.
   static std::string getJreLocation(const std::string& bundle);
@@ -56,9 +69,23 @@ class AppDelegate {
   // Throws InstallationCancelled when the user cancelled or a termination signal came.
   void checkCancelled() const;
 
+  // The bundle's runtime archive, when there is one; looked for once.
+  const std::optional<std::string>& archive();
+  // The cache of unpacked runtimes, when the bundle asks for it ("bwk.reuseUnpackedRuntime")
+  // and it can be used here; opened once.
+  std::optional<RuntimeCache>& cache();
+  // The runtime to launch: the cache's entry, or the archive extracted (into a new entry or
+  // the temporary directory). Absent when there was no place to extract to.
+  std::optional<std::string> installRuntime(const std::string& archive, const LaunchContext& context);
+
   const Bundle& bundle_;
   std::vector<std::string> arguments_;
   bool commandLineMode_;
+  std::optional<std::optional<std::string>> archive_;
+  std::optional<std::optional<RuntimeCache>> cache_;
+  // The last extraction read the whole archive without an error.
+  bool extracted_ = false;
+  std::optional<bool> showsWindow_;
 };
 
 }  // namespace bwk

@@ -69,8 +69,16 @@ void awaitRemoval() {
 
 }  // namespace
 
-std::optional<std::string> createTemporaryDirectory() {
-  std::string dir = path::append(platform::temporaryDirectory(), platform::globallyUniqueString());
+std::optional<std::string> createTemporaryDirectory() { return createMarkedDirectory(platform::temporaryDirectory(), ""); }
+
+bool isAbandoned(const std::string& directory) {
+  if (!isPrivateDirectory(directory)) return false;
+  std::optional<Owner> owner = readMark(directory);
+  return owner && ownerIsGone(*owner);
+}
+
+std::optional<std::string> createMarkedDirectory(const std::string& parent, const std::string& prefix) {
+  std::string dir = path::append(parent, prefix + platform::globallyUniqueString());
   // Only this user may look into the runtime that is about to run.
   if (::mkdir(dir.c_str(), 0700) != 0) return std::nullopt;
   std::optional<unsigned long long> started = platform::processStartTime(::getpid());

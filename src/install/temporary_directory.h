@@ -13,6 +13,11 @@ inline constexpr const char* kOwnerMarkName = ".brackwood-owner";
 // A new directory (mode 0700) with the mark of this process; absent when it cannot be made
 // (TMPDIR missing or not writable).
 std::optional<std::string> createTemporaryDirectory();
+// The same in `parent`, named `prefix` and a unique part.
+std::optional<std::string> createMarkedDirectory(const std::string& parent, const std::string& prefix);
+// Whether `directory` is a private directory of this user whose mark names a process that
+// has ended.
+bool isAbandoned(const std::string& directory);
 
 // Removes a directory made above, the mark last: a removal cut short leaves a directory that
 // a later start still recognises.

@@ -25,6 +25,7 @@ constexpr ConfigurationKey kKeys[] = {
     {"bwk.service", TopLevel, String},
     {"bwk.initialProgress", TopLevel, Boolean},
     {"bwk.jreUncompressedSize", TopLevel, Number},
+    {"bwk.reuseUnpackedRuntime", TopLevel, Boolean},
     {"JavaVM", TopLevel, Dictionary},
     {"MainClass", JavaVM, String},
     {"ClassPath", JavaVM, String},

@@ -14,6 +14,10 @@ namespace bwk::platform {
 std::string homeDirectory();
 // TMPDIR when set and not empty, else "/tmp/"; always with a trailing "/".
 std::string temporaryDirectory();
+// Where the launcher keeps data of the user's that can be made again: on Linux
+// ${XDG_CACHE_HOME:-~/.cache}/brackwood (a relative XDG_CACHE_HOME is ignored), on macOS
+// ~/Library/Caches. No trailing "/". May not exist yet.
+std::string userCacheDirectory();
 // The running executable's path, links resolved and standardised; absent when unknown.
 std::optional<std::string> executablePath();
 // The process environment, in the order the C library holds it.
@@ -29,6 +33,18 @@ std::string globallyUniqueString();
 // answer of this function); absent when there is no such process. With the process id it
 // names a process uniquely: ids are reused, start times of the same id are not.
 std::optional<unsigned long long> processStartTime(int pid);
+
+// What changes whenever the content of a file may have changed. Every write changes the
+// status-change time, which no program can set back.
+struct FileStamp {
+  // Device, inode, size, and modification and status-change times to the nanosecond, as
+  // one text to compare.
+  std::string identity;
+  // The later of the two times, in seconds since the epoch.
+  long long lastChange = 0;
+};
+// The stamp of the file at `path` (links followed); absent when it cannot be looked at.
+std::optional<FileStamp> fileStamp(const std::string& path);
 
 // --- bundles and session -----------------------------------------------------------------
 // The main bundle's directory: "<B>.app" when the executable is "<B>.app/Contents/MacOS/x",

@@ -211,6 +211,40 @@ TEST_F(Window, WithoutUsableDisplayOrGtkTheSameBundleRunsInCommandLineMode) {
   }
 }
 
+// GTK is loaded only by a start that shows the window, and then without a GL driver. The
+// stand-in runtime holds the process while its mappings are read.
+TEST_F(Window, OnlyAStartThatShowsTheWindowLoadsGtk) {
+  std::string gz = runtimeArchive(1);
+  struct Case {
+    const char* name;
+    bool archive;
+    std::optional<bool> initialProgress;
+    bool loadsGtk;
+  };
+  const Case cases[] = {
+      {"no archive", false, std::nullopt, false},
+      {"archive, window hidden", true, false, false},
+      {"archive, window shown", true, std::nullopt, true},
+  };
+  for (const Case& c : cases) {
+    std::filesystem::remove_all(tmp / "Slowpoke.app");
+    std::filesystem::remove(record);
+    PlistDict extra;
+    if (c.initialProgress) extra["bwk.initialProgress"] = *c.initialProgress;
+    std::string app = bundle(extra);
+    if (c.archive) writeFile(app + "/Contents/Resources/app/jre.tar.gz", gz);
+    else makeFakeRuntime(app + "/Contents/Resources/jre.bundle", "17.0.2", "bundle");
+    Background launcher({app + "/Contents/MacOS/Slowpoke"}, env({"FAKE_JLI_SLEEP_MS=3000"}));
+    while (!fs::exists(record) && secondsSince(launcher.started()) < 20) std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    std::string maps = readFile("/proc/" + std::to_string(launcher.pid()) + "/maps");
+    Background::Result r = launcher.finish(20);
+    EXPECT_EQ(r.status, 7) << c.name << "\n" << r.err;
+    EXPECT_EQ(text::contains(maps, "/libgtk-3.so"), c.loadsGtk) << c.name;
+    EXPECT_FALSE(text::contains(maps, "/libGL")) << c.name;
+    EXPECT_FALSE(text::contains(maps, "_dri.so")) << c.name;
+  }
+}
+
 TEST_F(Window, MissingRuntimeLeavesAnAlertThatOutlivesTheLauncher) {
   std::string app = bundle({{"bwk.minVersion", "99"},
                             {"JavaVM", PlistValue(PlistDict{{"MainClass", "demo.Main"}, {"SearchSequence", stringArray({"R" + tmp / "none"})}})}});
@@ -241,9 +275,13 @@ TEST_F(Window, MissingRuntimeLeavesAnAlertThatOutlivesTheLauncher) {
 
 TEST_F(Window, SwingProgramRunsThroughTheWindowPath) {
   if (!fs::exists(kJdk17 + "/lib/libawt_xawt.so") || !fs::exists(kJdk17 + "/bin/javac")) GTEST_SKIP() << "no OpenJDK 17 with AWT";
+  // An archive makes the start show the window; the runtime that runs is the installed one.
   std::string app = bundle({{"JavaVM", PlistValue(PlistDict{{"MainClass", "SwingCheck"},
                                                             {"ClassPath", "${launcher:sys.appRootDir}/classes"},
-                                                            {"SearchSequence", stringArray({"R" + kJdk17})}})}});
+                                                            {"VMOptionArray", stringArray({"-jvm=" + kJdk17})}})}});
+  writeFile(tmp / "junk/Contents/placeholder", "x");
+  fs::createDirectory(app + "/Contents/Resources/app", true);
+  shell("tar czf " + app + "/Contents/Resources/app/jre.tar.gz -C " + tmp / "junk" + " Contents");
   writeFile(tmp / "src/SwingCheck.java", R"(
 import javax.swing.*;
 public class SwingCheck {
@@ -263,13 +301,14 @@ public class SwingCheck {
 )");
   RunResult javac = shell(kJdk17 + "/bin/javac -d " + app + "/Contents/Resources/app/classes " + tmp / "src/SwingCheck.java");
   ASSERT_EQ(javac.status, 0) << javac.err;
-  Background launcher({app + "/Contents/MacOS/Slowpoke", "23"}, env());
+  Background launcher({app + "/Contents/MacOS/Slowpoke", "23"}, env({"BRACKWOOD_LOG=yes"}));
   std::string frame = x.waitForWindow("^Swing check$", 60);
   EXPECT_FALSE(frame.empty()) << "the Swing window did not appear";
   if (!frame.empty()) x.screenshot(std::string(BWK_BINARY_DIR) + "/window-test-swing.png");
   Background::Result r = launcher.finish(90);
   EXPECT_EQ(r.status, 23) << r.err;
   EXPECT_TRUE(text::contains(r.out, "look and feel GTK")) << r.out << r.err;
+  EXPECT_TRUE(text::contains(r.err, "app finished launching")) << "the window path was not taken";
 }
 
 }  // namespace

@@ -12,6 +12,9 @@ namespace bwk::embed {
 
 using Bytes = std::vector<uint8_t>;
 
+// `n` rounded up to a multiple of `to`: offsets and sizes in both Mach-O writers.
+inline uint64_t roundUp(uint64_t n, uint64_t to) { return (n + to - 1) / to * to; }
+
 // Either the new file's bytes or the reason it cannot be made.
 struct Outcome {
   std::optional<Bytes> file;

@@ -95,8 +95,6 @@ std::optional<Commands> readCommands(std::span<const uint8_t> file, std::string&
   return c;
 }
 
-uint64_t roundUp(uint64_t n, uint64_t to) { return (n + to - 1) / to * to; }
-
 const Segment* findLinkedit(const Commands& commands, std::string& error) {
   auto linkedit = std::find_if(commands.segments.begin(), commands.segments.end(),
                                [](const Segment& s) { return s.name == "__LINKEDIT"; });

@@ -89,8 +89,6 @@ std::span<const uint8_t> contents(std::span<const uint8_t> file, const Slice& s)
   return file.subspan(static_cast<size_t>(s.offset), static_cast<size_t>(s.size));
 }
 
-uint64_t roundUp(uint64_t n, uint64_t to) { return (n + to - 1) / to * to; }
-
 }  // namespace
 
 std::optional<Bytes> regionInUniversal(std::span<const uint8_t> file) {

@@ -1,5 +1,7 @@
-// Application mode on Linux: GTK loaded at run time, the progress window, our own main loop
-// on the main thread and the installation worker on a background thread.
+// Application mode on Linux. A start that shows no window (no runtime archive to extract, or
+// "bwk.initialProgress" false) runs the worker on the main thread and never loads GTK; one
+// that shows it loads GTK at run time, runs our own main loop on the main thread and the
+// installation worker on a background thread.
 #include <unistd.h>
 
 #include <cstdlib>
@@ -30,15 +32,9 @@ class GtkApplicationDelegate {
     delegate_.window = &window_;
   }
 
-  // No application menu on Linux; the window may be closed before it is ever shown.
-  void applicationWillFinishLaunching() {
-    BWK_DLOG("%s [Line %d] app will finish launching");
-    std::optional<bool> initialProgress = bundle_.infoDictionary().boolean("bwk.initialProgress");
-    if (initialProgress && !*initialProgress) {
-      BWK_DLOG("%s [Line %d] hiding progress window");
-      window_.close();
-    }
-  }
+  // No application menu on Linux. A hidden window ("bwk.initialProgress" false) never gets
+  // here: that start loads no front end at all.
+  void applicationWillFinishLaunching() { BWK_DLOG("%s [Line %d] app will finish launching"); }
 
   void applicationDidFinishLaunching() {
     BWK_DLOG("%s [Line %d] app finished launching");
@@ -84,17 +80,22 @@ class GtkApplicationDelegate {
 
 }  // namespace
 
-std::optional<int> runApplication(const Bundle& bundle, const std::vector<std::string>& arguments) {
+std::optional<int> runApplication(AppDelegate& delegate) {
+  if (!delegate.showsWindow()) {
+    // Nothing to show: the worker runs here as in command-line mode, but an error is still
+    // an alert (a process of its own, which loads GTK only then).
+    BWK_DLOG("%s [Line %d] no progress window to show");
+    delegate.worker();
+  }
   std::string error;
   const gtk::Api* gtk = gtk::loadAndInit(true, &error);
   if (!gtk) {
     BWK_DLOG("%s [Line %d] no window front end: %@", error);
     return std::nullopt;
   }
-  // Both live as long as the process: the worker ends it with exit() while the main thread
-  // may still be inside the loop, so they are never destroyed.
-  auto* delegate = new AppDelegate(bundle, arguments, false);
-  auto* application = new GtkApplicationDelegate(*gtk, bundle, *delegate);
+  // Lives as long as the process: the worker ends it with exit() while the main thread may
+  // still be inside the loop, so it is never destroyed.
+  auto* application = new GtkApplicationDelegate(*gtk, delegate.bundle(), delegate);
   application->applicationWillFinishLaunching();
   application->applicationDidFinishLaunching();
   application->run();

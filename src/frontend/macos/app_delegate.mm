@@ -42,15 +42,14 @@ class CocoaProgressWindow final : public ProgressWindow {
 
 namespace {
 
-// What the delegate needs of the launch. The interface file makes the delegate with -init,
-// which takes no arguments, so runApplication leaves them here first.
-const Bundle* g_bundle = nullptr;
-const std::vector<std::string>* g_arguments = nullptr;
+// The worker of this start. The interface file makes the delegate with -init, which takes
+// no arguments, so runApplication leaves it here first.
+AppDelegate* g_worker = nullptr;
 
 NSString* ns(const std::string& s) { return [NSString stringWithUTF8String:s.c_str()] ?: @""; }
 
 NSString* message(const char* key, const std::optional<std::string>& info = std::nullopt) {
-  return ns(getMessage(*g_bundle, key, info).value_or(""));
+  return ns(getMessage(g_worker->bundle(), key, info).value_or(""));
 }
 
 }  // namespace
@@ -75,7 +74,7 @@ NSString* message(const char* key, const std::optional<std::string>& info = std:
 
 - (instancetype)init {
   if ((self = [super init])) {
-    _delegate = new bwk::AppDelegate(*bwk::g_bundle, *bwk::g_arguments, false);
+    _delegate = bwk::g_worker;
     _progress = new bwk::CocoaProgressWindow(self);
     _delegate->window = _progress;
   }
@@ -142,9 +141,9 @@ NSString* message(const char* key, const std::optional<std::string>& info = std:
   for (NSMenuItem* item in appMenu.itemArray) [item setTarget:NSApp];
   [NSApp setMainMenu:mainMenu];
 
-  id initialProgress = [[NSBundle mainBundle] infoDictionary][@"bwk.initialProgress"];
-  if (initialProgress && ![initialProgress boolValue]) {
-    BWK_DLOG("%s [Line %d] hiding progress window");
+  // Nothing to show (no runtime archive to extract, or "bwk.initialProgress" false, which
+  // the worker logs): the window is closed before it is ever shown.
+  if (!_delegate->showsWindow()) {
     _windowHidden = YES;
     [self.window close];
   }
@@ -236,14 +235,13 @@ void CocoaProgressWindow::closeAfter(double seconds) {
                  });
 }
 
-std::optional<int> runApplication(const Bundle& bundle, const std::vector<std::string>& arguments) {
-  g_bundle = &bundle;
-  g_arguments = &arguments;
+std::optional<int> runApplication(AppDelegate& worker) {
+  g_worker = &worker;
   // With an interface file, the application object makes the delegate from it; without
   // one, the delegate is made here and builds its window itself.
-  if (bundle.infoDictionary().string("NSMainNibFile")) {
+  if (worker.bundle().infoDictionary().string("NSMainNibFile")) {
     std::vector<const char*> argv;
-    for (const std::string& argument : arguments) argv.push_back(argument.c_str());
+    for (const std::string& argument : worker.arguments()) argv.push_back(argument.c_str());
     return NSApplicationMain(static_cast<int>(argv.size()), argv.data());
   }
   @autoreleasepool {

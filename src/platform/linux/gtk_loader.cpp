@@ -1,8 +1,11 @@
 #include "platform/linux/gtk_loader.h"
 
 #include <dlfcn.h>
+#include <sys/stat.h>
 
+#include <cstdlib>
 #include <mutex>
+#include <optional>
 
 namespace bwk::gtk {
 
@@ -39,6 +42,34 @@ Loaded loadOnce() {
   return loaded;
 }
 
+// An environment variable set for as long as the object lives, then restored, so that
+// neither the Java application nor the processes it starts inherit it. Left alone when the
+// user has set it.
+class TemporaryVariable {
+ public:
+  TemporaryVariable(const char* name, const char* value) : name_(name) {
+    if (!std::getenv(name)) set_ = ::setenv(name, value, 1) == 0;
+  }
+  ~TemporaryVariable() {
+    if (set_) ::unsetenv(name_);
+  }
+  TemporaryVariable(const TemporaryVariable&) = delete;
+  TemporaryVariable& operator=(const TemporaryVariable&) = delete;
+
+ private:
+  const char* name_;
+  bool set_ = false;
+};
+
+// Whether a session message bus can be found: the address in the environment, or the
+// per-user bus socket that the message bus library falls back to.
+bool hasSessionBus() {
+  if (std::getenv("DBUS_SESSION_BUS_ADDRESS") || std::getenv("AT_SPI_BUS_ADDRESS")) return true;
+  const char* runtime = std::getenv("XDG_RUNTIME_DIR");
+  struct stat st;
+  return runtime && *runtime && ::stat((std::string(runtime) + "/bus").c_str(), &st) == 0 && S_ISSOCK(st.st_mode);
+}
+
 const Loaded& loadedGtk() {
   static const Loaded loaded = loadOnce();
   return loaded;
@@ -63,6 +94,14 @@ const Api* loadAndInit(bool keepLocale, std::string* error) {
   static bool initialised = false;
   std::call_once(once, [&] {
     if (keepLocale) api->gtk_disable_setlocale();
+    // Opening the display, GDK looks for GL-capable visuals, which loads the system's GL
+    // driver (without a GPU a software renderer: about 55 MB and tens of milliseconds). The
+    // windows here draw without GL.
+    TemporaryVariable noGl("GDK_GL", "disable");
+    // The accessibility bridge needs the session bus; without one it would try to start a
+    // bus of its own (dbus-launch), which no assistive technology listens on.
+    std::optional<TemporaryVariable> noBridge;
+    if (!hasSessionBus()) noBridge.emplace("NO_AT_BRIDGE", "1");
     // No argument vector: GTK must not take options away from the application's arguments.
     initialised = api->gtk_init_check(nullptr, nullptr) != 0;
   });

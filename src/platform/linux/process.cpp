@@ -1,8 +1,10 @@
 // The user, the process and its environment on Linux.
 #include <pwd.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <climits>
 #include <cstdio>
@@ -30,6 +32,25 @@ std::string temporaryDirectory() {
   std::string dir = (tmp && *tmp) ? tmp : "/tmp/";
   if (dir.back() != '/') dir += '/';
   return dir;
+}
+
+std::string userCacheDirectory() {
+  // The base directory specification asks for an absolute path and says to ignore others.
+  const char* xdg = std::getenv("XDG_CACHE_HOME");
+  std::string base = (xdg && xdg[0] == '/') ? std::string(xdg) : homeDirectory() + "/.cache";
+  while (base.size() > 1 && base.back() == '/') base.pop_back();
+  return base + "/brackwood";
+}
+
+std::optional<FileStamp> fileStamp(const std::string& path) {
+  struct stat st;
+  if (::stat(path.c_str(), &st) != 0) return std::nullopt;
+  char text[160];
+  std::snprintf(text, sizeof text, "%llu:%llu:%lld:%lld.%09ld:%lld.%09ld", static_cast<unsigned long long>(st.st_dev),
+                static_cast<unsigned long long>(st.st_ino), static_cast<long long>(st.st_size),
+                static_cast<long long>(st.st_mtim.tv_sec), static_cast<long>(st.st_mtim.tv_nsec),
+                static_cast<long long>(st.st_ctim.tv_sec), static_cast<long>(st.st_ctim.tv_nsec));
+  return FileStamp{text, std::max<long long>(st.st_mtim.tv_sec, st.st_ctim.tv_sec)};
 }
 
 std::optional<std::string> executablePath() {

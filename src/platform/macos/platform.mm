@@ -10,9 +10,12 @@
 #include <mach-o/dyld.h>
 #include <pthread.h>
 #include <spawn.h>
+#include <sys/stat.h>
 #include <sys/sysctl.h>
 #include <sys/wait.h>
 
+#include <algorithm>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
@@ -28,6 +31,22 @@ std::string toString(NSString* s) { return s ? std::string([s UTF8String]) : std
 
 std::string homeDirectory() { return toString(NSHomeDirectory()); }
 std::string temporaryDirectory() { return toString(NSTemporaryDirectory()); }
+std::string userCacheDirectory() {
+  // ~/Library/Caches, or the container's inside a sandbox.
+  NSArray<NSString*>* found = NSSearchPathForDirectoriesInDomains(NSCachesDirectory, NSUserDomainMask, YES);
+  return found.count > 0 ? toString(found.firstObject) : homeDirectory() + "/Library/Caches";
+}
+
+std::optional<FileStamp> fileStamp(const std::string& path) {
+  struct stat st;
+  if (::stat(path.c_str(), &st) != 0) return std::nullopt;
+  char text[160];
+  std::snprintf(text, sizeof text, "%llu:%llu:%lld:%lld.%09ld:%lld.%09ld", static_cast<unsigned long long>(st.st_dev),
+                static_cast<unsigned long long>(st.st_ino), static_cast<long long>(st.st_size),
+                static_cast<long long>(st.st_mtimespec.tv_sec), static_cast<long>(st.st_mtimespec.tv_nsec),
+                static_cast<long long>(st.st_ctimespec.tv_sec), static_cast<long>(st.st_ctimespec.tv_nsec));
+  return FileStamp{text, std::max<long long>(st.st_mtimespec.tv_sec, st.st_ctimespec.tv_sec)};
+}
 
 std::optional<std::string> executablePath() {
   char small[1024];

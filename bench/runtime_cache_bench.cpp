@@ -1,0 +1,181 @@
+// What the cache of unpacked runtimes ("bwk.reuseUnpackedRuntime") costs and saves. A small
+// program that prints one line runs on a jlink image of OpenJDK 17 (java.base and
+// java.desktop) shipped as app/jre.tar.gz, without a display:
+//
+// - later starts (the entry exists) against the same application with that image already
+//   unpacked as Contents/Resources/jre.bundle (the entry's files, hard-linked); also with the note that stands for the
+//   archive's checksum removed before each, so that the start reads the whole archive;
+// - first starts (the cache emptied before each, not timed) against starts without the key,
+//   which unpack into the temporary directory and remove it at exit.
+//
+// Contestants take turns run by run; the figures are medians of the per-round ratios.
+//
+// Usage: runtime_cache_bench [launcher] [jdk] [rounds]
+#include <algorithm>
+#include <chrono>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <functional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "bench_util.h"
+#include "install/file_checksum.h"
+
+using namespace bwk::bench;
+
+extern char** environ;
+
+namespace {
+
+std::string plist(const std::string& classes, bool reuse) {
+  return std::string("<?xml version=\"1.0\"?><plist version=\"1.0\"><dict><key>CFBundleName</key><string>Quick</string>") +
+         (reuse ? "<key>bwk.reuseUnpackedRuntime</key><true/>" : "") +
+         "<key>JavaVM</key><dict><key>MainClass</key><string>Quick</string><key>ClassPath</key><string>" + classes +
+         "</string></dict></dict></plist>";
+}
+
+// Name.app with the launcher and `info`; the executable's path.
+std::string makeBundle(const std::string& dir, const std::string& name, const std::string& launcher, const std::string& info) {
+  std::string app = dir + "/" + name + ".app";
+  if (shell("mkdir -p '" + app + "/Contents/MacOS' '" + app + "/Contents/Resources/app' && cp '" + launcher + "' '" + app +
+            "/Contents/MacOS/" + name + "' && printf '%s' '" + info + "' > '" + app + "/Contents/Info.plist'") != 0) {
+    std::fprintf(stderr, "cannot make %s\n", app.c_str());
+    std::exit(1);
+  }
+  return app + "/Contents/MacOS/" + name;
+}
+
+std::vector<std::string> environmentWith(const std::vector<std::string>& changes) {
+  std::vector<std::string> env;
+  for (char** e = environ; *e; ++e) {
+    std::string entry = *e, name = entry.substr(0, entry.find('='));
+    bool changed = name == "BRACKWOOD_LOG" || name == "DISPLAY" || name == "WAYLAND_DISPLAY";
+    for (const std::string& c : changes) changed |= c.substr(0, c.find('=')) == name;
+    if (!changed) env.push_back(entry);
+  }
+  env.insert(env.end(), changes.begin(), changes.end());
+  return env;
+}
+
+struct Runs {
+  std::vector<double> seconds;
+  long maxRssKb = 0;
+};
+
+bool measure(Runs& runs, const std::string& executable, const std::vector<std::string>& env, bool keep) {
+  Sample s = runMeasured({executable}, "", env);
+  if (s.status != 0) {
+    std::fprintf(stderr, "%s ended with status %d\n", executable.c_str(), s.status);
+    return false;
+  }
+  if (keep) {
+    runs.seconds.push_back(s.seconds);
+    runs.maxRssKb = std::max(runs.maxRssKb, s.maxRssKb);
+  }
+  return true;
+}
+
+double perRoundRatio(const Runs& a, const Runs& b) {
+  std::vector<double> r;
+  for (size_t i = 0; i < a.seconds.size() && i < b.seconds.size(); ++i) r.push_back(a.seconds[i] / b.seconds[i]);
+  return median(r);
+}
+
+void print(const char* name, const Runs& runs) {
+  std::printf("  %-48s %7.1f ms  peak RSS %6.1f MB\n", name, median(runs.seconds) * 1e3, static_cast<double>(runs.maxRssKb) / 1024);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  std::string launcher = argc > 1 ? argv[1] : "build/bin/brackwood-launcher";
+  std::string jdk = argc > 2 ? argv[2] : "/usr/lib/jvm/java-17-openjdk-amd64";
+  int rounds = argc > 3 ? std::atoi(argv[3]) : 20;
+  char resolved[PATH_MAX];
+  if (!realpath(launcher.c_str(), resolved)) {
+    std::fprintf(stderr, "no %s: build the project first\n", launcher.c_str());
+    return 1;
+  }
+  launcher = resolved;
+  std::string archive = jlinkRuntimeArchive(BWK_RUNTIME_ARCHIVE_CACHE, jdk);
+
+  std::string dir = tempDirectory("bwk-runtime-cache");
+  std::string classes = dir + "/classes";
+  std::string unpacked = makeBundle(dir, "Unpacked", launcher, plist(classes, false));
+  std::string cached = makeBundle(dir, "Cached", launcher, plist(classes, true));
+  std::string plain = makeBundle(dir, "Plain", launcher, plist(classes, false));
+  if (shell("set -e; cd '" + dir + "'; printf 'public class Quick { public static void main(String[] a) { "
+            "System.out.println(\"ready\"); } }' > Quick.java; '" + jdk + "/bin/javac' -d classes Quick.java; "
+            "mkdir tmp cache; cp '" + archive + "' Cached.app/Contents/Resources/app/jre.tar.gz; cp '" + archive +
+            "' Plain.app/Contents/Resources/app/jre.tar.gz") != 0) {
+    std::fprintf(stderr, "cannot lay out the bundles in %s\n", dir.c_str());
+    return 1;
+  }
+  std::vector<std::string> env = environmentWith({"TMPDIR=" + dir + "/tmp", "XDG_CACHE_HOME=" + dir + "/cache"});
+  std::string clearCache = "rm -rf '" + dir + "/cache/brackwood/Quick/runtime'";
+
+  std::string forgetArchive = "rm -f '" + dir + "/cache/brackwood/Quick/runtime/'.archive-*";
+  // The reference runs the very files of the entry, hard-linked into its bundle: how a file
+  // was written (in large pieces or small) decides how the system caches it, and that alone
+  // moves a runtime's start by several per cent.
+  Runs making;
+  if (!measure(making, cached, env, false) ||
+      shell("cp -al '" + dir + "'/cache/brackwood/Quick/runtime/*/jre.bundle '" + dir + "/Unpacked.app/Contents/Resources/'") != 0) {
+    std::fprintf(stderr, "cannot lay out the reference\n");
+    return 1;
+  }
+  // The cache takes an archive file for known only once it has stayed unchanged a while.
+  std::this_thread::sleep_for(std::chrono::milliseconds(3500));
+
+  // Two rounds first warm the page cache and the class-data archive. Each round starts with
+  // another contestant.
+  Runs fromUnpacked, later, laterChecksum, withoutKey, first;
+  for (int round = -2; round < rounds; ++round) {
+    bool keep = round >= 0;
+    bool ok = true;
+    std::vector<std::function<void()>> turns = {
+        [&] { ok &= measure(fromUnpacked, unpacked, env, keep); },
+        [&] { ok &= measure(later, cached, env, keep); },
+        [&] {
+          shell(forgetArchive);
+          ok &= measure(laterChecksum, cached, env, keep);
+        },
+    };
+    for (size_t i = 0; i < turns.size(); ++i) turns[(i + static_cast<size_t>(round + 2)) % turns.size()]();
+    if (!ok) return 1;
+  }
+  for (int round = -1; round < rounds; ++round) {
+    bool keep = round >= 0;
+    bool swap = round % 2 != 0;
+    if (swap && !measure(withoutKey, plain, env, keep)) return 1;
+    shell(clearCache);
+    if (!measure(first, cached, env, keep)) return 1;
+    if (!swap && !measure(withoutKey, plain, env, keep)) return 1;
+  }
+  // The checksum alone, in this process: what a later start adds before the runtime starts.
+  std::vector<double> checksums;
+  for (int i = 0; i < 2 * rounds; ++i) {
+    auto start = std::chrono::steady_clock::now();
+    if (!bwk::checksumFile(archive)) return 1;
+    checksums.push_back(std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
+  }
+  shell("rm -rf '" + dir + "'");
+
+  std::printf("a small program on a jlink image of OpenJDK 17 as app/jre.tar.gz (%s), %d interleaved rounds, medians\n",
+              archive.c_str(), rounds);
+  std::printf("later starts:\n");
+  print("runtime unpacked as Contents/Resources/jre.bundle", fromUnpacked);
+  print("bwk.reuseUnpackedRuntime, entry in the cache", later);
+  print("the same, archive file not known (checksum taken)", laterChecksum);
+  std::printf("  median of per-round ratios cached/unpacked: %.3f (checksum taken: %.3f)\n", perRoundRatio(later, fromUnpacked),
+              perRoundRatio(laterChecksum, fromUnpacked));
+  std::printf("first starts:\n");
+  print("without the key (unpacked into TMPDIR)", withoutKey);
+  print("bwk.reuseUnpackedRuntime, entry made", first);
+  std::printf("  median of per-round ratios first/without key: %.3f\n", perRoundRatio(first, withoutKey));
+  std::printf("size and CRC-32 of the archive alone: %.2f ms\n", median(checksums) * 1e3);
+  return 0;
+}

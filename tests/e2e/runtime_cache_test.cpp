@@ -1,0 +1,291 @@
+// The cache of unpacked runtimes ("bwk.reuseUnpackedRuntime"), through the launcher
+// executable: reuse, a changed archive, damaged entries, refused cache directories,
+// concurrent first starts, and Cancel during a first start.
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <functional>
+
+#include "base/fs.h"
+#include "gui_support.h"
+
+namespace bwk::test {
+namespace {
+
+namespace stdfs = std::filesystem;
+
+class RuntimeCache : public ::testing::Test {
+ public:  // the case tables below reach into the fixture
+  void SetUp() override {
+    fs::createDirectory(tmp / "t", false);
+    runtimeDir = tmp / "cache/brackwood/Cachy/runtime";
+    app = makeBundle(tmp.path(), "Cachy",
+                     PlistValue(PlistDict{{"CFBundleName", "Cachy"},
+                                          {"bwk.reuseUnpackedRuntime", true},
+                                          {"JavaVM", PlistValue(PlistDict{{"MainClass", "demo.Main"}})}}));
+    packRuntime("first");
+  }
+
+  // Packs a stand-in runtime as the bundle's archive; `content` makes archives differ, and
+  // archives whose contents have the same length have the same size (the data is stored
+  // uncompressed in the gzip stream). With `packedJars`, the runtime carries that many packed
+  // jars and an unpack200 that takes `unpackSeconds` for each.
+  void packRuntime(const std::string& content, int packedJars = 0, double unpackSeconds = 0) {
+    std::string src = tmp / "src";
+    stdfs::remove_all(src);
+    makeFakeRuntime(src, "17.0.2", "bundle");
+    writeFile(src + "/Contents/Home/content.txt", content);
+    if (packedJars > 0) {
+      writeFile(src + "/Contents/Home/bin/unpack200", "#!/bin/sh\nsleep " + std::to_string(unpackSeconds) + "\nmv \"$2\" \"$3\"\n");
+      ::chmod((src + "/Contents/Home/bin/unpack200").c_str(), 0755);
+      for (int i = 0; i < packedJars; ++i) writeFile(src + "/Contents/Home/lib/p" + std::to_string(i) + ".jar.pack", "jar");
+    }
+    fs::createDirectory(app + "/Contents/Resources/app", true);
+    RunResult r = shell("tar cf - -C " + src + " Contents | python3 -c 'import gzip, sys; "
+                        "sys.stdout.buffer.write(gzip.compress(sys.stdin.buffer.read(), 0, mtime=0))' > " + app +
+                        "/Contents/Resources/app/jre.tar.gz");
+    ASSERT_EQ(r.status, 0) << r.err;
+  }
+
+  std::vector<std::string> env(std::vector<std::string> extra = {}) {
+    std::vector<std::string> e{"TMPDIR=" + tmp / "t", "XDG_CACHE_HOME=" + tmp / "cache", "FAKE_JLI_STATUS=7", "BRACKWOOD_LOG=yes"};
+    e.insert(e.end(), extra.begin(), extra.end());
+    return launcherEnvironment(e);
+  }
+
+  struct Start {
+    int status = -1;
+    std::string log;
+    std::string runtime;  // the runtime the launch was given
+  };
+  // One start in command-line mode; the runtime is read from the recorded vector.
+  Start start() {
+    std::string record = tmp / "record.txt";
+    stdfs::remove(record);
+    RunResult r = run({app + "/Contents/MacOS/Cachy"}, env({"FAKE_JLI_RECORD=" + record}));
+    Start s{r.status, r.err, ""};
+    if (fs::exists(record))
+      for (const std::string& arg : readRecord(record).argv)
+        if (text::startsWith(arg, "-Dbwk.jreBundle=")) s.runtime = arg.substr(16);
+    return s;
+  }
+
+  std::vector<std::string> namesIn(const std::string& dir) {
+    std::vector<std::string> names;
+    if (fs::isDirectory(dir))
+      for (auto& e : stdfs::directory_iterator(dir)) names.push_back(e.path().filename().string());
+    std::sort(names.begin(), names.end());
+    return names;
+  }
+
+  TempDir tmp;
+  std::string runtimeDir;
+  std::string app;
+  std::unique_ptr<Background> holder;  // a process that holds an entry in use
+};
+
+// Starts one after the other. `between` changes things after the first start; the second
+// start then uses the entry, makes it (again), or unpacks into the temporary directory.
+TEST_F(RuntimeCache, LaterStartsUseTheEntryWhileItIsSoundAndTheArchiveTheSame) {
+  enum class Second { kUses, kMakes, kTemporary };
+  struct Case {
+    const char* name;
+    std::function<void(RuntimeCache&, const std::string& entry)> between;
+    Second second;
+    const char* logged;
+  };
+  const std::vector<Case> cases = {
+      {"archive unchanged", [](RuntimeCache&, const std::string&) {}, Second::kUses, "runtime cache used"},
+      {"archive changed (older entry removed)", [](RuntimeCache& t, const std::string&) { t.packRuntime("second"); },
+       Second::kMakes, "runtime cache cleaned"},
+      {"runtime library missing", [](RuntimeCache&, const std::string& entry) {
+         stdfs::remove(entry + "/jre.bundle/Contents/Home/lib/libjli.so");
+       }, Second::kMakes, "runtime cache removed damaged"},
+      {"entry replaced by a file", [](RuntimeCache&, const std::string& entry) {
+         stdfs::remove_all(entry);
+         writeFile(entry, "x");
+       }, Second::kMakes, "runtime cache removed damaged"},
+      {"copy of a killed start beside it", [](RuntimeCache& t, const std::string&) {
+         // A mark naming a process that cannot exist.
+         writeFile(t.runtimeDir + "/.staging-killed/.brackwood-owner", "brackwood-launcher 999999999 1\n");
+         ::chmod((t.runtimeDir + "/.staging-killed").c_str(), 0700);
+         t.packRuntime("third");
+       }, Second::kMakes, "runtime cache cleaned"},
+      {"entry in use while damaged", [](RuntimeCache& t, const std::string& entry) {
+         stdfs::remove(entry + "/jre.bundle/Contents/Home/lib/libjli.so");
+         t.holder = std::make_unique<Background>(std::vector<std::string>{"/usr/bin/flock", "-s", "-o", entry, "sleep", "30"},
+                                                 std::vector<std::string>{});
+         std::this_thread::sleep_for(std::chrono::milliseconds(300));
+       }, Second::kTemporary, "is damaged, runtime library missing, and in use"},
+  };
+  for (const Case& c : cases) {
+    stdfs::remove_all(tmp / "cache");
+    packRuntime("first");
+    Start first = start();
+    ASSERT_EQ(first.status, 7) << c.name << "\n" << first.log;
+    EXPECT_TRUE(text::contains(first.log, "runtime cache made")) << c.name << "\n" << first.log;
+    std::vector<std::string> entries = namesIn(runtimeDir);
+    ASSERT_EQ(entries.size(), 1u) << c.name;
+    std::string entry = runtimeDir + "/" + entries[0];
+    EXPECT_EQ(first.runtime, entry + "/jre.bundle") << c.name;
+    EXPECT_TRUE(namesIn(tmp / "t").empty()) << c.name << ": the exit cleanup leaves the entry and nothing else";
+
+    c.between(*this, entry);
+    Start second = start();
+    holder.reset();
+    EXPECT_EQ(second.status, 7) << c.name << "\n" << second.log;
+    EXPECT_TRUE(text::contains(second.log, c.logged)) << c.name << "\n" << second.log;
+    EXPECT_EQ(text::contains(second.log, "jre destination"), c.second != Second::kUses) << c.name << ": extracted or not";
+    std::vector<std::string> after = namesIn(runtimeDir);
+    if (c.second == Second::kTemporary) {
+      EXPECT_TRUE(text::startsWith(second.runtime, tmp / "t/")) << c.name << " " << second.runtime;
+      continue;
+    }
+    ASSERT_EQ(after.size(), 1u) << c.name << ": only the current entry stays";
+    EXPECT_EQ(second.runtime, runtimeDir + "/" + after[0] + "/jre.bundle") << c.name;
+    EXPECT_TRUE(fs::exists(second.runtime + "/Contents/Home/lib/libjli.so")) << c.name;
+    EXPECT_EQ(after[0] == entries[0], c.second == Second::kUses || c.name == std::string("runtime library missing") ||
+                                          c.name == std::string("entry replaced by a file"))
+        << c.name << ": the entry is named after the archive's content";
+    EXPECT_TRUE(namesIn(tmp / "t").empty()) << c.name;
+  }
+}
+
+// Once an archive file has stayed unchanged for a while, a note beside the entries stands
+// for its checksum; any write to the file makes the next start take the checksum again, even
+// one that keeps the size and puts the modification time back.
+TEST_F(RuntimeCache, ArchiveFileKnownByItsStampUntilItIsWritten) {
+  std::string archive = app + "/Contents/Resources/app/jre.tar.gz";
+  stdfs::rename(archive, tmp / "first.tar.gz");
+  packRuntime("other");  // the same length as "first"
+  std::string same = readFile(archive);
+  stdfs::rename(tmp / "first.tar.gz", archive);
+  ASSERT_EQ(same.size(), stdfs::file_size(archive));
+  std::this_thread::sleep_for(std::chrono::milliseconds(3300));  // the archive settles
+
+  Start first = start();
+  EXPECT_TRUE(text::contains(first.log, "checksum taken")) << first.log;
+  EXPECT_TRUE(text::contains(first.log, "runtime cache made")) << first.log;
+  Start second = start();
+  EXPECT_TRUE(text::contains(second.log, "the archive file is known")) << second.log;
+  EXPECT_TRUE(text::contains(second.log, "runtime cache used")) << second.log;
+  EXPECT_EQ(second.runtime, first.runtime);
+
+  auto modified = stdfs::last_write_time(archive);
+  {
+    std::ofstream rewrite(archive, std::ios::binary | std::ios::in | std::ios::out);  // the same file, not a new one
+    rewrite.write(same.data(), static_cast<std::streamsize>(same.size()));
+  }
+  stdfs::last_write_time(archive, modified);
+  Start third = start();
+  EXPECT_EQ(third.status, 7) << third.log;
+  EXPECT_TRUE(text::contains(third.log, "checksum taken")) << third.log;
+  EXPECT_TRUE(text::contains(third.log, "runtime cache made")) << third.log;
+  EXPECT_NE(third.runtime, first.runtime);
+  EXPECT_TRUE(text::contains(readFile(third.runtime + "/Contents/Home/content.txt"), "other")) << "the new content runs";
+  EXPECT_EQ(namesIn(runtimeDir).size(), 1u) << "the older entry and its note are removed";
+}
+
+// A cache directory that is refused, or a bundle that cannot use the cache: the runtime is
+// unpacked into the temporary directory as without the key, and nothing is written into
+// the refused place.
+TEST_F(RuntimeCache, RefusedCacheDirectoriesFallBackToTheTemporaryDirectory) {
+  struct Case {
+    const char* name;
+    std::function<void(RuntimeCache&)> prepare;
+    const char* reason;
+  };
+  const std::vector<Case> cases = {
+      {"symbolic link", [](RuntimeCache& t) {
+         fs::createDirectory(t.tmp / "elsewhere", false);
+         fs::createDirectory(t.tmp / "cache", false);
+         stdfs::create_directory_symlink(t.tmp / "elsewhere", t.tmp / "cache/brackwood");
+       }, "brackwood is a symbolic link"},
+      {"writable by others", [](RuntimeCache& t) {
+         fs::createDirectory(t.tmp / "cache/brackwood/Cachy", true);
+         ::chmod((t.tmp / "cache/brackwood/Cachy").c_str(), 0777);
+       }, "Cachy is writable by others"},
+      {"owned by another user", [](RuntimeCache& t) {
+         fs::createDirectory(t.runtimeDir, true);
+         ASSERT_EQ(::chown(t.runtimeDir.c_str(), 65534, 65534), 0) << "the tests run as root";
+       }, "runtime is not owned by the user"},
+      {"archive not a regular file", [](RuntimeCache& t) {
+         std::string archive = t.app + "/Contents/Resources/app/jre.tar.gz";
+         stdfs::rename(archive, t.tmp / "real.tar.gz");
+         stdfs::create_symlink("/dev/null", archive);
+       }, "is not a regular file"},
+  };
+  for (const Case& c : cases) {
+    stdfs::remove_all(tmp / "cache");
+    stdfs::remove_all(tmp / "elsewhere");
+    packRuntime("first");
+    c.prepare(*this);
+    Start s = start();
+    EXPECT_TRUE(text::contains(s.log, "runtime cache refused")) << c.name << "\n" << s.log;
+    EXPECT_TRUE(text::contains(s.log, c.reason)) << c.name << "\n" << s.log;
+    if (c.name != std::string("archive not a regular file")) {
+      EXPECT_EQ(s.status, 7) << c.name << "\n" << s.log;
+      EXPECT_TRUE(text::startsWith(s.runtime, tmp / "t/")) << c.name << " " << s.runtime;
+    }
+    EXPECT_TRUE(namesIn(tmp / "elsewhere").empty()) << c.name;
+    EXPECT_TRUE(namesIn(runtimeDir).empty()) << c.name;
+    EXPECT_TRUE(namesIn(tmp / "t").empty()) << c.name;
+  }
+}
+
+// Starts that make the same entry at the same moment: each extracts a copy of its own (the
+// slow unpack200 keeps them side by side), one rename wins, the others use the winner's and
+// remove their copies.
+TEST_F(RuntimeCache, ConcurrentFirstStartsShareOneEntry) {
+  packRuntime("first", 1, 1.0);
+  std::vector<std::unique_ptr<Background>> starts;
+  for (int i = 0; i < 3; ++i)
+    starts.push_back(std::make_unique<Background>(std::vector<std::string>{app + "/Contents/MacOS/Cachy"},
+                                                  env({"FAKE_JLI_RECORD=" + tmp / ("record" + std::to_string(i))})));
+  int made = 0, usedTheirs = 0;
+  for (auto& s : starts) {
+    Background::Result r = s->finish(60);
+    EXPECT_EQ(r.status, 7) << r.err;
+    made += text::contains(r.err, "runtime cache made");
+    usedTheirs += text::contains(r.err, "made by another start meanwhile");
+  }
+  EXPECT_EQ(made, 1);
+  EXPECT_EQ(usedTheirs, 2);
+  std::vector<std::string> entries = namesIn(runtimeDir);
+  ASSERT_EQ(entries.size(), 1u) << "no copy stays beside the entry";
+  for (int i = 0; i < 3; ++i)
+    EXPECT_TRUE(text::contains(readFile(tmp / ("record" + std::to_string(i))), "-Dbwk.jreBundle=" + runtimeDir + "/" + entries[0]));
+  EXPECT_TRUE(fs::exists(runtimeDir + "/" + entries[0] + "/jre.bundle/Contents/Home/lib/p0.jar")) << "unpacked before it was kept";
+  EXPECT_TRUE(namesIn(tmp / "t").empty());
+}
+
+// Cancel while a first start unpacks: no entry is made and the copy is removed; the next
+// start makes the entry.
+TEST_F(RuntimeCache, CancelDuringTheFirstStartMakesNoEntry) {
+  Xvfb x;
+  if (!x.running()) GTEST_SKIP() << "no Xvfb here";
+  packRuntime("first", 4, 1.0);
+  writeFile(app + "/Contents/Resources/en.lproj/Localizable.strings", "\"WizardCaption\" = \"Installing Cachy\";\n\"ButtonCancel\" = \"Cancel\";\n");
+  Background launcher({app + "/Contents/MacOS/Cachy"}, env({"DISPLAY=" + x.display(), "LANGUAGE=en"}));
+  std::string window = x.waitForWindow("^Installing Cachy$", 20);
+  ASSERT_FALSE(window.empty()) << launcher.finish(1).err;
+  std::this_thread::sleep_for(std::chrono::milliseconds(300));
+  ASSERT_EQ(namesIn(runtimeDir).size(), 1u) << "a copy of its own while unpacking";
+  EXPECT_TRUE(text::startsWith(namesIn(runtimeDir)[0], ".staging-"));
+  Xvfb::Geometry g = x.geometry(window);
+  x.xdotool("mousemove " + std::to_string(g.x + g.width - 45) + " " + std::to_string(g.y + g.height - 30) + " click 1");
+  Background::Result r = launcher.finish(30);
+  EXPECT_EQ(r.status, 1) << r.err;
+  EXPECT_TRUE(text::contains(r.err, "Cancelled")) << r.err;
+  EXPECT_TRUE(namesIn(runtimeDir).empty()) << "no entry and no copy";
+
+  packRuntime("first");
+  Start next = start();
+  EXPECT_EQ(next.status, 7) << next.log;
+  EXPECT_TRUE(text::contains(next.log, "runtime cache made")) << next.log;
+}
+
+}  // namespace
+}  // namespace bwk::test
