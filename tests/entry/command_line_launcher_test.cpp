@@ -1,6 +1,5 @@
 // A launcher made by brackwood-embed, started with the authorization-restart marker: its own
-// configuration drives the launch, a service mode refuses the marker as an action, and a
-// configuration that cannot be read stops it.
+// configuration drives the launch, and a configuration that cannot be read stops it.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -61,18 +60,6 @@ class CommandLineLauncher : public ::testing::Test {
   TempDir tmp;
   std::string record;
 };
-
-TEST_F(CommandLineLauncher, AServiceLauncherRefusesTheMarkerAsItsAction) {
-  for (const std::string mode : {"legacy", "launchd"}) {
-    PlistDict config{{"bwk.service", mode}, {"JavaVM", PlistValue(javaVM())}};
-    std::string tool = makeTool(PlistValue(config), "svc");
-    RunResult r = start(tool, {"__bwk_auth_restart", tmp / "jdk", "start"});
-    EXPECT_EQ(r.status, 1) << r.err;
-    EXPECT_EQ(r.out, mode == "legacy" ? "Usage: svc {start|stop|run|run-redirect|status}\n"
-                                      : "Usage: svc {start|stop|run|run-redirect}\n");
-    EXPECT_FALSE(fs::exists(record));
-  }
-}
 
 // A configuration that cannot be read stops the launch; a region of four bytes holds none,
 // and the Info dictionary of the bundle around the tool applies.

@@ -91,6 +91,7 @@ TEST_F(ServiceControl, ActionsOfEachMode) {
       {"legacy", {}, false, kLegacyUsage}, {"legacy", {"__bwk_auth_restart", tmp / "jdk"}, false, kLegacyUsage},
       {"launchd", {"start"}, true, ""}, {"launchd", {"stop"}, true, ""}, {"launchd", {"start-launchd"}, true, ""},
       {"launchd", {"run"}, true, ""}, {"launchd", {"run-redirect"}, true, ""}, {"launchd", {"status"}, false, kUsage},
+      {"launchd", {"__bwk_auth_restart", tmp / "jdk", "start"}, false, kUsage},
       {"Legacy", {"status"}, false, kUsage}, {"", {"RUN"}, false, kUsage}, {"launchd", {}, false, kUsage},
       {1, {"status"}, true, ""},
   };
