@@ -98,7 +98,8 @@ std::optional<RuntimeCache>& AppDelegate::cache() {
 
 bool AppDelegate::showsWindow() {
   if (!showsWindow_) {
-    showsWindow_ = archive() && !(cache() && cache()->found());
+    // A runtime found in the cache of unpacked runtimes leaves nothing to wait for.
+    showsWindow_ = !(archive() && cache() && cache()->found());
     std::optional<bool> initialProgress = bundle_.infoDictionary().boolean("bwk.initialProgress");
     if (*showsWindow_ && initialProgress && !*initialProgress) {
       BWK_DLOG("%s [Line %d] hiding progress window");

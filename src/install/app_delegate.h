@@ -40,10 +40,9 @@ class AppDelegate {
   // No window after all (the front end could not start): errors go to standard error.
   void useCommandLineMode() { commandLineMode_ = true; }
 
-  // Whether this start has something to show in the progress window: a runtime archive is
-  // to be extracted (it is not in the cache of unpacked runtimes) and "bwk.initialProgress"
-  // is not false. Decided once, before any front end is loaded, so that a start without a
-  // window costs nothing of one.
+  // Whether this start shows the progress window: "bwk.initialProgress" is not false and
+  // the runtime is not taken from the cache of unpacked runtimes. Decided once, before any
+  // front end is loaded, so that a start without a window costs nothing of one.
   bool showsWindow();
 
   // Installs the bundled runtime if there is one, then loads and launches; ends the process

@@ -222,7 +222,8 @@ TEST_F(Window, OnlyAStartThatShowsTheWindowLoadsGtk) {
     bool loadsGtk;
   };
   const Case cases[] = {
-      {"no archive", false, std::nullopt, false},
+      {"no archive, window shown", false, std::nullopt, true},
+      {"no archive, window hidden", false, false, false},
       {"archive, window hidden", true, false, false},
       {"archive, window shown", true, std::nullopt, true},
   };
@@ -275,7 +276,7 @@ TEST_F(Window, MissingRuntimeLeavesAnAlertThatOutlivesTheLauncher) {
 
 TEST_F(Window, SwingProgramRunsThroughTheWindowPath) {
   if (!fs::exists(kJdk17 + "/lib/libawt_xawt.so") || !fs::exists(kJdk17 + "/bin/javac")) GTEST_SKIP() << "no OpenJDK 17 with AWT";
-  // An archive makes the start show the window; the runtime that runs is the installed one.
+  // The archive is extracted behind the window; the runtime that runs is the installed one.
   std::string app = bundle({{"JavaVM", PlistValue(PlistDict{{"MainClass", "SwingCheck"},
                                                             {"ClassPath", "${launcher:sys.appRootDir}/classes"},
                                                             {"VMOptionArray", stringArray({"-jvm=" + kJdk17})}})}});

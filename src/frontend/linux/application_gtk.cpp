@@ -1,5 +1,5 @@
-// Application mode on Linux. A start that shows no window (no runtime archive to extract, or
-// "bwk.initialProgress" false) runs the worker on the main thread and never loads GTK; one
+// Application mode on Linux. A start that shows no window ("bwk.initialProgress" false, or a
+// runtime from the cache of unpacked runtimes) runs the worker on the main thread and never loads GTK; one
 // that shows it loads GTK at run time, runs our own main loop on the main thread and the
 // installation worker on a background thread.
 #include <unistd.h>

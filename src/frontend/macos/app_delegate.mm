@@ -141,8 +141,8 @@ NSString* message(const char* key, const std::optional<std::string>& info = std:
   for (NSMenuItem* item in appMenu.itemArray) [item setTarget:NSApp];
   [NSApp setMainMenu:mainMenu];
 
-  // Nothing to show (no runtime archive to extract, or "bwk.initialProgress" false, which
-  // the worker logs): the window is closed before it is ever shown.
+  // Nothing to show ("bwk.initialProgress" false, which the worker logs, or a runtime from
+  // the cache): the window is closed before it is ever shown.
   if (!_delegate->showsWindow()) {
     _windowHidden = YES;
     [self.window close];
