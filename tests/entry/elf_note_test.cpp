@@ -55,9 +55,9 @@ TEST(ElfNote, DescriptorInSection) {
       {"a section cut inside the name", Bytes(whole.begin(), whole.begin() + 16), std::nullopt},
       {"a section cut inside the descriptor", Bytes(whole.begin(), whole.end() - 4), std::nullopt},
       {"an empty section", {}, std::nullopt},
-      {"encoded, empty", elf::encodeNote({}), Bytes{}},
-      {"encoded, 1 byte", elf::encodeNote({9}), Bytes{9}},
-      {"encoded, 7 bytes", elf::encodeNote({1, 2, 3, 4, 5, 6, 7}), Bytes{1, 2, 3, 4, 5, 6, 7}},
+      {"encoded, empty", elf::encodeNote(Bytes{}), Bytes{}},
+      {"encoded, 1 byte", elf::encodeNote(Bytes{9}), Bytes{9}},
+      {"encoded, 7 bytes", elf::encodeNote(Bytes{1, 2, 3, 4, 5, 6, 7}), Bytes{1, 2, 3, 4, 5, 6, 7}},
       {"encoded, 300 bytes", elf::encodeNote(Bytes(300, 0x5a)), Bytes(300, 0x5a)},
   };
   for (const Case& c : cases) EXPECT_EQ(elf::findDescriptor(c.section), c.expected) << c.name;
