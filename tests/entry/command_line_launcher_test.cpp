@@ -1,6 +1,5 @@
 // A launcher made by brackwood-embed, started with the authorization-restart marker: its own
-// configuration drives the launch, a service mode refuses the marker as an action, and a
-// configuration that cannot be read stops it.
+// configuration drives the launch, and a configuration that cannot be read stops it.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -62,57 +61,38 @@ class CommandLineLauncher : public ::testing::Test {
   std::string record;
 };
 
-TEST_F(CommandLineLauncher, AServiceLauncherRefusesTheMarkerAsItsAction) {
-  for (const std::string mode : {"legacy", "launchd"}) {
-    PlistDict config{{"bwk.service", mode}, {"JavaVM", PlistValue(javaVM())}};
-    std::string tool = makeTool(PlistValue(config), "svc");
-    RunResult r = start(tool, {"__bwk_auth_restart", tmp / "jdk", "start"});
-    EXPECT_EQ(r.status, 1) << r.err;
-    EXPECT_EQ(r.out, mode == "legacy" ? "Usage: svc {start|stop|run|run-redirect|status}\n"
-                                      : "Usage: svc {start|stop|run|run-redirect}\n");
-    EXPECT_FALSE(fs::exists(record));
-  }
-}
-
+// A configuration that cannot be read stops the launch; a region of four bytes holds none,
+// and the Info dictionary of the bundle around the tool applies.
 TEST_F(CommandLineLauncher, UnreadableConfigurations) {
+  PlistDict bundleVM{{"MainClass", "com.example.FromBundle"}};
+  std::string app = makeBundle(tmp.path(), "Tool", PlistValue(PlistDict{{"JavaVM", PlistValue(bundleVM)}}));
   struct Case {
     const char* name;
     std::function<void(const std::string&)> damage;
+    bool launches;
   };
-  std::vector<Case> cases = {
+  const std::vector<Case> cases = {
       {"broken property list",
        [](const std::string& tool) {
          std::string bytes = readFile(tool);
-         size_t end = bytes.rfind("</plist>");
-         ASSERT_NE(end, std::string::npos);
-         bytes.replace(end, 8, "</plixx>");
-         writeFile(tool, bytes);
-       }},
-      {"length zero in a region of 5 bytes", [this](const std::string& tool) { patchRegion(tool, 5, 0); }},
+         writeFile(tool, bytes.replace(bytes.rfind("</plist>"), 8, "</plixx>"));  // the note comes last
+       },
+       false},
+      {"length zero in a region of 5 bytes", [this](const std::string& tool) { patchRegion(tool, 5, 0); }, false},
+      {"a region of 4 bytes", [this](const std::string& tool) { patchRegion(tool, 4); }, true},
   };
   for (const Case& c : cases) {
+    std::filesystem::remove(record);
     std::string tool = makeTool(PlistValue(PlistDict{{"JavaVM", PlistValue(javaVM())}}));
     c.damage(tool);
-    RunResult r = start(tool, {"__bwk_auth_restart", tmp / "jdk"});
-    EXPECT_EQ(r.status, 1) << c.name;
-    EXPECT_TRUE(text::contains(r.err, "] Failed to parse plist: ")) << c.name << ": " << r.err;
-    EXPECT_TRUE(text::endsWith(r.err, "ERROR: Could not load embedded plist.\n")) << c.name << ": " << r.err;
-    EXPECT_FALSE(fs::exists(record)) << c.name;
+    std::filesystem::copy_file(tool, app + "/Contents/MacOS/Tool", std::filesystem::copy_options::overwrite_existing);
+    RunResult r = start(app + "/Contents/MacOS/Tool", {"__bwk_auth_restart", tmp / "jdk"});
+    EXPECT_EQ(r.status, c.launches ? 0 : 1) << c.name << ": " << r.err;
+    EXPECT_EQ(text::contains(r.err, "] Failed to parse plist: "), !c.launches) << c.name << ": " << r.err;
+    EXPECT_EQ(text::endsWith(r.err, "ERROR: Could not load embedded plist.\n"), !c.launches) << c.name << ": " << r.err;
+    std::vector<std::string> argv = readRecord(record).argv;
+    EXPECT_EQ(std::find(argv.begin(), argv.end(), "com.example.FromBundle") != argv.end(), c.launches) << c.name;
   }
-}
-
-TEST_F(CommandLineLauncher, ARegionOfFourBytesIsNoConfiguration) {
-  // The tool inside a bundle whose Info dictionary names another main class.
-  PlistDict bundleVM{{"MainClass", "com.example.FromBundle"}};
-  std::string app = makeBundle(tmp.path(), "Tool", PlistValue(PlistDict{{"JavaVM", PlistValue(bundleVM)}}));
-  std::string tool = makeTool(PlistValue(PlistDict{{"JavaVM", PlistValue(javaVM())}}));
-  patchRegion(tool, 4);
-  std::filesystem::copy_file(tool, app + "/Contents/MacOS/Tool", std::filesystem::copy_options::overwrite_existing);
-  RunResult r = start(app + "/Contents/MacOS/Tool", {"__bwk_auth_restart", tmp / "jdk"});
-  EXPECT_EQ(r.status, 0) << r.err;
-  Recorded rec = readRecord(record);
-  EXPECT_NE(std::find(rec.argv.begin(), rec.argv.end(), "com.example.FromBundle"), rec.argv.end())
-      << text::join(rec.argv, "\n") << r.err;
 }
 
 TEST_F(CommandLineLauncher, RealRuntime) {

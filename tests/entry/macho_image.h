@@ -13,16 +13,14 @@ using Bytes = std::vector<uint8_t>;
 
 inline void put32(Bytes& b, size_t at, uint32_t v) { std::memcpy(b.data() + at, &v, 4); }
 inline void put64(Bytes& b, size_t at, uint64_t v) { std::memcpy(b.data() + at, &v, 8); }
-inline uint32_t get32(const Bytes& b, size_t at) {
-  uint32_t v;
-  std::memcpy(&v, b.data() + at, 4);
+template <class T = uint32_t>
+T get(const Bytes& b, size_t at) {
+  T v;
+  std::memcpy(&v, b.data() + at, sizeof v);
   return v;
 }
-inline uint64_t get64(const Bytes& b, size_t at) {
-  uint64_t v;
-  std::memcpy(&v, b.data() + at, 8);
-  return v;
-}
+inline uint32_t get32(const Bytes& b, size_t at) { return get<uint32_t>(b, at); }
+inline uint64_t get64(const Bytes& b, size_t at) { return get<uint64_t>(b, at); }
 
 inline Bytes noteOwner(const std::string& owner = "com.brackwood") {
   Bytes b(16, 0);
@@ -38,7 +36,7 @@ inline Bytes noteCommand(const Bytes& owner, uint64_t offset, uint64_t size, uin
   std::memcpy(c.data() + 8, owner.data(), 16);
   put64(c, 24, offset);
   put64(c, 32, size);
-  c.resize(commandSize >= 8 ? commandSize : 8);
+  c.resize(std::max<uint32_t>(commandSize, 8));
   return c;
 }
 
@@ -126,13 +124,11 @@ inline Bytes signedImage(Bytes file, size_t position = SIZE_MAX, uint32_t size =
   return file;
 }
 
-// A universal file: the big-endian header (FAT_MAGIC, or FAT_MAGIC_64 when `wide`), then
-// each slice at the next multiple of 2^align.
+// A slice of a universal file; `offset` is where it lies (read back).
 struct FatSlice {
-  uint32_t cputype = 0;
-  uint32_t align = 0;
+  uint32_t cputype = 0, align = 0;
   Bytes contents;
-  uint64_t offset = 0;  // where it lies (read back)
+  uint64_t offset = 0;
 };
 
 inline uint32_t getBe32(const Bytes& b, size_t at) {
@@ -142,6 +138,8 @@ inline void putBe32(Bytes& b, size_t at, uint32_t v) {
   for (size_t i = 0; i < 4; ++i) b[at + i] = static_cast<uint8_t>(v >> (24 - 8 * i));
 }
 
+// A universal file: the big-endian header (FAT_MAGIC, or FAT_MAGIC_64 when `wide`), then
+// each slice at the next multiple of 2^align.
 inline Bytes universalFile(const std::vector<FatSlice>& slices, bool wide) {
   size_t entry = wide ? 32 : 20;
   Bytes b(8 + entry * slices.size(), 0);
@@ -166,13 +164,9 @@ inline std::vector<FatSlice> universalSlices(const Bytes& b) {
   std::vector<FatSlice> slices;
   for (uint32_t i = 0; i < getBe32(b, 4); ++i) {
     size_t e = 8 + i * entry;
-    FatSlice s;
-    s.cputype = getBe32(b, e);
-    s.offset = getBe32(b, e + 8 + (wide ? 4 : 0));
-    uint32_t size = getBe32(b, e + (wide ? 20 : 12));
-    s.align = getBe32(b, e + (wide ? 24 : 16));
-    s.contents.assign(b.begin() + static_cast<std::ptrdiff_t>(s.offset), b.begin() + static_cast<std::ptrdiff_t>(s.offset + size));
-    slices.push_back(std::move(s));
+    auto from = b.begin() + getBe32(b, e + 8 + (wide ? 4 : 0));
+    slices.push_back({getBe32(b, e), getBe32(b, e + (wide ? 24 : 16)), Bytes(from, from + getBe32(b, e + (wide ? 20 : 12))),
+                      static_cast<uint64_t>(from - b.begin())});
   }
   return slices;
 }

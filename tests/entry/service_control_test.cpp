@@ -1,7 +1,6 @@
 // Service control of a command-line launcher: the actions each mode accepts, the usage
 // lines, and the legacy start that detaches before the runtime starts. Each case runs the
-// command-line path in a child process, since a launch would start a runtime (here a fake
-// one that records the vector it is given).
+// command-line path in a child process, with a fake runtime that records its vector.
 #include <gtest/gtest.h>
 #include <fcntl.h>
 #include <sys/resource.h>
@@ -9,30 +8,22 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <cstdlib>
 #include <filesystem>
 #include <thread>
 
-#include "base/log.h"
+#include "../e2e/e2e_support.h"
 #include "base/strings.h"
 #include "entry/entry.h"
-#include "platform/platform.h"
-#include "../e2e/e2e_support.h"
 #include "test_support.h"
 
 namespace bwk::test {
 namespace {
 
-struct Outcome {
-  int status = -1;
-  std::string out, err;
-};
-
 class ServiceControl : public ::testing::Test {
  protected:
   void SetUp() override { makeFakeRuntime(tmp / "jdk", "17.0.2+8"); }
 
-  PlistValue configuration(const std::optional<std::string>& mode) {
+  PlistValue configuration(std::optional<PlistValue> mode) {
     PlistDict javaVM{{"MainClass", "com.example.Service"},
                      {"ArgumentArray", PlistValue(PlistArray{"configured"})},
                      {"SearchSequence", PlistValue(PlistArray{"R" + tmp / "jdk"})}};
@@ -41,61 +32,41 @@ class ServiceControl : public ::testing::Test {
     return PlistValue(config);
   }
 
-  // Runs the command-line path with the process arguments "<dir>/mytool" and `words`.
-  // `beforeLaunch` runs in the child just before it. After the path returns, the process
-  // that returned writes its status, process, session and descriptors to "state".
-  Outcome runCli(const PlistValue& config, const std::vector<std::string>& words, void (*beforeLaunch)() = nullptr) {
-    std::string out = tmp / "out", err = tmp / "err", state = tmp / "state";
+  // Runs the command-line path as "/opt/tools/mytool `words`" in a child, output in tmp/out
+  // and tmp/err; `beforeLaunch` runs just before. The process that returns from the path
+  // writes its status, process, session, directory and descriptors to tmp/state.
+  int runCli(const PlistValue& config, const std::vector<std::string>& words, void (*beforeLaunch)() = nullptr) {
     std::fflush(nullptr);
-    pid_t pid = fork();
-    if (pid == 0) {
-      int o = open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644), e = open(err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-      dup2(o, 1);
-      dup2(e, 2);
-      close(o);
-      close(e);
+    childPid = fork();
+    if (childPid == 0) {
+      if (!freopen((tmp / "out").c_str(), "w", stdout) || !freopen((tmp / "err").c_str(), "w", stderr)) _exit(99);
       setenv("FAKE_JLI_RECORD", (tmp / "record").c_str(), 1);
       setenv("FAKE_JLI_STATUS", "7", 1);
       unsetenv("BRACKWOOD_LOG");
       std::vector<std::string> arguments{"/opt/tools/mytool"};
       arguments.insert(arguments.end(), words.begin(), words.end());
       if (beforeLaunch) beforeLaunch();
-      const Bundle bundle(tmp.path());
-      int status = launch_cli(config, bundle, arguments);
+      int status = launch_cli(config, Bundle(tmp.path()), arguments);
       std::fflush(nullptr);
-      char cwd[4096] = "";
-      char links[3][256] = {};
-      for (int fd = 0; fd < 3; ++fd) {
-        std::string link = "/proc/self/fd/" + std::to_string(fd);
-        ssize_t n = readlink(link.c_str(), links[fd], sizeof links[fd] - 1);
-        if (n < 0) links[fd][0] = '\0';
-      }
-      int s = open(state.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-      if (s >= 0) {
-        dprintf(s, "status=%d\npid=%d\nsession-leader=%d\ncwd=%s\nfd0=%s\nfd1=%s\nfd2=%s\n", status, getpid(),
-                getsid(0) == getpid() ? 1 : 0, getcwd(cwd, sizeof cwd) ? cwd : "?", links[0], links[1], links[2]);
-        close(s);
-      } else {
-        dprintf(2, "returned %d\n", status);
-      }
+      char cwd[4096] = "", links[3][256] = {};
+      for (int fd = 0; fd < 3; ++fd) 
+        if (readlink(("/proc/self/fd/" + std::to_string(fd)).c_str(), links[fd], 255) < 0) links[fd][0] = '\0';
+      int s = open((tmp / "state").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+      if (s < 0) dprintf(2, "returned %d\n", status);
+      dprintf(s, "status=%d\npid=%d\nsession-leader=%d\ncwd=%s\nfd0=%s\nfd1=%s\nfd2=%s\n", status, getpid(),
+              getsid(0) == getpid(), getcwd(cwd, sizeof cwd) ? cwd : "?", links[0], links[1], links[2]);
       _exit(status);
     }
     int wstatus = 0;
-    waitpid(pid, &wstatus, 0);
-    childPid = pid;
-    return Outcome{WIFEXITED(wstatus) ? WEXITSTATUS(wstatus) : 128 + WTERMSIG(wstatus), readFile(out), readFile(err)};
+    waitpid(childPid, &wstatus, 0);
+    return WIFEXITED(wstatus) ? WEXITSTATUS(wstatus) : 128 + WTERMSIG(wstatus);
   }
 
   // Waits for a file to hold `text` (the detached service writes it later).
   bool waitFor(const std::string& file, const std::string& text) {
-    for (int i = 0; i < 200; ++i) {
-      if (text::contains(readFile(file), text)) return true;
-      std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    }
-    return false;
+    for (int i = 0; i < 200 && !text::contains(readFile(file), text); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    return text::contains(readFile(file), text);
   }
-
-  std::vector<std::string> recordedArguments() { return readRecord(tmp / "record").argv; }
 
   TempDir tmp;
   pid_t childPid = 0;
@@ -104,9 +75,11 @@ class ServiceControl : public ::testing::Test {
 const std::string kLegacyUsage = "Usage: mytool {start|stop|run|run-redirect|status}\n";
 const std::string kUsage = "Usage: mytool {start|stop|run|run-redirect}\n";
 
+// A launch puts the action before the configured arguments and the mode among the options;
+// a mode that is not a string is none, and the word an ordinary argument.
 TEST_F(ServiceControl, ActionsOfEachMode) {
   struct Case {
-    std::string mode;
+    PlistValue mode;
     std::vector<std::string> words;
     bool launches;
     std::string printed;
@@ -118,73 +91,55 @@ TEST_F(ServiceControl, ActionsOfEachMode) {
       {"legacy", {}, false, kLegacyUsage}, {"legacy", {"__bwk_auth_restart", tmp / "jdk"}, false, kLegacyUsage},
       {"launchd", {"start"}, true, ""}, {"launchd", {"stop"}, true, ""}, {"launchd", {"start-launchd"}, true, ""},
       {"launchd", {"run"}, true, ""}, {"launchd", {"run-redirect"}, true, ""}, {"launchd", {"status"}, false, kUsage},
+      {"launchd", {"__bwk_auth_restart", tmp / "jdk", "start"}, false, kUsage},
       {"Legacy", {"status"}, false, kUsage}, {"", {"RUN"}, false, kUsage}, {"launchd", {}, false, kUsage},
+      {1, {"status"}, true, ""},
   };
   for (const Case& c : cases) {
-    std::string label = c.mode + " " + text::join(c.words, " ");
+    const std::string* mode = c.mode.asString();
+    std::string label = (mode ? *mode : "1") + " " + text::join(c.words, " ");
     std::filesystem::remove(tmp / "record");
-    Outcome o = runCli(configuration(c.mode), c.words);
-    EXPECT_EQ(o.out, c.printed) << label;
-    if (c.launches) {
-      EXPECT_EQ(o.status, 7) << label << o.err;  // the runtime's status
-      std::vector<std::string> argv = recordedArguments();
-      ASSERT_GE(argv.size(), 3u) << label;
-      // The action leads the application's arguments; the mode is a system property.
-      auto main = std::find(argv.begin(), argv.end(), "com.example.Service");
-      ASSERT_NE(main, argv.end()) << label;
-      EXPECT_EQ(*(main + 1), c.words[0]) << label;
-      EXPECT_EQ(*(main + 2), "configured") << label;
-      EXPECT_NE(std::find(argv.begin(), main, "-Dbwk.service=" + c.mode), main) << label;
-    } else {
-      EXPECT_EQ(o.status, 1) << label;
-      EXPECT_FALSE(std::filesystem::exists(tmp / "record")) << label;
-    }
+    int status = runCli(configuration(c.mode), c.words);
+    EXPECT_EQ(readFile(tmp / "out"), c.printed) << label;
+    EXPECT_EQ(status, c.launches ? 7 : 1) << label << readFile(tmp / "err");  // 7: the runtime's status
+    EXPECT_EQ(std::filesystem::exists(tmp / "record"), c.launches) << label;
+    if (!c.launches) continue;
+    std::vector<std::string> argv = readRecord(tmp / "record").argv;
+    auto main = std::find(argv.begin(), argv.end(), "com.example.Service");
+    ASSERT_LE(main + 3, argv.end()) << label;
+    std::vector<std::string> after(main + 1, argv.end()), expected{c.words[0], "configured"};
+    if (!mode) std::swap(expected[0], expected[1]);
+    EXPECT_EQ(std::vector(after.begin(), after.begin() + 2), expected) << label;
+    auto option = std::find_if(argv.begin(), main, [](const std::string& a) { return text::startsWith(a, "-Dbwk.service"); });
+    EXPECT_EQ(option == main ? "none" : *option, mode ? "-Dbwk.service=" + *mode : "none") << label;
   }
 }
 
-TEST_F(ServiceControl, ServiceModeMustBeAString) {
-  PlistDict config = *configuration(std::nullopt).asDictionary();
-  config["bwk.service"] = 1;
-  Outcome o = runCli(PlistValue(config), {"status"});
-  EXPECT_EQ(o.status, 7) << o.err;
-  EXPECT_EQ(o.out, "");
-  std::vector<std::string> argv = recordedArguments();
-  ASSERT_FALSE(argv.empty());
-  // No service mode: the word is an ordinary argument after the configured ones.
-  EXPECT_EQ(argv.back(), "status");
-  EXPECT_EQ(std::find_if(argv.begin(), argv.end(), [](const std::string& a) { return text::startsWith(a, "-Dbwk.service"); }),
-            argv.end());
-}
-
 TEST_F(ServiceControl, LegacyStartDetachesAndThenLaunches) {
-  Outcome o = runCli(configuration("legacy"), {"start"});
   // The process that was started ends with 0 as soon as the service exists.
-  EXPECT_EQ(o.status, 0) << o.err;
-  EXPECT_EQ(o.out, "Starting mytool\n");
+  EXPECT_EQ(runCli(configuration("legacy"), {"start"}), 0) << readFile(tmp / "err");
+  EXPECT_EQ(readFile(tmp / "out"), "Starting mytool\n");
   ASSERT_TRUE(waitFor(tmp / "state", "fd2=")) << readFile(tmp / "err");
   std::string state = readFile(tmp / "state");
   EXPECT_TRUE(text::contains(state, "status=7\n")) << state;
   EXPECT_FALSE(text::contains(state, "pid=" + std::to_string(childPid) + "\n")) << state;
-  EXPECT_TRUE(text::contains(state, "session-leader=1\n")) << state;
-  EXPECT_TRUE(text::contains(state, "cwd=/\n")) << state;
-  EXPECT_TRUE(text::contains(state, "fd0=/dev/null\nfd1=/dev/null\nfd2=/dev/null\n")) << state;
-
-  std::vector<std::string> argv = recordedArguments();
+  EXPECT_TRUE(text::contains(state, "session-leader=1\ncwd=/\nfd0=/dev/null\nfd1=/dev/null\nfd2=/dev/null\n")) << state;
+  std::vector<std::string> argv = readRecord(tmp / "record").argv;
   auto main = std::find(argv.begin(), argv.end(), "com.example.Service");
   ASSERT_NE(main, argv.end());
   EXPECT_EQ(*(main + 1), "start");
   EXPECT_NE(std::find(argv.begin(), main, "-Dbwk.service=legacy"), main);
   EXPECT_NE(std::find(argv.begin(), main, "-Dbwk.jreBundle=" + tmp / "jdk"), main);
-}
 
-TEST_F(ServiceControl, DetachingThatFailsIsReportedAndLaunchesNothing) {
-  // No descriptor left for /dev/null once 0, 1 and 2 are taken.
-  Outcome o = runCli(configuration("legacy"), {"start"}, [] {
-    for (int fd = 3; fd < 1024; ++fd) close(fd);
-    struct rlimit limit{3, 3};
-    setrlimit(RLIMIT_NOFILE, &limit);
-  });
-  EXPECT_EQ(o.status, 0);
+  // No descriptor left for /dev/null once 0, 1 and 2 are taken: reported, nothing launched.
+  std::filesystem::remove(tmp / "record");
+  std::filesystem::remove(tmp / "state");
+  EXPECT_EQ(runCli(configuration("legacy"), {"start"}, [] {
+              for (int fd = 3; fd < 1024; ++fd) close(fd);
+              struct rlimit limit{3, 3};
+              setrlimit(RLIMIT_NOFILE, &limit);
+            }),
+            0);
   ASSERT_TRUE(waitFor(tmp / "err", "returned 1\n")) << readFile(tmp / "err");
   EXPECT_TRUE(text::contains(readFile(tmp / "err"), "daemon: Too many open files\n")) << readFile(tmp / "err");
   EXPECT_FALSE(std::filesystem::exists(tmp / "record"));

@@ -6,36 +6,25 @@
 namespace bwk::platform {
 namespace {
 
-TEST(NoticeText, RoundTripKeepsEveryByte) {
+TEST(NoticeText, RoundTripKeepsEveryByteUpToTheLimit) {
   std::string allBytes;
   for (int c = 1; c < 256; ++c) allBytes += static_cast<char>(c);
-  const std::vector<NoticeText> cases = {
-      {"Tool", "Java 11 or newer is needed."},
-      {std::nullopt, "message alone"},
-      {"", ""},
-      {"a=b:c", "line one\nline two\r\n\ttab %s %@ %n"},
-      {"Grüße 日本", allBytes},
-      {"-", "-:"},
+  const std::vector<std::pair<NoticeText, NoticeText>> cases = {
+      {{"Tool", "Java 11 or newer is needed."}, {"Tool", "Java 11 or newer is needed."}},
+      {{std::nullopt, "-:"}, {std::nullopt, "-:"}},
+      {{"", ""}, {"", ""}},
+      {{"Grüße 日本 a=b:c", allBytes}, {"Grüße 日本 a=b:c", allBytes}},
+      {{std::string(kNoticeTextLimit + 5, 'h'), std::string(kNoticeTextLimit * 3, 'm')},
+       {std::string(kNoticeTextLimit, 'h'), std::string(kNoticeTextLimit, 'm')}},
   };
-  for (const NoticeText& n : cases) {
-    std::string encoded = encodeNotice(n);
+  for (const auto& [notice, back] : cases) {
+    std::string encoded = encodeNotice(notice);
     EXPECT_EQ(encoded.find_first_not_of("0123456789abcdef:-"), std::string::npos) << encoded;
-    EXPECT_EQ(decodeNotice(encoded), n) << encoded;
+    EXPECT_EQ(decodeNotice(encoded), back) << encoded.substr(0, 40);
   }
-}
-
-TEST(NoticeText, LongTextsAreCut) {
-  NoticeText n{std::string(kNoticeTextLimit + 5, 'h'), std::string(kNoticeTextLimit * 3, 'm')};
-  std::optional<NoticeText> back = decodeNotice(encodeNotice(n));
-  ASSERT_TRUE(back);
-  EXPECT_EQ(back->header, std::string(kNoticeTextLimit, 'h'));
-  EXPECT_EQ(back->message, std::string(kNoticeTextLimit, 'm'));
-}
-
-TEST(NoticeText, MalformedValuesAreRefused) {
-  const std::vector<std::string> cases = {"", "41", "41:4", "41:4G", "zz:41", "41:4A", "-:41:42", "4:41",
-                                          "-:" + std::string(kNoticeTextLimit * 2 + 2, '4')};
-  for (const std::string& value : cases) EXPECT_FALSE(decodeNotice(value)) << value.substr(0, 20);
+  for (const std::string& value : std::vector<std::string>{"", "41", "41:4", "41:4G", "zz:41", "41:4A", "-:41:42", "4:41",
+                                                          "-:" + std::string(kNoticeTextLimit * 2 + 2, '4')})
+    EXPECT_FALSE(decodeNotice(value)) << value.substr(0, 20);
 }
 
 }  // namespace

@@ -1,18 +1,12 @@
 #pragma once
-// Shared by the extraction tests: archives written by Python's tarfile (or byte by byte for
-// fields no archiver writes), extraction with standard error captured, and a snapshot of
-// everything around the destination to prove that nothing was written outside it.
-#include <fcntl.h>
+// Extraction of archives written by a Python script, with the system log captured and a check
+// that nothing outside the destination changed.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
-#include <cstdio>
 #include <filesystem>
 #include <map>
 #include <sstream>
-#include <string>
-#include <vector>
 
 #include "base/log.h"
 #include "install/untar.h"
@@ -20,40 +14,27 @@
 
 namespace bwk::test {
 
-// Helpers for the archive scripts. A script calls file(), dir(), link(), hardlink(),
-// special(), raw() and longname(); the knobs at the top change how the stream ends.
-// file() prints "<data offset> <size>" for the progress tests.
+// file(), dir(), link(), hardlink(), special(), raw() and longname() add entries; file()
+// prints "<data offset> <size>". The GZ_* knobs damage the gzip stream.
 inline const char* kArchivePrelude = R"PY(
 import io, random, sys, tarfile, zlib
-OUT, ROOT, DEST = sys.argv[1], sys.argv[2], sys.argv[3]
+OUT, ROOT = sys.argv[1], sys.argv[2]
 _buf = io.BytesIO()
 tf = tarfile.open(fileobj=_buf, mode='w', format=tarfile.GNU_FORMAT)
-END = True            # end blocks written
-PLAIN = False         # no gzip at all
-GZ_DROP = 0           # bytes cut off the end of the gzip stream
-GZ_BAD_AT = None      # tar offset from which a second, corrupt gzip member follows
-GZ_BAD_START = False  # the first deflate block has an invalid type
-GZ_SPLIT_AT = None    # tar offset from which a second, intact gzip member follows
-GZ_TRAILING = b''     # bytes after the gzip stream
-GZ_SIZE = None        # length written into the trailer instead of the true one
-
+END, PLAIN, GZ_DROP, GZ_BAD_AT, GZ_SPLIT_AT, GZ_TRAILING, GZ_SIZE = True, False, 0, None, None, b'', None
 def _pad(n): return b'\0' * (-n % 512)
-
-def _info(name, kind, size=0, mode=0o644, link=''):
+def _add(name, kind, size=0, mode=0o644, link='', data=b''):
     ti = tarfile.TarInfo(name)
     ti.type, ti.size, ti.mode, ti.linkname, ti.mtime = kind, size, mode, link, 0
-    return ti
-
+    tf.addfile(ti, io.BytesIO(data))
 def file(name, data=b'', mode=0o644):
     if isinstance(data, str): data = data.encode()
-    tf.addfile(_info(name, tarfile.REGTYPE, len(data), mode), io.BytesIO(data))
+    _add(name, tarfile.REGTYPE, len(data), mode, data=data)
     print(tf.offset - len(data) - len(_pad(len(data))), len(data))
-
-def dir(name, mode=0o755): tf.addfile(_info(name, tarfile.DIRTYPE, mode=mode))
-def link(name, target): tf.addfile(_info(name, tarfile.SYMTYPE, link=target))
-def hardlink(name, target): tf.addfile(_info(name, tarfile.LNKTYPE, link=target))
-def special(name, kind): tf.addfile(_info(name, kind))
-
+def dir(name): _add(name, tarfile.DIRTYPE, mode=0o755)
+def link(name, target): _add(name, tarfile.SYMTYPE, link=target)
+def hardlink(name, target): _add(name, tarfile.LNKTYPE, link=target)
+def special(name, kind): _add(name, kind)
 def raw(name=b'', kind=b'0', size=None, mode=b'0000644\0', link=b'', data=b''):
     if isinstance(name, str): name = name.encode()
     if size is None: size = b'%011o\0' % len(data)
@@ -64,7 +45,6 @@ def raw(name=b'', kind=b'0', size=None, mode=b'0000644\0', link=b'', data=b''):
     h[148:156] = b'%06o\0 ' % sum(h)
     tf.fileobj.write(bytes(h) + data + _pad(len(data)))
     tf.offset += 512 + len(data) + len(_pad(len(data)))
-
 def longname(data, kind=b'L'): raw(b'././@LongLink', kind, data=data)
 def noise(n, seed=1): return random.Random(seed).randbytes(n)
 )PY";
@@ -72,147 +52,76 @@ def noise(n, seed=1): return random.Random(seed).randbytes(n)
 inline const char* kArchiveEpilogue = R"PY(
 if END: tf.close()
 data = _buf.getvalue()
-def gz(b):
-    c = zlib.compressobj(6, zlib.DEFLATED, 31)
-    return c.compress(b) + c.flush()
+def gz(b): c = zlib.compressobj(6, zlib.DEFLATED, 31); return c.compress(b) + c.flush()
+bad = gz(b'')[:10] + b'\x07' + b'\0' * 64  # a deflate block of an invalid type
 if PLAIN: out = data
-elif GZ_BAD_START: out = gz(data)[:10] + b'\x07' + b'\0' * 64
-elif GZ_BAD_AT is not None: out = gz(data[:GZ_BAD_AT]) + gz(b'')[:10] + b'\x07' + b'\0' * 64
+elif GZ_BAD_AT is not None: out = (gz(data[:GZ_BAD_AT]) if GZ_BAD_AT else b'') + bad
 elif GZ_SPLIT_AT is not None: out = gz(data[:GZ_SPLIT_AT]) + gz(data[GZ_SPLIT_AT:])
 else: out = gz(data)
-if GZ_SIZE is not None: out = out[:-4] + (GZ_SIZE & 0xffffffff).to_bytes(4, 'little')
-if GZ_DROP: out = out[:-GZ_DROP]
-out += GZ_TRAILING
-open(OUT, 'wb').write(out)
+if GZ_SIZE is not None: out = out[:-4] + GZ_SIZE.to_bytes(4, 'little')
+open(OUT, 'wb').write(out[:len(out) - GZ_DROP] + GZ_TRAILING)
 )PY";
 
-// Redirects file descriptor 2, where the system log writes, into a file while it lives.
-class StderrCapture {
- public:
-  explicit StderrCapture(const std::string& file) : file_(file) {
-    std::fflush(stderr);
-    saved_ = ::dup(2);
-    int fd = ::open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-    ::dup2(fd, 2);
-    ::close(fd);
-  }
-  ~StderrCapture() { restore(); }
-  StderrCapture(const StderrCapture&) = delete;
-  StderrCapture& operator=(const StderrCapture&) = delete;
-
-  // The messages written so far, each without the log's time stamp, process, function
-  // and line ("ERROR: gzread failed").
-  std::vector<std::string> messages() {
-    restore();
-    std::vector<std::string> out;
-    std::istringstream lines(readFile(file_));
-    for (std::string line; std::getline(lines, line);) {
-      size_t tag = line.find(" [Line ");
-      size_t close = tag == std::string::npos ? tag : line.find("] ", tag);
-      out.push_back(close == std::string::npos ? line : line.substr(close + 2));
-    }
-    return out;
-  }
-
- private:
-  void restore() {
-    if (saved_ < 0) return;
-    std::fflush(stderr);
-    ::dup2(saved_, 2);
-    ::close(saved_);
-    saved_ = -1;
-  }
-  std::string file_;
-  int saved_ = -1;
-};
-
-// Type, mode, size, link target and contents of everything under `root` except `skip`.
+// Type, mode, size, inode, link target and contents of everything under `root` but `skip`.
 inline std::map<std::string, std::string> snapshot(const std::string& root, const std::string& skip) {
   namespace stdfs = std::filesystem;
   std::map<std::string, std::string> items;
-  std::error_code ec;
-  for (auto it = stdfs::recursive_directory_iterator(root, ec); !ec && it != stdfs::recursive_directory_iterator();
-       it.increment(ec)) {
-    std::string p = it->path().string();
-    if (p == skip) {
+  for (auto it = stdfs::recursive_directory_iterator(root); it != stdfs::recursive_directory_iterator(); ++it) {
+    if (it->path() == skip) {
       it.disable_recursion_pending();
       continue;
     }
-    struct stat st;
-    ::lstat(p.c_str(), &st);
-    std::string what = std::to_string(st.st_mode) + " " + std::to_string(st.st_size) + " " + std::to_string(st.st_ino);
-    if (S_ISLNK(st.st_mode)) what.append(" -> ").append(stdfs::read_symlink(p, ec).string());
-    if (S_ISREG(st.st_mode)) what.append(" ").append(readFile(p));
-    items[p] = what;
+    struct stat st {};
+    ::lstat(it->path().c_str(), &st);
+    std::ostringstream what;
+    what << st.st_mode << ' ' << st.st_size << ' ' << st.st_ino << ' ';
+    if (S_ISLNK(st.st_mode)) what << stdfs::read_symlink(it->path());
+    if (S_ISREG(st.st_mode)) what << readFile(it->path());
+    items[it->path()] = what.str();
   }
   return items;
 }
 
-// A place to extract into: <root>/dest, beside <root>/outside (holding a file) and the
-// archive. Everything but dest must look the same after every extraction.
+// <root>/dest to extract into, beside <root>/outside/keep and the archive.
 class UntarFixture : public ::testing::Test {
  protected:
   void SetUp() override {
     ::unsetenv("BRACKWOOD_LOG");
     log::resetDebugDecision();
-    root = dir.path();
-    dest = root + "/dest";
-    archive = root + "/archive.tar.gz";
     writeFile(root + "/outside/keep", "outside data");
     std::filesystem::create_directory(dest);
   }
-  void TearDown() override { log::resetDebugDecision(); }
 
-  // Writes the archive from a script body (Python, see kArchivePrelude); returns what the
-  // script printed.
+  // Writes the archive from a script body; returns what the script printed.
   std::string buildArchive(const std::string& body) {
-    std::string script = scripts.path() + "/build.py";
-    writeFile(script, std::string(kArchivePrelude) + body + "\n" + kArchiveEpilogue);
-    RunResult r = run({"/usr/bin/python3", script, archive, root, dest});
+    writeFile(scripts / "build.py", std::string(kArchivePrelude) + body + "\n" + kArchiveEpilogue);
+    RunResult r = run({"/usr/bin/python3", scripts / "build.py", archive, root});
     EXPECT_EQ(r.status, 0) << r.err;
     return r.out;
   }
 
   struct Outcome {
     bool ok = false;
-    std::vector<std::string> messages;
+    std::vector<std::string> messages;  // system-log lines without time, process and line
     UnTar::Inflation used = UnTar::Inflation::Streaming;
   };
-  // Extracts `archive` into dest with the system log captured, inflating as `inflation`
-  // says, and checks that nothing outside dest changed.
   Outcome extract(int32_t length = 6000000, const ProgressCallback* progress = nullptr) {
     auto before = snapshot(root, dest);
     Outcome outcome;
-    StderrCapture capture(scripts.path() + "/stderr");
+    ::testing::internal::CaptureStderr();
     outcome.ok = UnTar::untarWith(inflation, archive, dest, length, progress, &outcome.used);
-    outcome.messages = capture.messages();
+    std::istringstream lines(::testing::internal::GetCapturedStderr());
+    for (std::string line; std::getline(lines, line);) outcome.messages.push_back(line.substr(line.find("] ", line.find(" [Line ")) + 2));
     EXPECT_EQ(snapshot(root, dest), before) << "something outside the destination changed";
     return outcome;
   }
 
-  // Replaces "{dest}" and "{root}" in an expected message.
-  std::string expand(std::string text) const {
-    for (auto [key, value] : {std::pair<std::string, std::string>{"{dest}", dest}, {"{root}", root}})
-      for (size_t at; (at = text.find(key)) != std::string::npos;) text.replace(at, key.size(), value);
-    return text;
-  }
-
-  TempDir dir;
-  TempDir scripts;  // the build script and captured output, away from the snapshot
-  std::string root, dest, archive;
+  TempDir dir, scripts;  // the script stays away from the snapshot
+  std::string root = dir.path(), dest = root + "/dest", archive = root + "/archive.tar.gz";
   UnTar::Inflation inflation = UnTar::Inflation::WholeBuffer;
 };
 
-// Both ways of inflating, for tests that run with each.
 inline const std::vector<UnTar::Inflation> kInflations{UnTar::Inflation::WholeBuffer, UnTar::Inflation::Streaming};
-
-inline std::string inflationName(UnTar::Inflation inflation) {
-  return inflation == UnTar::Inflation::WholeBuffer ? "WholeBuffer" : "Streaming";
-}
+inline std::string inflationName(UnTar::Inflation i) { return i == UnTar::Inflation::WholeBuffer ? "WholeBuffer" : "Streaming"; }
 
 }  // namespace bwk::test
-
-namespace bwk {
-// Found by argument-dependent lookup when a test's parameters are printed.
-inline void PrintTo(UnTar::Inflation inflation, std::ostream* os) { *os << test::inflationName(inflation); }
-}  // namespace bwk

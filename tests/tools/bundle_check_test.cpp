@@ -1,6 +1,7 @@
 // brackwood-bundle check on bundles made by create and then damaged one way each: the
 // finding names the file and the key, the status is 1; command lines it cannot use give 2.
 #include <functional>
+#include <map>
 
 #include "base/fs.h"
 #include "base/plist_reader.h"
@@ -32,99 +33,83 @@ TEST_F(BundleCheck, EachDamageIsOneFindingWithFileAndKey) {
   const std::string strings = "Contents/Resources/en.lproj/Localizable.strings: ";
   struct Case {
     std::string name;
-    std::function<void(const std::string& app)> damage;
-    std::vector<std::string> expected;  // lines, or parts of one line
+    PlistDict top, javaVM;  // set in Info.plist
+    std::map<std::string, std::string> files;  // written, relative to the output directory
+    std::vector<std::string> expected;         // lines, or parts of one line
+    std::function<void(const std::string& app)> damage = nullptr;
   };
+  const std::string app = tmp / "out/Hello.app", res = "Hello.app/Contents/Resources/";
   const std::vector<Case> cases = {
-      {"a mistyped key", [](const std::string& app) { editInfo(app, [](PlistDict& i, PlistDict&) { i["bwk.minVerson"] = "11"; }); },
+      {"a mistyped key", {{"bwk.minVerson", "11"}}, {}, {},
        {info + "bwk.minVerson: unknown key: the launcher does not read it (did you mean bwk.minVersion?)\n"}},
-      {"a key in the wrong dictionary",
-       [](const std::string& app) { editInfo(app, [](PlistDict&, PlistDict& vm) { vm["bwk.allowBeta"] = true; }); },
+      {"a key in the wrong dictionary", {}, {{"bwk.allowBeta", true}}, {},
        {info + "JavaVM.bwk.allowBeta: belongs at the top level: ignored here\n"}},
-      {"values of the wrong type",
-       [](const std::string& app) {
-         editInfo(app, [](PlistDict& i, PlistDict& vm) {
-           i["bwk.allowPassthrough"] = PlistValue(PlistArray{});
-           vm["VMOptionArray"] = "-Xmx1g";
-         });
-       },
+      {"values of the wrong type", {{"bwk.allowPassthrough", PlistValue(PlistArray{})}}, {{"VMOptionArray", "-Xmx1g"}}, {},
        {info + "bwk.allowPassthrough: is an array, not a boolean: read as missing\n",
         info + "JavaVM.VMOptionArray: is a string, not an array of strings: read as missing\n"}},
-      {"a main class in none of the jars",
-       [](const std::string& app) { editInfo(app, [](PlistDict&, PlistDict& vm) { vm["MainClass"] = "com.example.Gone"; }); },
+      {"a main class in none of the jars", {}, {{"MainClass", "com.example.Gone"}}, {},
        {info + "JavaVM.MainClass: com.example.Gone is in none of the 1 class-path entries (no com/example/Gone.class)\n"}},
-      {"class-path entries that match nothing",
-       [](const std::string& app) {
-         editInfo(app, [](PlistDict&, PlistDict& vm) {
+      {"class-path entries that match nothing", {}, {}, {},
+       {info + "JavaVM.ClassPath: the entry " + app + "/Contents/Resources/app/plugins/* matches nothing\n",
+        info + "JavaVM.ClassPath: the entry extra.jar does not exist\n"},
+       [](const std::string& bundle) {
+         editInfo(bundle, [](PlistDict&, PlistDict& vm) {
            vm["ClassPath"] = *vm["ClassPath"].asString() + ":${launcher:sys.appRootDir}/plugins/*:extra.jar";
          });
-       },
-       {info + "JavaVM.ClassPath: the entry " + tmp / "out/Hello.app/Contents/Resources/app/plugins/* matches nothing\n",
-        info + "JavaVM.ClassPath: the entry extra.jar does not exist\n"}},
-      {"a range no runtime satisfies",
-       [this](const std::string& app) {
-         makeFakeRuntime(tmp / "jdk", "17.0.2+8");
-         editInfo(app, [this](PlistDict& i, PlistDict& vm) {
-           i["bwk.minVersion"] = "21";
-           vm["SearchSequence"] = PlistValue(PlistArray{"R" + tmp / "jdk", "R" + tmp / "nothing-here"});
-         });
-       },
+       }},
+      {"a range no runtime satisfies", {{"bwk.minVersion", "21"}},
+       {{"SearchSequence", PlistValue(PlistArray{"R" + tmp / "jdk", "R" + tmp / "nothing-here"})}}, {},
        {info + "bwk.minVersion: no runtime of the search satisfies the range (bwk.minVersion 21, bwk.maxVersion (none)); "
-               "seen: " + tmp / "jdk (17.0.2+8): below the minimum 21\n"}},
-      {"malformed option files",
-       [this](const std::string& app) {
-         writeFile(tmp / "out/Hello.vmoptions", "-Xmx64m\nXss2m\n-include-options nowhere.txt\n-classpath\n");
-         writeFile(app + "/Contents/vmoptions.txt", "-Dname=\xff\xfe\n");
-       },
+               "seen: " + tmp / "jdk (17.0.2+8): below the minimum 21\n"},
+       [this](const std::string&) { makeFakeRuntime(tmp / "jdk", "17.0.2+8"); }},
+      {"malformed option files", {}, {},
+       {{"Hello.vmoptions", "-Xmx64m\nXss2m\n-include-options nowhere.txt\n-classpath\n"},
+        {"Hello.app/Contents/vmoptions.txt", "-Dname=\xff\xfe\n"}},
        {tmp / "out/Hello.vmoptions: line 2: 'Xss2m' is no option: the runtime would take it for the main class\n",
         tmp / "out/Hello.vmoptions: line 3: includes " + tmp / "out/nowhere.txt, which does not exist\n",
         tmp / "out/Hello.vmoptions: line 4: '-classpath' without a value reaches the runtime as an option\n",
         "Contents/vmoptions.txt: is not UTF-8: the launcher ignores the whole file\n"}},
-      {"malformed strings files",
-       [](const std::string& app) {
-         std::string file = app + "/Contents/Resources/en.lproj/Localizable.strings";
-         std::string table = readFile(file);
-         table = text::replaceAll(table, "\"Preparing %@ ...\"", "\"Preparing %@ for %@ (%d)\"");
-         writeFile(file, text::replaceAll(table, "\"ButtonCancel\"", "\"ButtonCancle\""));
-         writeFile(app + "/Contents/Resources/de.lproj/Localizable.strings", "\"ButtonCancel\" = ");
-       },
+      {"malformed strings files", {}, {},
+       {{res + "en.lproj/Localizable.strings", "\"PrepareInstaller\" = \"Preparing %@ for %@ (%d)\";\n\"ButtonCancle\" = \"x\";\n"},
+        {res + "de.lproj/Localizable.strings", "\"ButtonCancel\" = "}},
        {strings + "PrepareInstaller: '%d' in the text: the inserts are texts, written %@\n",
         strings + "PrepareInstaller: has 2 %@ but the message has 1 insert(s): the rest show nothing\n",
         strings + "ButtonCancle: unknown message key: the launcher never shows it (did you mean ButtonCancel?)\n",
         strings + "ButtonCancel: missing: the launcher shows the key itself\n",
         "Contents/Resources/de.lproj/Localizable.strings: cannot be read: "}},
-      {"a damaged icon",
-       [](const std::string& app) { writeFile(app + "/Contents/Resources/app.icns", std::string("icns\0\0\0\x30ic08", 12)); },
+      {"a damaged icon", {}, {}, {{res + "app.icns", std::string("icns\0\0\0\x30ic08", 12)}},
        {"Contents/Resources/app.icns: its header gives 48 bytes, the file has 12\n"}},
-      {"an archive holding a top-level folder",
-       [this](const std::string& app) {
-         makeFakeRuntime(tmp / "stage/jdk-17", "17.0.2");
-         packArchive(app, tmp / "stage", "jdk-17");
-       },
+      {"an archive holding a top-level folder", {}, {}, {},
        {info + "bwk.jreUncompressedSize: missing: the progress bar measures against 6000000 bytes; the archive holds ",
         "Contents/Resources/app/jre.tar.gz: wrong layout: unpacked, it gives no version",
-        "The archive must hold Contents/Home/...; its top level holds jdk-17\n"}},
-      {"an archive of another size than configured",
-       [this](const std::string& app) {
+        "The archive must hold Contents/Home/...; its top level holds jdk-17\n"},
+       [this](const std::string& bundle) {
+         makeFakeRuntime(tmp / "stage/jdk-17", "17.0.2");
+         packArchive(bundle, tmp / "stage", "jdk-17");
+       }},
+      {"an archive of another size than configured", {{"bwk.jreUncompressedSize", 1000}}, {}, {},
+       {info + "bwk.jreUncompressedSize: says 1000; the archive's tar stream is "},
+       [this](const std::string& bundle) {
          makeFakeRuntime(tmp / "stage/Contents/Home", "17.0.2");
-         packArchive(app, tmp / "stage", "Contents");
-         editInfo(app, [](PlistDict& i, PlistDict&) { i["bwk.jreUncompressedSize"] = 1000; });
-       },
-       {info + "bwk.jreUncompressedSize: says 1000; the archive's tar stream is "}},
+         packArchive(bundle, tmp / "stage", "Contents");
+       }},
   };
   for (const Case& c : cases) {
     shell("rm -rf " + tmp / "out " + tmp / "stage " + tmp / "jdk");
     ASSERT_EQ(createHello(tmp / "out").status, 0) << c.name;
-    std::string app = tmp / "out/Hello.app";
-    c.damage(app);
+    editInfo(app, [&](PlistDict& i, PlistDict& vm) {
+      for (const auto& [key, value] : c.top) i[key] = value;
+      for (const auto& [key, value] : c.javaVM) vm[key] = value;
+    });
+    for (const auto& [file, content] : c.files) writeFile(tmp / "out/" + file, content);
+    if (c.damage) c.damage(app);
     RunResult r = bundleTool({"check", app});
     EXPECT_EQ(r.status, 1) << c.name << ": " << r.out << r.err;
     for (const std::string& part : c.expected) EXPECT_TRUE(text::contains(r.out, part)) << c.name << ": " << part << "\n" << r.out;
     // As many JSON findings as lines.
-    std::vector<std::string> lines = text::split(r.out, "\n");
     RunResult counted = shell(std::string(BWK_BUNDLE) + " check --json " + app +
                               " | python3 -c 'import json,sys; print(len(json.load(sys.stdin)[\"findings\"]))'");
-    EXPECT_EQ(counted.out, std::to_string(lines.size() - 2) + "\n") << c.name << ": " << counted.err;
+    EXPECT_EQ(counted.out, std::to_string(text::split(r.out, "\n").size() - 2) + "\n") << c.name << ": " << counted.err;
   }
 }
 

@@ -25,25 +25,20 @@ TEST_F(BundleCreate, RefusalsLeaveTheOutputAsItWas) {
   writeFile(tmp / "not-a-jar.jar", "plain text");
   writeFile(tmp / "broken.icns", std::string("icns\0\0\0\x09x", 9));
   shell("mkdir -p " + tmp / "empty");
-  struct Case {
-    std::string name;
-    std::vector<std::string> words;
-    std::string message;
+  const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
+      {{}, "Hello.app exists (--force replaces it)"},
+      {{"--jar", tmp / "missing.jar"}, "missing.jar: no such file or directory"},
+      {{"--jar", tmp / "not-a-jar.jar"}, "not-a-jar.jar: not a jar: "},
+      {{"--runtime", tmp / "empty", "--force"}, "not a Java runtime the launcher can use"},
+      {{"--icon", tmp / "broken.icns", "--force"}, "broken.icns: "},  // fails while the bundle is built
   };
-  const std::vector<Case> cases = {
-      {"an existing bundle", {}, "Hello.app exists (--force replaces it)"},
-      {"a missing jar", {"--jar", tmp / "missing.jar"}, "missing.jar: no such file or directory"},
-      {"a file that is no jar", {"--jar", tmp / "not-a-jar.jar"}, "not-a-jar.jar: not a jar: "},
-      {"a directory that is no runtime", {"--runtime", tmp / "empty", "--force"}, "not a Java runtime the launcher can use"},
-      {"an icon that fails while the bundle is built", {"--icon", tmp / "broken.icns", "--force"}, "broken.icns: "},
-  };
-  for (const Case& c : cases) {
+  for (const auto& [words, message] : cases) {
     shell("rm -rf " + tmp / "out && mkdir -p " + tmp / "out/Hello.app && echo old > " + tmp / "out/Hello.app/marker");
-    RunResult r = createHello(tmp / "out", c.words);
-    EXPECT_EQ(r.status, 1) << c.name << ": " << r.err;
-    EXPECT_TRUE(text::contains(r.err, c.message)) << c.name << ": " << r.err;
-    EXPECT_EQ(listing(tmp / "out"), std::vector<std::string>{"Hello.app"}) << c.name;
-    EXPECT_EQ(readFile(tmp / "out/Hello.app/marker"), "old\n") << c.name;
+    RunResult r = createHello(tmp / "out", words);
+    EXPECT_EQ(r.status, 1) << message << ": " << r.err;
+    EXPECT_TRUE(text::contains(r.err, message)) << message << ": " << r.err;
+    EXPECT_EQ(listing(tmp / "out"), std::vector<std::string>{"Hello.app"}) << message;
+    EXPECT_EQ(readFile(tmp / "out/Hello.app/marker"), "old\n") << message;
   }
   RunResult forced = createHello(tmp / "out", {"--force"});
   EXPECT_EQ(forced.status, 0) << forced.err;

@@ -35,7 +35,7 @@ std::string temporaryDirectory() {
 }
 
 std::string userCacheDirectory() {
-  // The base directory specification asks for an absolute path and says to ignore others.
+  // XDG_CACHE_HOME counts only when it is an absolute path; anything else is ignored.
   const char* xdg = std::getenv("XDG_CACHE_HOME");
   std::string base = (xdg && xdg[0] == '/') ? std::string(xdg) : homeDirectory() + "/.cache";
   while (base.size() > 1 && base.back() == '/') base.pop_back();
