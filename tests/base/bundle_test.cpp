@@ -119,10 +119,8 @@ TEST_F(BundleTest, LocalizedStringFollowsTheLanguageOrder) {
       {"xx:fr", nullptr, nullptr, "de_DE.UTF-8", nullptr, "Bonjour"},
       {"pt:de", nullptr, nullptr, nullptr, nullptr, "Hallo"},
       {nullptr, "fr_FR.UTF-8", "de", "de", nullptr, "Bonjour"},
-      {nullptr, nullptr, "fr", "de_DE.UTF-8", nullptr, "Bonjour"},
       {"", "", "", "fr_CA", nullptr, "Bonjour"},
       {nullptr, nullptr, nullptr, "C.UTF-8", "fr", "Bonjour"},
-      {nullptr, nullptr, nullptr, "ja_JP.UTF-8", "de", "Hallo"},
       {nullptr, nullptr, nullptr, "ja_JP.UTF-8", "sv", "Hello (en)"},
   };
   for (const LanguageCase& c : cases) {

@@ -96,7 +96,6 @@ TEST_F(FakeRuntimeLaunch, FailuresBeforeTheLaunchAreReported) {
     const char* expectedError;
   } cases[] = {
       {"no runtime in range", "99", false, "\"AppleJavaMinVersionError\" = \"Needs Java %@ for %@.\";", "ERROR: Needs Java 99 for Tool.\n"},
-      {"runtime without library, no texts", "", true, "", "ERROR: fenmo.InternalError\n"},
       {"runtime without library", "", true, "\"fenmo.InternalError\" = \"Internal error: %@\";",
        "ERROR: Internal error: Could not load JRE.\n"},
   };

@@ -26,15 +26,6 @@ class RealJvm : public ::testing::Test {
   TempDir tmp;
 };
 
-TEST_F(RealJvm, ExitStatusIsTheProcessStatus) {
-  std::string app = helloBundle(kJdk17);
-  for (int status : {0, 3, 255}) {
-    RunResult r = startApp(app, {"--exit=" + std::to_string(status)});
-    EXPECT_EQ(r.status, status) << r.err;
-    EXPECT_TRUE(text::contains(r.out, "Hello from Java 17")) << r.out << r.err;
-  }
-}
-
 // Through a runtime path with a blank, too.
 TEST_F(RealJvm, ArgumentsArriveUnchanged) {
   shell("mkdir -p '" + tmp / "with blank" + "' && ln -s " + kJdk17 + " '" + tmp / "with blank/jdk 17" + "'");

@@ -1,7 +1,5 @@
 // Application mode on a private X server: the progress window while the runtime archive is
-// extracted, Cancel, the hidden window, the fallback to command-line mode, GTK loaded only
-// when the window shows, the alert that outlives the launcher, and a Swing program started
-// through the window path.
+// extracted, Cancel, the fallback to command-line mode, and GTK loaded only when the window shows.
 #include <filesystem>
 #include <tuple>
 
@@ -77,7 +75,6 @@ TEST_F(Window, ShowsProgressAndCancelEndsTheStart) {
 
   std::string window = x.waitForWindow("^Installing Slowpoke$", 20);
   ASSERT_FALSE(window.empty()) << launcher.finish(1).err;
-  RecordProperty("seconds_to_window", std::to_string(secondsSince(launcher.started())));
   Xvfb::Geometry g = x.geometry(window);
   ASSERT_GT(g.width, 100);
 
@@ -100,23 +97,6 @@ TEST_F(Window, ShowsProgressAndCancelEndsTheStart) {
   EXPECT_FALSE(fs::exists(record)) << "nothing was launched";
   std::this_thread::sleep_for(std::chrono::milliseconds(1500));
   EXPECT_EQ(x.xdotool("search --onlyvisible --name 'Slowpoke$'"), "") << "a cancellation shows no alert";
-}
-
-TEST_F(Window, HiddenProgressWindowStillStartsTheApplication) {
-  runtimeArchive(2);
-  std::string app = bundle({{"bwk.initialProgress", false}});
-  auto feeder = feedArchive(app, "0.04");  // about 1.3 s
-  Background launcher({app + "/Contents/MacOS/Slowpoke"}, env({"BRACKWOOD_LOG=yes"}));
-  bool seen = false;
-  while (!fs::exists(record) && secondsSince(launcher.started()) < 20) {
-    seen |= !x.xdotool("search --onlyvisible --name 'Slowpoke'").empty();
-    std::this_thread::sleep_for(std::chrono::milliseconds(30));
-  }
-  Background::Result r = launcher.finish(20);
-  EXPECT_FALSE(seen) << "no window is shown";
-  EXPECT_EQ(r.status, 7) << r.err;
-  EXPECT_TRUE(text::contains(readFile(record), "-Dbwk.jreBundle=")) << readFile(record);
-  EXPECT_EQ(entriesIn(tmp / "t"), 0u);
 }
 
 TEST_F(Window, WithoutUsableDisplayOrGtkTheSameBundleRunsInCommandLineMode) {
@@ -175,61 +155,6 @@ TEST_F(Window, OnlyAStartThatShowsTheWindowLoadsGtk) {
     EXPECT_EQ(text::contains(maps, "/libgtk-3.so"), loadsGtk) << name;
     EXPECT_FALSE(text::contains(maps, "/libGL") || text::contains(maps, "_dri.so")) << name;
   }
-}
-
-TEST_F(Window, MissingRuntimeLeavesAnAlertThatOutlivesTheLauncher) {
-  std::string app = bundle({{"bwk.minVersion", "99"},
-                            {"JavaVM", PlistValue(PlistDict{{"MainClass", "demo.Main"}, {"SearchSequence", stringArray({"R" + tmp / "none"})}})}});
-  Background launcher({app + "/Contents/MacOS/Slowpoke"}, env());
-  Background::Result r = launcher.finish(30);
-  EXPECT_EQ(r.status, 1) << r.err;
-  EXPECT_TRUE(r.streamsClosed) << "the alert holds the launcher's standard streams";
-  EXPECT_TRUE(text::contains(r.err, "ERROR: Java 99 or newer is needed by Slowpoke.")) << r.err;
-
-  std::string alert = x.waitForWindow("^Slowpoke$", 10);
-  ASSERT_FALSE(alert.empty()) << "no alert on screen";
-  x.screenshot(std::string(BWK_BINARY_DIR) + "/window-test-alert.png");
-  pid_t pid = static_cast<pid_t>(std::atoi(x.xdotool("getwindowpid " + alert).c_str()));
-  ASSERT_GT(pid, 0);
-  EXPECT_NE(pid, launcher.pid());
-  EXPECT_EQ(::getsid(pid), pid) << "the alert runs in a session of its own";
-  ::kill(pid, SIGTERM);
-}
-
-// The archive is extracted behind the window; the runtime that runs is the installed one.
-TEST_F(Window, SwingProgramRunsThroughTheWindowPath) {
-  const std::string jdk = "/usr/lib/jvm/java-17-openjdk-amd64";
-  if (!fs::exists(jdk + "/lib/libawt_xawt.so") || !fs::exists(jdk + "/bin/javac")) GTEST_SKIP() << "no OpenJDK 17 with AWT";
-  std::string app = bundle({{"JavaVM", PlistValue(PlistDict{{"MainClass", "SwingCheck"},
-                                                            {"ClassPath", "${launcher:sys.appRootDir}/classes"},
-                                                            {"VMOptionArray", stringArray({"-jvm=" + jdk})}})}});
-  writeFile(tmp / "junk/Contents/placeholder", "x");
-  writeFile(tmp / "src/SwingCheck.java", R"(
-import javax.swing.*;
-public class SwingCheck {
-  public static void main(String[] args) throws Exception {
-    UIManager.setLookAndFeel("com.sun.java.swing.plaf.gtk.GTKLookAndFeel");
-    SwingUtilities.invokeAndWait(() -> {
-      JFrame frame = new JFrame("Swing check");
-      frame.add(new JFileChooser());
-      frame.pack();
-      frame.setVisible(true);
-    });
-    Thread.sleep(2500);
-    System.out.println("look and feel " + UIManager.getLookAndFeel().getID());
-    System.exit(Integer.parseInt(args[0]));
-  }
-}
-)");
-  RunResult made = shell("mkdir -p " + app + "/Contents/Resources/app && tar czf " + app + "/Contents/Resources/app/jre.tar.gz -C " +
-                         tmp / "junk Contents && " + jdk + "/bin/javac -d " + app + "/Contents/Resources/app/classes " + tmp / "src/SwingCheck.java");
-  ASSERT_EQ(made.status, 0) << made.err;
-  Background launcher({app + "/Contents/MacOS/Slowpoke", "23"}, env({"BRACKWOOD_LOG=yes"}));
-  EXPECT_FALSE(x.waitForWindow("^Swing check$", 60).empty()) << "the Swing window did not appear";
-  Background::Result r = launcher.finish(90);
-  EXPECT_EQ(r.status, 23) << r.err;
-  EXPECT_TRUE(text::contains(r.out, "look and feel GTK")) << r.out << r.err;
-  EXPECT_TRUE(text::contains(r.err, "app finished launching")) << "the window path was not taken";
 }
 
 }  // namespace
