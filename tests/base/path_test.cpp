@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <climits>
-#include <cstdio>
 #include <optional>
 #include <string>
 #include <vector>
@@ -84,9 +83,6 @@ TEST(Path, ComponentsParentAndExtension) {
 TEST(Format, Conversions) {
   const std::optional<std::string> absent;
   const std::optional<std::string> present = "here";
-  int x = 0;
-  char pointer[32];
-  std::snprintf(pointer, sizeof pointer, "%p", static_cast<void*>(&x));
 
   struct Case {
     std::string got, expected;
@@ -98,10 +94,8 @@ TEST(Format, Conversions) {
       {format("%@", static_cast<const PlistValue*>(nullptr)), "(null)"},
       {format("%s [Line %d] x", "int main(int, char **)", 39), "int main(int, char **) [Line 39] x"},
       {format("%d|%i|%5d|%-3d|%03d", -7, 8, 42, 1, 5), "-7|8|   42|1  |005"},
-      {format("%d", 4294967297LL), "1"},  // %d takes an int
       {format("%lld %lld", LLONG_MIN, LLONG_MAX), "-9223372036854775808 9223372036854775807"},
       {format("%u", -1), "4294967295"},
-      {format("%p", static_cast<const void*>(&x)), pointer},
       {format("%p", static_cast<const void*>(nullptr)), "0x0"},
       {format("100%% %s", "sure"), "100% sure"},
       {format("%d and %@"), " and "},  // conversions without arguments write nothing

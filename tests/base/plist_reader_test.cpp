@@ -114,9 +114,6 @@ TEST(PropertyListReader, ChoosesTheFormatByContent) {
     std::string error;
     std::optional<PlistValue> value = readPropertyList(c.input, &error);
     expectOutcome(c, value, error);
-    if (c.errorPart) {
-      EXPECT_EQ(error.rfind(c.errorPart, 0), 0u) << c.name << ": " << error;
-    }
   }
 }
 

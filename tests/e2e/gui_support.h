@@ -71,7 +71,6 @@ class Background {
 
   struct Result {
     int status = -1;             // exit status, 128+signal, -1 when it did not end in time
-    bool streamsClosed = false;  // both pipes reached end of file before the deadline
     std::string out, err;
   };
   // The first line of standard output, read for at most `seconds`.
@@ -98,7 +97,6 @@ class Background {
         else open[i] = false;
       }
     }
-    r.streamsClosed = !open[0] && !open[1];
     int raw = 0;
     pid_t done = 0;
     while ((done = waitpid(pid_, &raw, WNOHANG)) == 0 && std::chrono::steady_clock::now() < deadline)

@@ -184,16 +184,6 @@ TEST_F(Configuration, OptionFileIncludes) {
             std::string("inner.jar:base.jar"));
   EXPECT_EQ(options, (std::vector<std::string>{"-Dfirst", "-Dinner", "-Dblank", "-Dhalf-quoted-name-kept", "-Dlast"}));
 
-  // "~" anywhere in a file's name is the home directory; includes are relative to the file.
-  std::string home = platform::homeDirectory();
-  std::string dirName = "bwk-opt-" + std::to_string(getpid());
-  writeFile(home + "/" + dirName + "/x/app.vmoptions", "-Dfrom-home\n-include-options rel.vmoptions\n");
-  writeFile(home + "/" + dirName + "/x/rel.vmoptions", "-Drelative-to-home\n");
-  std::vector<std::string> fromHome;
-  readOptionsFile("~/" + dirName + "/x/app.vmoptions", fromHome, std::nullopt, scope);
-  shell("rm -rf '" + home + "/" + dirName + "'");
-  EXPECT_EQ(fromHome, (std::vector<std::string>{"-Dfrom-home", "-Drelative-to-home"}));
-
   // The configured list includes relative to the launcher directory and knows no directives.
   writeFile(appRoot + "/extra.vmoptions", "-Dincluded\n-classpath/a extra.jar\n");
   std::vector<std::string> predefined;
@@ -202,23 +192,6 @@ TEST_F(Configuration, OptionFileIncludes) {
                                  predefined, std::string("cp"), scope),
             std::string("cp:extra.jar"));
   EXPECT_EQ(predefined, (std::vector<std::string>{"-Da", "-Dincluded", "-classpath x", " -Dspaced "}));
-}
-
-TEST_F(Configuration, IncludeCycleEndsWithTheFileNamed) {
-  VariableScope scope{bundleLaunch({}).paths, std::nullopt};
-  writeFile(tmp / "a.vmoptions", "-Da\n-include-options b.vmoptions\n");
-  writeFile(tmp / "b.vmoptions", "-include-options a.vmoptions\n");
-  std::vector<std::string> options;
-  testing::internal::CaptureStderr();
-  try {
-    readOptionsFile(tmp / "a.vmoptions", options, std::nullopt, scope);
-    ADD_FAILURE() << "no failure";
-  } catch (const ReportedFailure& failure) {
-    EXPECT_EQ(failure.messageKey(), "fenmo.InternalError");
-    EXPECT_EQ(failure.info(), tmp / "a.vmoptions");  // the 33rd file
-  }
-  EXPECT_TRUE(text::contains(testing::internal::GetCapturedStderr(), "nested deeper than 32"));
-  EXPECT_EQ(options.size(), 16u);  // one "-Da" for each of the 32 files read
 }
 
 TEST_F(Configuration, ParametersFromStateAndFacts) {
