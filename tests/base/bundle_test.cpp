@@ -73,18 +73,6 @@ TEST_F(BundleTest, PathForResource) {
 
 // --- languages and localized strings ----------------------------------------------------------
 
-TEST_F(BundleTest, PreferredLocalizationsOrder) {
-  TempDir dir;
-  test::writePlist(dir / "Tool.app/Contents/Info.plist", PlistDict{{"CFBundleDevelopmentRegion", "ja"}});
-  setLocale("de_DE.UTF-8:fr::pt-BR", "", "it_IT@euro", "de_DE.UTF-8");
-  std::vector<std::string> expected{"de_DE", "de", "fr", "pt-BR", "pt", "it_IT", "it", "ja", "en", "English", "Base"};
-  EXPECT_EQ(Bundle(dir / "Tool.app").preferredLocalizations(), expected);
-
-  setLocale(nullptr, nullptr, nullptr, "C.UTF-8");
-  expected = {"ja", "en", "English", "Base"};
-  EXPECT_EQ(Bundle(dir / "Tool.app").preferredLocalizations(), expected);
-}
-
 struct LanguageCase {
   const char* language;
   const char* all;

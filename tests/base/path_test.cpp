@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <climits>
 #include <optional>
 #include <string>
 #include <vector>
@@ -93,9 +92,6 @@ TEST(Format, Conversions) {
       {format("%@ and %@", std::string("a"), absent), "a and (null)"},
       {format("%@", static_cast<const PlistValue*>(nullptr)), "(null)"},
       {format("%s [Line %d] x", "int main(int, char **)", 39), "int main(int, char **) [Line 39] x"},
-      {format("%d|%i|%5d|%-3d|%03d", -7, 8, 42, 1, 5), "-7|8|   42|1  |005"},
-      {format("%lld %lld", LLONG_MIN, LLONG_MAX), "-9223372036854775808 9223372036854775807"},
-      {format("%u", -1), "4294967295"},
       {format("%p", static_cast<const void*>(nullptr)), "0x0"},
       {format("100%% %s", "sure"), "100% sure"},
       {format("%d and %@"), " and "},  // conversions without arguments write nothing

@@ -259,7 +259,6 @@ TEST_F(Configuration, CommandLinePassThrough) {
       {false, {"/p", "-J-Xmx2g", "x"}, {}, {"-J-Xmx2g", "x"}},
       {true, {"/p", "-J-Xmx2g", "x", "-J"}, {"-Xmx2g", ""}, {"x"}},
       {true, {"/p", "-psn_0_1", "-psn_2"}, {}, {"-psn_2"}},
-      {true, {"/p", "-J-jvm=/x", "-J-Xdock:name=X", "-J-XstartOnFirstThread"}, {}, {}},  // removed afterwards
   };
   for (const Case& c : cases) {
     PlistDict info;

@@ -33,14 +33,12 @@ TEST(RuntimeChecks, BundleVersionAgainstRange) {
       {"1.8", "1.8", false, false, "11.0.2", {}, {}, "refused"},
       {{}, {}, false, false, "17.0.2+8", {}, {}, "17.0.2 17"},
       {{}, "11", false, false, "17.0.15", {}, {}, "refused"},
-      {"21", {}, false, false, "17.0.15", {}, {}, "refused"},
       {{}, {}, true, false, "9-ea", {}, {}, "9-ea 9"},
       {{}, {}, false, false, "9-ea", {}, {}, "refused"},
       {{}, {}, false, false, "17.0.2", {}, "Java SE Release 17", "refused"},
       {{}, {}, false, false, "17.0.2", "1.0-beta", {}, "refused"},
       {{}, {}, true, false, "17.0.2", "1.0-beta", "Release", "17.0.2 17"},
       {{}, {}, true, true, {}, {}, {}, "refused"},
-      {{}, {}, false, false, "1.9", {}, {}, "1.9 9"},
       {{}, {}, false, false, "abc", {}, {}, "abc 0"},
       // The plug-in writes 1.8.291.10 for 1.8.0_291: only with the plug-in flag is it
       // tested as 1.8.0.291.
@@ -70,7 +68,6 @@ TEST(RuntimeChecks, JavaVersionReadsTheBundle) {
       {"jvm", {{"JavaVM", javaVM("17.0.2")}}, false, "17.0.2 17"},
       {"noJvmVersion", {{"JavaVM", PlistValue(PlistDict{})}, {"CFBundleVersion", "1.8.0"}}, false, "refused"},
       {"pluginFallback", {{"JavaVM", PlistValue(PlistDict{})}, {"CFBundleVersion", "1.8.0"}}, true, "1.8.0 8"},
-      {"pluginPrefersJvm", {{"JavaVM", javaVM("11.0.1")}, {"CFBundleVersion", "1.8.0"}}, true, "11.0.1 11"},
       {"numberVersion", {{"JavaVM", PlistValue(PlistDict{{"JVMVersion", 17}})}}, false, "refused"},
       {"betaInfo", {{"JavaVM", javaVM("17.0.2")}, {"CFBundleGetInfoString", "Team build"}}, false, "refused"},
   };

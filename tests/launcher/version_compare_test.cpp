@@ -18,9 +18,6 @@ TEST(TypeOfCharacter, Classes) {
       {"0", 0}, {"9", 0}, {".", 2}, {"_", 2}, {"-", 2}, {" ", 2}, {"\t", 2}, {"(", 2}, {"+", 1}, {"$", 1}, {"a", 1}, {"Z", 1},
       {"\u0663", 0},      // ARABIC-INDIC DIGIT THREE (Nd)
       {"\u00B2", 1},      // SUPERSCRIPT TWO is No, not a decimal digit
-      {"\u2014", 2},      // EM DASH (Pd)
-      {"\u00A0", 2},      // NO-BREAK SPACE (Zs)
-      {"\U0001D7CE", 1},  // a digit beyond U+FFFF starts with a surrogate unit
       {"\xFF", 1},        // not UTF-8
       {"\xE2\x80", 1},    // truncated sequence
       {"9ea", 0}, {"ea9", 1}, {"-9", 2},
