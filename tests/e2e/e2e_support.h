@@ -42,7 +42,6 @@ inline Recorded readRecord(const std::string& file) {
     if (line == "--") break;
     if (text::startsWith(line, "fullversion=")) r.fullVersion = line.substr(12);
     else if (text::startsWith(line, "dotversion=")) r.dotVersion = line.substr(11);
-    else if (text::startsWith(line, "pname=") || text::startsWith(line, "lname=") || text::startsWith(line, "argc=")) continue;
     else r.argv.push_back(line);
   }
   return r;

@@ -15,8 +15,6 @@
 #include "../install/icon_files.h"
 #include "e2e_support.h"
 
-extern char** environ;
-
 namespace bwk::test {
 
 inline double secondsSince(std::chrono::steady_clock::time_point start) {
@@ -28,13 +26,7 @@ inline double secondsSince(std::chrono::steady_clock::time_point start) {
 class Background {
  public:
   Background(std::vector<std::string> argv, const std::vector<std::string>& extraEnv) {
-    std::vector<std::string> env;
-    for (char** e = environ; *e; ++e) env.emplace_back(*e);
-    for (const std::string& x : extraEnv) {
-      std::string name = x.substr(0, x.find('='));
-      std::erase_if(env, [&](const std::string& old) { return old.compare(0, name.size() + 1, name + "=") == 0; });
-      if (x.find('=') != std::string::npos) env.push_back(x);
-    }
+    std::vector<std::string> env = environmentWith(extraEnv);
     int out[2], err[2];
     if (pipe2(out, O_CLOEXEC) != 0 || pipe2(err, O_CLOEXEC) != 0) throw std::runtime_error("pipe");
     posix_spawn_file_actions_t actions;

@@ -41,7 +41,6 @@ TEST_F(Configuration, DirectoryLayouts) {
       {"baseDir beside the bundle", {{"bwk.baseDir", "./x/../Tool/"}}, apps + "/Tool", apps, bundle},
       {"single bundle elsewhere", {{"bwk.baseDir", "Root/a/b/c"}, {"bwk.inSingleBundle", true}},
        apps + "/Root/a/b/c", apps, apps + "/Root"},
-      {"single bundle flag alone", {{"bwk.inSingleBundle", true}}, appRoot, appRoot, bundle},
       {"baseDir of another type", {{"bwk.baseDir", 3}}, appRoot, appRoot, bundle},
       {"working directory beside the launcher", {{"JavaVM", PlistValue(PlistDict{{"WorkingDirectory", "work/../w"}})}},
        appRoot, appRoot, bundle, appRoot + "/w"},
@@ -55,7 +54,6 @@ TEST_F(Configuration, DirectoryLayouts) {
     EXPECT_EQ(paths.appRootDir, c.root) << c.name;
     EXPECT_EQ(paths.launcherDirInApp, c.launcherDir) << c.name;
     EXPECT_EQ(paths.mainBundlePath, c.mainBundle) << c.name;
-    EXPECT_EQ(paths.launcherDirAndName, tmp / "Apps/Tool") << c.name;
   }
   const LaunchContext& cli = commandLineLaunch({{"bwk.service", "legacy"}}, tmp / "bin/tool", {"/tool"});
   EXPECT_EQ(cli.paths.mainBundlePath, std::nullopt);

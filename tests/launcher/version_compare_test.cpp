@@ -1,4 +1,4 @@
-// Version texts: classifier, tokenizer, ordering, bound test, pre-release test, prefixes.
+// Version texts: classifier, ordering, bound test, pre-release test, prefixes.
 #include <gtest/gtest.h>
 
 #include <optional>
@@ -23,17 +23,6 @@ TEST(TypeOfCharacter, Classes) {
       {"9ea", 0}, {"ea9", 1}, {"-9", 2},
   };
   for (const auto& [text, type] : cases) EXPECT_EQ(typeOfCharacter(text), type) << text;
-}
-
-TEST(SplitVersionString, Tokens) {
-  const std::pair<const char*, Tokens> cases[] = {
-      {"", {}},
-      {"1.8.0_291", {"1", ".", "8", ".", "0", "_", "291"}},
-      {"jdk-17.0.2+8", {"jdk", "-", "17", ".", "0", ".", "2", "+", "8"}},
-      {"9ea", {"9", "ea"}},
-      {"\u0661\u0662.x\u00E9", {"\u0661\u0662", ".", "x\u00E9"}},
-  };
-  for (const auto& [text, tokens] : cases) EXPECT_EQ(splitVersionString(text), tokens) << text;
 }
 
 TEST(CompareVersion, Ordering) {

@@ -2,9 +2,7 @@
 /* A stand-in for the runtime's launcher library. JLI_Launch writes the two version texts
  * and every entry of the argument vector, one per line, to the file named by
  * FAKE_JLI_RECORD (appending), sleeps FAKE_JLI_SLEEP_MS milliseconds, and returns
- * FAKE_JLI_STATUS (default 0). The argument-file
- * functions are present unless FAKE_JLI_NO_LIST is set at build time; @file expansion
- * replaces "@name" by the lines of that file. */
+ * FAKE_JLI_STATUS (default 0). Its @file expansion replaces "@name" by the lines of that file. */
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -16,13 +14,12 @@ typedef JLI_List_* JLI_List;
 int JLI_Launch(int argc, char** argv, int jargc, const char** jargv, int appclassc, const char** appclassv,
                const char* fullversion, const char* dotversion, const char* pname, const char* lname,
                unsigned char javaargs, unsigned char cpwildcard, unsigned char javaw, int ergo) {
-  (void)jargc; (void)jargv; (void)appclassc; (void)appclassv; (void)javaargs; (void)cpwildcard; (void)javaw; (void)ergo;
+  (void)pname; (void)lname; (void)jargc; (void)jargv; (void)appclassc; (void)appclassv; (void)javaargs; (void)cpwildcard; (void)javaw; (void)ergo;
   const char* record = getenv("FAKE_JLI_RECORD");
   if (record) {
     FILE* f = fopen(record, "a");
     if (f) {
-      fprintf(f, "fullversion=%s\ndotversion=%s\npname=%s\nlname=%s\nargc=%d\n", fullversion ? fullversion : "(null)",
-              dotversion ? dotversion : "(null)", pname, lname, argc);
+      fprintf(f, "fullversion=%s\ndotversion=%s\n", fullversion ? fullversion : "(null)", dotversion ? dotversion : "(null)");
       for (int i = 0; i < argc; ++i) fprintf(f, "%s\n", argv[i]);
       fprintf(f, "--\n");
       fclose(f);
@@ -37,7 +34,6 @@ int JLI_Launch(int argc, char** argv, int jargc, const char** jargv, int appclas
   return status ? atoi(status) : 0;
 }
 
-#ifndef FAKE_JLI_NO_LIST
 void* JLI_MemAlloc(size_t n) { return malloc(n); }
 void JLI_MemFree(void* p) { free(p); }
 char* JLI_StringDup(const char* s) { return strdup(s); }
@@ -73,4 +69,3 @@ JLI_List JLI_PreprocessArg(const char* arg, unsigned char expandSourceOpt) {
   fclose(f);
   return l;
 }
-#endif

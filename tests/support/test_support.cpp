@@ -57,8 +57,7 @@ std::string toXmlPlist(const PlistValue& value) { return bundle::xmlPropertyList
 
 void writePlist(const std::string& path, const PlistValue& value) { writeFile(path, toXmlPlist(value)); }
 
-RunResult run(const std::vector<std::string>& argv, const std::vector<std::string>& env,
-              const std::string& workingDirectory) {
+std::vector<std::string> environmentWith(const std::vector<std::string>& env) {
   std::vector<std::string> environment;
   for (char** e = environ; *e; ++e) environment.emplace_back(*e);
   for (const std::string& entry : env) {
@@ -66,6 +65,12 @@ RunResult run(const std::vector<std::string>& argv, const std::vector<std::strin
     std::erase_if(environment, [&](const std::string& e) { return e.compare(0, name.size() + 1, name + "=") == 0; });
     if (entry.find('=') != std::string::npos) environment.push_back(entry);
   }
+  return environment;
+}
+
+RunResult run(const std::vector<std::string>& argv, const std::vector<std::string>& env,
+              const std::string& workingDirectory) {
+  std::vector<std::string> environment = environmentWith(env);
   std::vector<char*> cargv, cenv;
   for (const auto& a : argv) cargv.push_back(const_cast<char*>(a.c_str()));
   for (const auto& e : environment) cenv.push_back(const_cast<char*>(e.c_str()));

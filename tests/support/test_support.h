@@ -35,6 +35,8 @@ struct RunResult {
   std::string out;
   std::string err;
 };
+// This process's environment with `env` applied (NAME=value; a NAME alone removes that variable).
+std::vector<std::string> environmentWith(const std::vector<std::string>& env);
 // Runs a program with arguments and extra environment entries (NAME=value; a NAME alone
 // removes that variable), optionally in a working directory.
 RunResult run(const std::vector<std::string>& argv, const std::vector<std::string>& env = {},
