@@ -85,14 +85,11 @@ TEST_F(ServiceControl, ActionsOfEachMode) {
     std::string printed;
   };
   std::vector<Case> cases = {
-      {"legacy", {"stop"}, true, "Shutting down mytool\n"}, {"legacy", {"start-launchd"}, true, ""},
-      {"legacy", {"status"}, true, ""}, {"legacy", {"run"}, true, ""}, {"legacy", {"run-redirect", "extra"}, true, ""},
-      {"legacy", {"Stop"}, false, kLegacyUsage}, {"legacy", {"restart"}, false, kLegacyUsage},
+      {"legacy", {"stop"}, true, "Shutting down mytool\n"}, {"legacy", {"status"}, true, ""},
+      {"legacy", {"run-redirect", "extra"}, true, ""}, {"legacy", {"Stop"}, false, kLegacyUsage},
       {"legacy", {}, false, kLegacyUsage}, {"legacy", {"__bwk_auth_restart", tmp / "jdk"}, false, kLegacyUsage},
-      {"launchd", {"start"}, true, ""}, {"launchd", {"stop"}, true, ""}, {"launchd", {"start-launchd"}, true, ""},
-      {"launchd", {"run"}, true, ""}, {"launchd", {"run-redirect"}, true, ""}, {"launchd", {"status"}, false, kUsage},
-      {"launchd", {"__bwk_auth_restart", tmp / "jdk", "start"}, false, kUsage},
-      {"Legacy", {"status"}, false, kUsage}, {"", {"RUN"}, false, kUsage}, {"launchd", {}, false, kUsage},
+      {"launchd", {"start"}, true, ""}, {"launchd", {"start-launchd"}, true, ""}, {"launchd", {"status"}, false, kUsage},
+      {"Legacy", {"status"}, false, kUsage}, {"launchd", {}, false, kUsage},
       {1, {"status"}, true, ""},
   };
   for (const Case& c : cases) {
