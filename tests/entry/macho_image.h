@@ -107,16 +107,11 @@ inline Bytes signedImage(Bytes file, uint32_t size = 0x13) {
   return file;
 }
 
-// A slice of a universal file; `offset` is where it lies (read back).
 struct FatSlice {
   uint32_t cputype = 0, align = 0;
   Bytes contents;
-  uint64_t offset = 0;
 };
 
-inline uint32_t getBe32(const Bytes& b, size_t at) {
-  return (uint32_t{b[at]} << 24) | (uint32_t{b[at + 1]} << 16) | (uint32_t{b[at + 2]} << 8) | uint32_t{b[at + 3]};
-}
 inline void putBe32(Bytes& b, size_t at, uint32_t v) {
   for (size_t i = 0; i < 4; ++i) b[at + i] = static_cast<uint8_t>(v >> (24 - 8 * i));
 }
@@ -138,20 +133,6 @@ inline Bytes universalFile(const std::vector<FatSlice>& slices, bool wide) {
     b.insert(b.end(), slices[i].contents.begin(), slices[i].contents.end());
   }
   return b;
-}
-
-// The slices of a universal file as its header describes them (no checks: test files only).
-inline std::vector<FatSlice> universalSlices(const Bytes& b) {
-  bool wide = getBe32(b, 0) == 0xcafebabf;
-  size_t entry = wide ? 32 : 20;
-  std::vector<FatSlice> slices;
-  for (uint32_t i = 0; i < getBe32(b, 4); ++i) {
-    size_t e = 8 + i * entry;
-    auto from = b.begin() + getBe32(b, e + 8 + (wide ? 4 : 0));
-    slices.push_back({getBe32(b, e), getBe32(b, e + (wide ? 24 : 16)), Bytes(from, from + getBe32(b, e + (wide ? 20 : 12))),
-                      static_cast<uint64_t>(from - b.begin())});
-  }
-  return slices;
 }
 
 }  // namespace bwk::test
