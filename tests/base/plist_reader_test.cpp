@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <cstdint>
 #include <limits>
 #include <string>
@@ -27,18 +26,13 @@ PlistData bytesUpTo255() {
 
 // The same value in Python (for plistlib) and as the reader must give it back.
 const char* const kSamplePython = R"py({
-  "string": "hello", "empty": "", "markup": "a<b>&c \"q\" 'a' ]]>", "spaces": "  padded\n\tline  ",
-  "umlaut": "Grüße", "cjk": "日本", "emoji": "😀 smile", "long_ascii": "x" * 40, "long_utf16": "ü" * 40,
-  "Grüße": "non-ASCII key",
-  "zero": 0, "u8": 255, "u16": 256, "u32": 65536, "two31": 2**31, "two32": 2**32, "max": 2**63 - 1,
-  "neg": -1, "neg_small": -200, "min": -2**63,
-  "real": 3.25, "negreal": -0.5, "huge": 1e300, "tiny": 5e-324, "realzero": 0.0,
-  "yes": True, "no": False,
+  "string": "hello", "empty": "", "markup": "a<b>&c \"q\" 'a' ]]>", "umlaut": "Grüße", "emoji": "😀 smile",
+  "long_ascii": "x" * 40, "long_utf16": "ü" * 40, "Grüße": "non-ASCII key",
+  "zero": 0, "u8": 255, "u16": 256, "u32": 65536, "two31": 2**31, "two32": 2**32, "max": 2**63 - 1, "neg": -1, "min": -2**63,
+  "real": 3.25, "huge": 1e300, "tiny": 5e-324, "yes": True, "no": False,
   "epoch2001": datetime.datetime(2001, 1, 1), "leapday": datetime.datetime(2024, 2, 29, 12, 34, 56),
-  "unix": datetime.datetime(1970, 1, 1),
-  "data": bytes(range(256)), "nodata": b"",
-  "array": [1, "two", [3.5], {}], "many": list(range(20)), "emptyarray": [],
-  "nested": {"a": {"b": {"c": ["deep"]}}},
+  "unix": datetime.datetime(1970, 1, 1), "data": bytes(range(256)), "nodata": b"",
+  "array": [1, "two", [3.5], {}], "many": list(range(20)), "emptyarray": [], "nested": {"a": {"b": {"c": ["deep"]}}},
 })py";
 
 std::vector<std::pair<std::string, PlistValue>> sampleExpected() {
@@ -47,13 +41,12 @@ std::vector<std::pair<std::string, PlistValue>> sampleExpected() {
   std::string longUtf16;
   for (int i = 0; i < 40; ++i) longUtf16 += "ü";
   return {
-      {"string", "hello"}, {"empty", ""}, {"markup", "a<b>&c \"q\" 'a' ]]>"}, {"spaces", "  padded\n\tline  "},
-      {"umlaut", "Grüße"}, {"cjk", "日本"}, {"emoji", "\xF0\x9F\x98\x80 smile"}, {"long_ascii", std::string(40, 'x')},
+      {"string", "hello"}, {"empty", ""}, {"markup", "a<b>&c \"q\" 'a' ]]>"},
+      {"umlaut", "Grüße"}, {"emoji", "\xF0\x9F\x98\x80 smile"}, {"long_ascii", std::string(40, 'x')},
       {"long_utf16", longUtf16}, {"Grüße", "non-ASCII key"},
       {"zero", 0}, {"u8", 255}, {"u16", 256}, {"u32", 65536}, {"two31", int64_t{1} << 31}, {"two32", int64_t{1} << 32},
-      {"max", std::numeric_limits<int64_t>::max()}, {"neg", -1}, {"neg_small", -200},
-      {"min", std::numeric_limits<int64_t>::min()},
-      {"real", 3.25}, {"negreal", -0.5}, {"huge", 1e300}, {"tiny", 5e-324}, {"realzero", 0.0}, {"yes", true}, {"no", false},
+      {"max", std::numeric_limits<int64_t>::max()}, {"neg", -1}, {"min", std::numeric_limits<int64_t>::min()},
+      {"real", 3.25}, {"huge", 1e300}, {"tiny", 5e-324}, {"yes", true}, {"no", false},
       {"epoch2001", PlistDate{0}}, {"leapday", PlistDate{730902896}}, {"unix", PlistDate{-978307200}},
       {"data", bytesUpTo255()}, {"nodata", PlistData{}},
       {"array", PlistArray{1, "two", PlistArray{3.5}, PlistDict{}}}, {"many", many}, {"emptyarray", PlistArray{}},
@@ -100,37 +93,6 @@ TEST_P(PythonWrittenPlist, ReadsBackEveryValue) {
 
 INSTANTIATE_TEST_SUITE_P(Formats, PythonWrittenPlist, testing::Values(false, true),
                          [](const testing::TestParamInfo<bool>& param) { return param.param ? "Binary" : "Xml"; });
-
-// Integers beyond 64 bits cannot be represented and are refused in both formats.
-TEST(PropertyListReader, RefusesIntegersBeyondSixtyFourBits) {
-  TempDir dir;
-  for (bool binary : {false, true}) {
-    for (const char* value : {"[2**63]", "[2**64 - 1]"}) {
-      std::string file = dir / "big.plist";
-      test::writePythonPlist(file, value, binary);
-      std::string error;
-      EXPECT_FALSE(readPropertyListFile(file, &error)) << value << (binary ? " binary" : " xml");
-      EXPECT_NE(error.find("integer"), std::string::npos) << error;
-    }
-  }
-}
-
-TEST(PropertyListReader, ReadsXmlConvertedToUtf16) {
-  TempDir dir;
-  std::string file = dir / "utf16.plist";
-  test::writePythonPlist(file, R"({"k": "Grüße 日本 😀"})", false);
-  for (const char* codec : {"utf-16-le", "utf-16-be"}) {
-    test::RunResult r = test::run({"/usr/bin/env", "python3", "-c",
-                                   "import sys; d = open(sys.argv[1], 'rb').read().decode('utf-8'); "
-                                   "open(sys.argv[1] + '.16', 'wb').write('\\ufeff'.encode(sys.argv[2]) + d.encode(sys.argv[2]))",
-                                   file, codec});
-    ASSERT_EQ(r.status, 0) << r.err;
-    std::string error;
-    std::optional<PlistValue> value = readPropertyListFile(file + ".16", &error);
-    ASSERT_TRUE(value) << codec << ": " << error;
-    EXPECT_EQ(value->string("k"), "Grüße 日本 \xF0\x9F\x98\x80") << codec;
-  }
-}
 
 // --- the format is chosen by content ---------------------------------------------------------
 
@@ -201,6 +163,7 @@ TEST(XmlPropertyList, ValuesAndMalformedDocuments) {
       {"content in true", "<true>yes</true>", "must be empty"},
       {"two top values", "<string>a</string><string>b</string>", "more than one value"},
       {"empty plist", "", "empty <plist>"},
+      {"syntax errors carry the line", "<dict>\n<key>a</key>\n<string>b</strin>\n</dict>", "at line 4"},
   };
   for (const ReadCase& c : cases) {
     std::string error;
@@ -208,12 +171,6 @@ TEST(XmlPropertyList, ValuesAndMalformedDocuments) {
         readXmlPropertyList("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\">" + c.input + "</plist>\n", &error);
     expectOutcome(c, value, error);
   }
-}
-
-TEST(XmlPropertyList, SyntaxErrorsCarryTheLine) {
-  std::string error;
-  EXPECT_FALSE(readXmlPropertyList("<plist>\n<dict>\n<key>a</key>\n<string>b</strin>\n</dict></plist>", &error));
-  EXPECT_NE(error.find("line 4"), std::string::npos) << error;
 }
 
 // --- binary -----------------------------------------------------------------------------------
@@ -284,6 +241,9 @@ TEST(BinaryPropertyList, HandBuiltObjects) {
       {"string cut by the offset table", binaryPlist({bytes({0x55, 'a', 'b'})}), "runs past"},
       {"integer cut by the offset table", binaryPlist({bytes({0x13, 0x01, 0x02})}), "past the end"},
       {"integer beyond 16 bytes", binaryPlist({bytes({0x15, 0x00})}), "bad integer size"},
+      {"2^63 in 16 bytes", binaryPlist({bytes({0x14, 0, 0, 0, 0, 0, 0, 0, 0, 0x80, 0, 0, 0, 0, 0, 0, 0})}), "does not fit"},
+      {"-2^63 - 1 in 16 bytes", binaryPlist({bytes({0x14, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0x7F, 0xFF, 0xFF, 0xFF,
+                                                     0xFF, 0xFF, 0xFF, 0xFF})}), "does not fit"},
       {"real of 2 bytes", binaryPlist({bytes({0x21, 0x00, 0x00})}), "bad real size"},
       {"null object", binaryPlist({bytes({0x00})}), "unsupported"},
       {"unknown marker", binaryPlist({bytes({0xF0})}), "unsupported"},
@@ -317,10 +277,8 @@ TEST(BinaryPropertyList, SharedObjectsAreNotReadOncePerPath) {
   std::vector<std::string> objects;
   for (int i = 0; i < 60; ++i) objects.push_back(bytes({0xA2, i + 1, i + 1}));
   objects.push_back(bytes({0x10, 0x2A}));
-  auto start = std::chrono::steady_clock::now();
   std::optional<PlistValue> value = readBinaryPropertyList(binaryPlist(objects), nullptr);
   ASSERT_TRUE(value);
-  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
   const PlistValue* v = &*value;
   for (int depth = 0; depth < 60; ++depth) {
     ASSERT_TRUE(v->asArray() && v->asArray()->size() == 2) << depth;
@@ -340,22 +298,6 @@ TEST(BinaryPropertyList, RefusesAmplificationThroughSharedStrings) {
   std::string error;
   EXPECT_FALSE(readBinaryPropertyList(binaryPlist({array, string}), &error));
   EXPECT_NE(error.find("too much data"), std::string::npos) << error;
-}
-
-// Damaged files may happen to parse; they must never read outside the buffer (ASan checks).
-TEST(BinaryPropertyList, FlippedBytesNeverCrash) {
-  TempDir dir;
-  test::writePythonPlist(dir / "s.plist", R"({"a": [1, 2.5, "x" * 20, {"n": b"\x00\x01", "u": "ü"}], "b": True})", true);
-  const std::string full = test::readFile(dir / "s.plist");
-  size_t parsed = 0;
-  for (size_t i = 8; i < full.size(); ++i) {
-    for (int mask : {0x01, 0x0F, 0x80, 0xFF}) {
-      std::string damaged = full;
-      damaged[i] = static_cast<char>(damaged[i] ^ mask);
-      if (readBinaryPropertyList(damaged, nullptr)) ++parsed;
-    }
-  }
-  EXPECT_LT(parsed, (full.size() - 8) * 4);  // many damages must be noticed
 }
 
 // --- text form and .strings -------------------------------------------------------------------
@@ -407,13 +349,18 @@ std::string utf16File(const std::u16string& text, bool bigEndian) {
   return out;
 }
 
-TEST(TextPropertyList, StringsTablesInEveryEncoding) {
+// Byte-order marks choose the encoding, for tables and XML alike.
+TEST(TextPropertyList, FilesInEveryEncoding) {
   const std::u16string table = u"/* Localizable */\n\"greeting\" = \"Grüße 日本 😀\";\nkey = \"value\";\n\"shorthand\";\n";
   const PlistValue expected = PlistDict{{"greeting", "Grüße 日本 \xF0\x9F\x98\x80"}, {"key", "value"}, {"shorthand", "shorthand"}};
+  const std::u16string xml = u"<?xml version=\"1.0\" encoding=\"UTF-16\"?><plist><dict><key>greeting</key><string>Grüße 日本 😀</string>"
+                             u"<key>key</key><string>value</string><key>shorthand</key><string>shorthand</string></dict></plist>";
   TempDir dir;
   const std::pair<const char*, std::string> files[] = {
       {"utf-16 le", utf16File(table, false)},
       {"utf-16 be", utf16File(table, true)},
+      {"xml in utf-16 le", utf16File(xml, false)},
+      {"xml in utf-16 be", utf16File(xml, true)},
       {"utf-8 with mark", "\xEF\xBB\xBF/* x */ \"greeting\" = \"Grüße 日本 \xF0\x9F\x98\x80\"; key = value; shorthand;"},
   };
   for (const auto& [name, bytes] : files) {
@@ -425,40 +372,32 @@ TEST(TextPropertyList, StringsTablesInEveryEncoding) {
   }
 }
 
-TEST(TextPropertyList, MalformedInput) {
-  const std::pair<const char*, const char*> cases[] = {
-      {"{ a = \"open; }", "unterminated quoted string"},
-      {"{ a = b }", "missing ';'"},
-      {"{ a = b;", "missing '}'"},
-      {"{ a b; }", "expected '='"},
-      {"( a b )", "expected ','"},
-      {"( a, ", "unexpected end"},
-      {"/* open", "unterminated comment"},
-      {"{ a = <0g>; }", "bad character in <data>"},
-      {"{ a = <012>; }", "odd number"},
-      {"{ a = <01", "unterminated <data>"},
-      {"{ = b; }", "unexpected '='"},
-      {"{ a = b; } extra", "after the value"},
-      {"\"k\" = \"v\"", "missing ';'"},
-      {"\"k\" = \"v\\U\";", "without hexadecimal"},
-      {"{ a = b;\n  c d; }", "line 2"},
+TEST(TextPropertyList, ShortInputs) {
+  const ReadCase cases[] = {
+      {"nothing", "", nullptr, PlistDict{}},
+      {"blanks", "  \n", nullptr, PlistDict{}},
+      {"comments only", "/* nothing */ // here", nullptr, PlistDict{}},
+      {"invalid UTF-8 is read as Latin-1", "k = \"caf\xE9\";", nullptr, PlistDict{{"k", "café"}}},
+      {"open quote", "{ a = \"open; }", "unterminated quoted string"},
+      {"no semicolon", "{ a = b }", "missing ';'"},
+      {"no brace", "{ a = b;", "missing '}'"},
+      {"no equals", "{ a b; }", "expected '='"},
+      {"no comma", "( a b )", "expected ','"},
+      {"open array", "( a, ", "unexpected end"},
+      {"open comment", "/* open", "unterminated comment"},
+      {"bad data digit", "{ a = <0g>; }", "bad character in <data>"},
+      {"odd data digits", "{ a = <012>; }", "odd number"},
+      {"open data", "{ a = <01", "unterminated <data>"},
+      {"no key", "{ = b; }", "unexpected '='"},
+      {"trailing text", "{ a = b; } extra", "after the value"},
+      {"strings table without semicolon", "\"k\" = \"v\"", "missing ';'"},
+      {"\\U without digits", "\"k\" = \"v\\U\";", "without hexadecimal"},
+      {"errors carry the line", "{ a = b;\n  c d; }", "line 2"},
   };
-  for (const auto& [source, part] : cases) {
+  for (const ReadCase& c : cases) {
     std::string error;
-    EXPECT_FALSE(readTextPropertyList(source, &error)) << source;
-    EXPECT_NE(error.find(part), std::string::npos) << source << " -> " << error;
-  }
-}
-
-TEST(TextPropertyList, EmptyTablesAndLatin1Fallback) {
-  const std::pair<const char*, PlistValue> cases[] = {
-      {"", PlistDict{}}, {"  \n", PlistDict{}}, {"/* nothing */ // here", PlistDict{}},
-      {"k = \"caf\xE9\";", PlistDict{{"k", "café"}}},  // invalid UTF-8 is read as Latin-1
-  };
-  for (const auto& [source, expected] : cases) {
-    std::optional<PlistValue> value = readTextPropertyList(source, nullptr);
-    ASSERT_TRUE(value) << source;
-    EXPECT_EQ(*value, expected) << source;
+    std::optional<PlistValue> value = readTextPropertyList(c.input, &error);
+    expectOutcome(c, value, error);
   }
 }
 

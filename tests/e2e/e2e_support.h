@@ -19,6 +19,16 @@ inline std::vector<std::string> launcherEnvironment(std::vector<std::string> ext
   return env;
 }
 
+// Runs the launcher of `app` (<app>/Contents/MacOS/<its name>) with `args`; `env` entries
+// as for run(), later ones replacing earlier ones.
+inline RunResult startApp(const std::string& app, const std::vector<std::string>& args = {},
+                          const std::vector<std::string>& env = {}, const std::string& cwd = "") {
+  std::string name = app.substr(app.rfind('/') + 1);
+  std::vector<std::string> argv{app + "/Contents/MacOS/" + name.substr(0, name.rfind(".app"))};
+  argv.insert(argv.end(), args.begin(), args.end());
+  return run(argv, launcherEnvironment(env), cwd);
+}
+
 // The lines the fake runtime library recorded for one launch (between the header lines
 // and "--"): the argument vector.
 struct Recorded {

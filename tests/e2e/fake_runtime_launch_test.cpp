@@ -12,12 +12,9 @@ class FakeRuntimeLaunch : public ::testing::Test {
     makeFakeRuntime(tmp / "jdk", "17.0.2+8");
     record = tmp / "record.txt";
   }
-  RunResult start(const std::string& bundlePath, const std::string& name, std::vector<std::string> args,
-                  std::vector<std::string> env = {}) {
-    std::vector<std::string> argv{bundlePath + "/Contents/MacOS/" + name};
-    argv.insert(argv.end(), args.begin(), args.end());
+  RunResult start(const std::string& app, const std::vector<std::string>& args, std::vector<std::string> env = {}) {
     env.push_back("FAKE_JLI_RECORD=" + record);
-    return run(argv, launcherEnvironment(env));
+    return startApp(app, args, env);
   }
   TempDir tmp;
   std::string record;
@@ -49,7 +46,7 @@ TEST_F(FakeRuntimeLaunch, RichConfigurationGivesTheVectorInOrder) {
   std::string bundlePath = makeBundle(apps, "Tool", PlistValue(PlistDict{
       {"CFBundleName", "Tool"}, {"CFBundleIconFile", "Tool.icns"}, {"bwk.allowPassthrough", true},
       {"bwk.minVersion", "11"}, {"JavaVM", PlistValue(javaVM)}}));
-  RunResult r = start(bundlePath, "Tool", {"-psn_0_42", "-J-Dpassed=1", "-J-jvm=/cl", "plain arg", "Grüße"});
+  RunResult r = start(bundlePath, {"-psn_0_42", "-J-Dpassed=1", "-J-jvm=/cl", "plain arg", "Grüße"});
   ASSERT_EQ(r.status, 0) << r.err;
   Recorded rec = readRecord(record);
   EXPECT_EQ(rec.fullVersion, "17.0.2");
@@ -78,50 +75,42 @@ TEST_F(FakeRuntimeLaunch, RichConfigurationGivesTheVectorInOrder) {
                       }));
 }
 
-TEST_F(FakeRuntimeLaunch, ExitStatusArgumentFilesAndVersions) {
+// The shortest configuration; an argument file is the runtime's to expand, the exit status is the runtime's.
+TEST_F(FakeRuntimeLaunch, MinimalVectorArgumentFileAndStatus) {
   writeFile(tmp / "args.txt", "-Dfrom.file\nfile-arg\n");
   std::string bundlePath = makeBundle(tmp.path(), "Tool", PlistValue(PlistDict{
       {"JavaVM", PlistValue(PlistDict{{"MainClass", "M"}, {"SearchSequence", stringArray({"R" + tmp / "jdk"})}})}}));
-  RunResult r = start(bundlePath, "Tool", {"@" + tmp / "args.txt", "last"}, {"FAKE_JLI_STATUS=3"});
+  RunResult r = start(bundlePath, {"@" + tmp / "args.txt", "last"}, {"FAKE_JLI_STATUS=3"});
   EXPECT_EQ(r.status, 3) << r.err;
-  Recorded rec = readRecord(record);
-  ASSERT_GE(rec.argv.size(), 4u);
-  EXPECT_EQ(std::vector<std::string>(rec.argv.end() - 4, rec.argv.end()),
-            (std::vector<std::string>{"M", "-Dfrom.file", "file-arg", "last"}));
-}
-
-TEST_F(FakeRuntimeLaunch, MinimalVectorHasThreeEntries) {
-  std::string bundlePath = makeBundle(tmp.path(), "Tool", PlistValue(PlistDict{
-      {"JavaVM", PlistValue(PlistDict{{"MainClass", "M"}, {"SearchSequence", stringArray({"R" + tmp / "jdk"})}})}}));
-  ASSERT_EQ(start(bundlePath, "Tool", {}).status, 0);
   EXPECT_EQ(readRecord(record).argv,
             (std::vector<std::string>{bundlePath + "/Contents/MacOS/Tool", "-Dfenmo.moduleName=" + bundlePath,
-                                      "-Dbwk.jreBundle=" + tmp / "jdk", "M"}));
+                                      "-Dbwk.jreBundle=" + tmp / "jdk", "M", "-Dfrom.file", "file-arg", "last"}));
 }
 
-TEST_F(FakeRuntimeLaunch, NoRuntimeFoundIsReported) {
-  std::string bundlePath = makeBundle(tmp.path(), "Tool", PlistValue(PlistDict{
-      {"CFBundleName", "Tool"}, {"bwk.minVersion", "99"},
-      {"JavaVM", PlistValue(PlistDict{{"MainClass", "M"}, {"SearchSequence", stringArray({"R" + tmp / "jdk"})}})}}));
-  writeFile(bundlePath + "/Contents/Resources/en.lproj/Localizable.strings",
-            "\"AppleJavaMinVersionError\" = \"Needs Java %@ for %@.\";\n");
-  RunResult r = start(bundlePath, "Tool", {}, {"LANG=en_US.UTF-8", "LANGUAGE", "LC_ALL", "LC_MESSAGES"});
-  EXPECT_EQ(r.status, 1);
-  EXPECT_EQ(r.err, "ERROR: Needs Java 99 for Tool.\n");
-  EXPECT_FALSE(fs::exists(record));
-}
-
-TEST_F(FakeRuntimeLaunch, RuntimeWithoutLibraryIsAnInternalError) {
-  shell("rm " + tmp / "jdk/lib/libjli.so");
-  std::string bundlePath = makeBundle(tmp.path(), "Tool", PlistValue(PlistDict{
-      {"JavaVM", PlistValue(PlistDict{{"MainClass", "M"}, {"SearchSequence", stringArray({"R" + tmp / "jdk"})}})}}));
-  RunResult bare = start(bundlePath, "Tool", {});
-  EXPECT_EQ(bare.status, 1);
-  EXPECT_TRUE(text::contains(bare.err, "ERROR: fenmo.InternalError\n")) << bare.err;
-  writeFile(bundlePath + "/Contents/Resources/en.lproj/Localizable.strings", "\"fenmo.InternalError\" = \"Internal error: %@\";\n");
-  RunResult r = start(bundlePath, "Tool", {}, {"LANG=en_US.UTF-8", "LANGUAGE", "LC_ALL", "LC_MESSAGES"});
-  EXPECT_EQ(r.status, 1);
-  EXPECT_TRUE(text::contains(r.err, "ERROR: Internal error: Could not load JRE.\n")) << r.err;
+TEST_F(FakeRuntimeLaunch, FailuresBeforeTheLaunchAreReported) {
+  struct Case {
+    const char* name;
+    const char* minVersion;
+    bool removeLibrary;
+    const char* strings;
+    const char* expectedError;
+  } cases[] = {
+      {"no runtime in range", "99", false, "\"AppleJavaMinVersionError\" = \"Needs Java %@ for %@.\";", "ERROR: Needs Java 99 for Tool.\n"},
+      {"runtime without library, no texts", "", true, "", "ERROR: fenmo.InternalError\n"},
+      {"runtime without library", "", true, "\"fenmo.InternalError\" = \"Internal error: %@\";",
+       "ERROR: Internal error: Could not load JRE.\n"},
+  };
+  for (const Case& c : cases) {
+    if (c.removeLibrary) fs::removeItem(tmp / "jdk/lib/libjli.so");
+    std::string bundlePath = makeBundle(tmp.path(), "Tool", PlistValue(PlistDict{
+        {"CFBundleName", "Tool"}, {"bwk.minVersion", c.minVersion},
+        {"JavaVM", PlistValue(PlistDict{{"MainClass", "M"}, {"SearchSequence", stringArray({"R" + tmp / "jdk"})}})}}));
+    writeFile(bundlePath + "/Contents/Resources/en.lproj/Localizable.strings", c.strings);
+    RunResult r = start(bundlePath, {}, {"LANG=en_US.UTF-8", "LANGUAGE", "LC_ALL", "LC_MESSAGES"});
+    EXPECT_EQ(r.status, 1) << c.name;
+    EXPECT_TRUE(text::contains(r.err, c.expectedError)) << c.name << "\n" << r.err;
+    EXPECT_FALSE(fs::exists(record)) << c.name;
+  }
 }
 
 }  // namespace

@@ -1,7 +1,6 @@
 #pragma once
 // A private X server for the window tests, processes started in the background, screenshots
 // and the small images that go into icon files.
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
@@ -10,7 +9,7 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <cstring>
+#include <cstdio>
 #include <thread>
 
 #include "../install/icon_files.h"
@@ -24,19 +23,18 @@ inline double secondsSince(std::chrono::steady_clock::time_point start) {
   return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 }
 
-// A process started with its standard output and error on pipes of ours.
+// A process started with its standard output and error on pipes of ours; `extraEnv` entries
+// as for run().
 class Background {
  public:
-  Background(const std::vector<std::string>& argv, const std::vector<std::string>& extraEnv) {
+  Background(std::vector<std::string> argv, const std::vector<std::string>& extraEnv) {
     std::vector<std::string> env;
-    for (char** e = environ; *e; ++e) {
-      std::string entry = *e, name = entry.substr(0, entry.find('='));
-      bool replaced = false;
-      for (const std::string& x : extraEnv) replaced |= x == name || text::startsWith(x, name + "=");
-      if (!replaced) env.push_back(entry);
-    }
-    for (const std::string& x : extraEnv)
+    for (char** e = environ; *e; ++e) env.emplace_back(*e);
+    for (const std::string& x : extraEnv) {
+      std::string name = x.substr(0, x.find('='));
+      std::erase_if(env, [&](const std::string& old) { return old.compare(0, name.size() + 1, name + "=") == 0; });
       if (x.find('=') != std::string::npos) env.push_back(x);
+    }
     int out[2], err[2];
     if (pipe2(out, O_CLOEXEC) != 0 || pipe2(err, O_CLOEXEC) != 0) throw std::runtime_error("pipe");
     posix_spawn_file_actions_t actions;
@@ -44,55 +42,63 @@ class Background {
     posix_spawn_file_actions_adddup2(&actions, out[1], 1);
     posix_spawn_file_actions_adddup2(&actions, err[1], 2);
     std::vector<char*> a, e;
-    std::vector<std::string> args = argv;
-    for (std::string& s : args) a.push_back(s.data());
+    for (std::string& s : argv) a.push_back(s.data());
     for (std::string& s : env) e.push_back(s.data());
     a.push_back(nullptr);
     e.push_back(nullptr);
     start_ = std::chrono::steady_clock::now();
-    if (posix_spawn(&pid_, args[0].c_str(), &actions, nullptr, a.data(), e.data()) != 0) pid_ = -1;
+    if (posix_spawn(&pid_, a[0], &actions, nullptr, a.data(), e.data()) != 0) pid_ = -1;
     posix_spawn_file_actions_destroy(&actions);
     close(out[1]);
     close(err[1]);
-    outFd_ = out[0];
-    errFd_ = err[0];
+    fds_[0] = out[0];
+    fds_[1] = err[0];
   }
+  // Asks the process to end, and ends it if it has not within two seconds.
   ~Background() {
     if (pid_ > 0 && !reaped_) {
-      kill(pid_, SIGKILL);
-      waitpid(pid_, nullptr, 0);
+      kill(pid_, SIGTERM);
+      pid_t done = 0;
+      for (int i = 0; i < 200 && (done = waitpid(pid_, nullptr, WNOHANG)) == 0; ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+      if (done == 0 && kill(pid_, SIGKILL) == 0) waitpid(pid_, nullptr, 0);
     }
-    close(outFd_);
-    close(errFd_);
+    close(fds_[0]);
+    close(fds_[1]);
   }
   pid_t pid() const { return pid_; }
   std::chrono::steady_clock::time_point started() const { return start_; }
 
   struct Result {
-    int status = -1;          // exit status, 128+signal, -1 when it did not end in time
+    int status = -1;             // exit status, 128+signal, -1 when it did not end in time
     bool streamsClosed = false;  // both pipes reached end of file before the deadline
     std::string out, err;
   };
-  // Reads both pipes to their end and waits for the process, for at most `seconds`; a
-  // process still running then is killed.
+  // The first line of standard output, read for at most `seconds`.
+  std::string line(double seconds) {
+    std::string text;
+    char c;
+    pollfd p{fds_[0], POLLIN, 0};
+    while (poll(&p, 1, static_cast<int>(seconds * 1000)) > 0 && read(fds_[0], &c, 1) == 1 && c != '\n') text += c;
+    return text;
+  }
+  // Reads both pipes to their end and waits for the process, for at most `seconds` from its start.
   Result finish(double seconds) {
     Result r;
     auto deadline = start_ + std::chrono::duration<double>(seconds);
-    bool outOpen = true, errOpen = true;
-    while (outOpen || errOpen) {
-      int left = static_cast<int>(std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now()).count());
-      if (left <= 0) break;
-      pollfd fds[2] = {{outOpen ? outFd_ : -1, POLLIN, 0}, {errOpen ? errFd_ : -1, POLLIN, 0}};
-      if (poll(fds, 2, left) <= 0) continue;
+    bool open[2] = {true, true};
+    while ((open[0] || open[1]) && std::chrono::steady_clock::now() < deadline) {
+      pollfd p[2] = {{open[0] ? fds_[0] : -1, POLLIN, 0}, {open[1] ? fds_[1] : -1, POLLIN, 0}};
+      if (poll(p, 2, 50) <= 0) continue;
       char buffer[4096];
       for (int i = 0; i < 2; ++i) {
-        if (!fds[i].revents) continue;
-        ssize_t n = read(fds[i].fd, buffer, sizeof buffer);
+        if (!p[i].revents) continue;
+        ssize_t n = read(p[i].fd, buffer, sizeof buffer);
         if (n > 0) (i == 0 ? r.out : r.err).append(buffer, static_cast<size_t>(n));
-        else (i == 0 ? outOpen : errOpen) = false;
+        else open[i] = false;
       }
     }
-    r.streamsClosed = !outOpen && !errOpen;
+    r.streamsClosed = !open[0] && !open[1];
     int raw = 0;
     pid_t done = 0;
     while ((done = waitpid(pid_, &raw, WNOHANG)) == 0 && std::chrono::steady_clock::now() < deadline)
@@ -106,7 +112,7 @@ class Background {
 
  private:
   pid_t pid_ = -1;
-  int outFd_ = -1, errFd_ = -1;
+  int fds_[2] = {-1, -1};
   bool reaped_ = false;
   std::chrono::steady_clock::time_point start_;
 };
@@ -115,32 +121,9 @@ class Background {
 class Xvfb {
  public:
   static constexpr int kWidth = 800, kHeight = 600;
-  Xvfb() {
-    int fds[2];
-    if (pipe(fds) != 0) return;
-    std::vector<std::string> argv{"/usr/bin/Xvfb", "-displayfd", std::to_string(fds[1]), "-screen", "0",
-                                  std::to_string(kWidth) + "x" + std::to_string(kHeight) + "x24", "-nolisten", "tcp", "-noreset"};
-    std::vector<char*> a;
-    for (std::string& s : argv) a.push_back(s.data());
-    a.push_back(nullptr);
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
-    if (posix_spawn(&pid_, a[0], &actions, nullptr, a.data(), environ) != 0) pid_ = -1;
-    posix_spawn_file_actions_destroy(&actions);
-    close(fds[1]);
-    std::string number;
-    char c;
-    pollfd p{fds[0], POLLIN, 0};
-    while (poll(&p, 1, 10000) > 0 && read(fds[0], &c, 1) == 1 && c != '\n') number += c;
-    close(fds[0]);
+  Xvfb() : server_({"/usr/bin/Xvfb", "-displayfd", "1", "-screen", "0", "800x600x24", "-nolisten", "tcp", "-noreset"}, {}) {
+    std::string number = server_.line(10);
     if (!number.empty()) display_ = ":" + number;
-  }
-  ~Xvfb() {
-    if (pid_ > 0) {
-      kill(pid_, SIGTERM);
-      waitpid(pid_, nullptr, 0);
-    }
   }
   const std::string& display() const { return display_; }
   bool running() const { return !display_.empty(); }
@@ -165,54 +148,9 @@ class Xvfb {
   struct Geometry { int x = 0, y = 0, width = 0, height = 0; };
   Geometry geometry(const std::string& window) const {
     Geometry g;
-    for (const std::string& line : text::split(xdotool("getwindowgeometry --shell " + window), "\n")) {
-      size_t eq = line.find('=');
-      if (eq == std::string::npos) continue;
-      int value = std::atoi(line.c_str() + eq + 1);
-      std::string key = line.substr(0, eq);
-      if (key == "X") g.x = value;
-      if (key == "Y") g.y = value;
-      if (key == "WIDTH") g.width = value;
-      if (key == "HEIGHT") g.height = value;
-    }
+    std::string line = xdotool("getwindowgeometry --shell " + window + " | (eval \"$(cat)\"; echo $X $Y $WIDTH $HEIGHT)");
+    std::sscanf(line.c_str(), "%d %d %d %d", &g.x, &g.y, &g.width, &g.height);
     return g;
-  }
-
-  // Asks a window to close as a window manager does (WM_DELETE_WINDOW). libX11 is opened at
-  // run time: the tests link no X library.
-  bool requestClose(const std::string& window) const {
-    // Xlib's client message event, spelled out: Xlib's headers clash with the test framework.
-    struct ClientMessage {
-      int type;
-      unsigned long serial;
-      int sendEvent;
-      void* display;
-      unsigned long window, messageType;
-      int format;
-      long data[5];
-    };
-    union Event {
-      ClientMessage message;
-      long pad[24];
-    };
-    constexpr int kClientMessage = 33;
-    void* x11 = dlopen("libX11.so.6", RTLD_NOW | RTLD_LOCAL);
-    if (!x11) return false;
-    auto open = reinterpret_cast<void* (*)(const char*)>(dlsym(x11, "XOpenDisplay"));
-    auto atom = reinterpret_cast<unsigned long (*)(void*, const char*, int)>(dlsym(x11, "XInternAtom"));
-    auto send = reinterpret_cast<int (*)(void*, unsigned long, int, long, Event*)>(dlsym(x11, "XSendEvent"));
-    auto closeDisplay = reinterpret_cast<int (*)(void*)>(dlsym(x11, "XCloseDisplay"));
-    void* d = open && atom && send && closeDisplay ? open(display_.c_str()) : nullptr;
-    if (!d) return false;
-    Event event{};
-    event.message.type = kClientMessage;
-    event.message.window = std::stoul(window);
-    event.message.messageType = atom(d, "WM_PROTOCOLS", 0);
-    event.message.format = 32;
-    event.message.data[0] = static_cast<long>(atom(d, "WM_DELETE_WINDOW", 0));
-    bool sent = send(d, event.message.window, 0, 0, &event) != 0;
-    closeDisplay(d);  // flushes the request
-    return sent;
   }
 
   // The whole screen as RGB bytes, row by row; also written as PNG to `png` when given.
@@ -226,30 +164,20 @@ class Xvfb {
   }
 
  private:
-  pid_t pid_ = -1;
+  Background server_;
   std::string display_;
 };
 
-// Pixels inside `area` of two screenshots that differ, and pixels of one colour.
-inline int changedPixels(const std::string& a, const std::string& b, const Xvfb::Geometry& area) {
-  int changed = 0;
+// Pixels inside `area` for which `counts(pixel of a, pixel of b)` holds; each pixel is three bytes.
+template <typename Predicate>
+int countPixels(const std::string& a, const std::string& b, const Xvfb::Geometry& area, Predicate counts) {
+  int n = 0;
   for (int y = area.y; y < area.y + area.height && y < Xvfb::kHeight; ++y)
     for (int x = area.x; x < area.x + area.width && x < Xvfb::kWidth; ++x) {
       size_t i = (static_cast<size_t>(y) * Xvfb::kWidth + static_cast<size_t>(x)) * 3;
-      if (i + 2 < a.size() && i + 2 < b.size() && a.compare(i, 3, b, i, 3) != 0) ++changed;
+      if (i + 2 < a.size() && i + 2 < b.size() && counts(a.substr(i, 3), b.substr(i, 3))) ++n;
     }
-  return changed;
-}
-inline int pixelsOfColour(const std::string& shot, const Xvfb::Geometry& area, unsigned char r, unsigned char g, unsigned char b) {
-  int count = 0;
-  for (int y = area.y; y < area.y + area.height && y < Xvfb::kHeight; ++y)
-    for (int x = area.x; x < area.x + area.width && x < Xvfb::kWidth; ++x) {
-      size_t i = (static_cast<size_t>(y) * Xvfb::kWidth + static_cast<size_t>(x)) * 3;
-      if (i + 2 < shot.size() && static_cast<unsigned char>(shot[i]) == r && static_cast<unsigned char>(shot[i + 1]) == g &&
-          static_cast<unsigned char>(shot[i + 2]) == b)
-        ++count;
-    }
-  return count;
+  return n;
 }
 
 }  // namespace bwk::test

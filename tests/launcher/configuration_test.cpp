@@ -31,6 +31,7 @@ TEST_F(Configuration, DirectoryLayouts) {
     const char* name;
     PlistDict info;
     std::string root, launcherDir, mainBundle;
+    OptionalString workingDirectory = std::nullopt;
   };
   std::string apps = tmp / "Apps";
   setenv("BWK_T_SUB", "sub", 1);
@@ -42,9 +43,15 @@ TEST_F(Configuration, DirectoryLayouts) {
        apps + "/Root/a/b/c", apps, apps + "/Root"},
       {"single bundle flag alone", {{"bwk.inSingleBundle", true}}, appRoot, appRoot, bundle},
       {"baseDir of another type", {{"bwk.baseDir", 3}}, appRoot, appRoot, bundle},
+      {"working directory beside the launcher", {{"JavaVM", PlistValue(PlistDict{{"WorkingDirectory", "work/../w"}})}},
+       appRoot, appRoot, bundle, appRoot + "/w"},
+      {"absolute working directory", {{"JavaVM", PlistValue(PlistDict{{"WorkingDirectory", "/x//y/"}})}}, appRoot, appRoot,
+       bundle, "/x/y"},
   };
   for (const Case& c : cases) {
-    const LaunchPaths& paths = bundleLaunch(c.info).paths;
+    const LaunchContext& context = bundleLaunch(c.info);
+    const LaunchPaths& paths = context.paths;
+    EXPECT_EQ(workingDirectory(context, runtime()), c.workingDirectory.value_or(c.mainBundle)) << c.name;
     EXPECT_EQ(paths.appRootDir, c.root) << c.name;
     EXPECT_EQ(paths.launcherDirInApp, c.launcherDir) << c.name;
     EXPECT_EQ(paths.mainBundlePath, c.mainBundle) << c.name;
@@ -54,6 +61,7 @@ TEST_F(Configuration, DirectoryLayouts) {
   EXPECT_EQ(cli.paths.mainBundlePath, std::nullopt);
   EXPECT_EQ(cli.paths.launcherDirInApp, tmp / "bin/tool.app/Contents/Resources/app");
   EXPECT_EQ(cli.serviceMode, "legacy");
+  EXPECT_EQ(workingDirectory(cli, runtime()), std::nullopt);
   unsetenv("BWK_T_SUB");
 
   // A command-line launcher that does not know its own path has no directories, and nothing
@@ -235,21 +243,6 @@ TEST_F(Configuration, IncludeCycleEndsWithTheFileNamed) {
   EXPECT_EQ(options.size(), 16u);  // one "-Da" for each of the 32 files read
 }
 
-TEST_F(Configuration, WorkingDirectory) {
-  struct Case {
-    const char* name;
-    PlistDict javaVM;
-    OptionalString expected;
-  } cases[] = {
-      {"bundle", {}, bundle},
-      {"relative to the launcher directory", {{"WorkingDirectory", "work/../work2"}}, appRoot + "/work2"},
-      {"absolute", {{"WorkingDirectory", "/x//y/"}}, std::string("/x/y")},
-  };
-  for (const Case& c : cases)
-    EXPECT_EQ(workingDirectory(bundleLaunch({{"JavaVM", PlistValue(c.javaVM)}}), runtime()), c.expected) << c.name;
-  EXPECT_EQ(workingDirectory(commandLineLaunch({}, tmp / "bin/tool", {"/tool"}), runtime()), std::nullopt);
-}
-
 TEST_F(Configuration, ParametersFromStateAndFacts) {
   writeFile(tmp / "Apps/Tool.vmoptions", "-Dsame=1\n");
   const LaunchContext& context = bundleLaunch({{"CFBundleName", "Tool"},
@@ -307,17 +300,20 @@ TEST_F(Configuration, CommandLineLauncherIdentityAndService) {
 
 TEST_F(Configuration, CommandLinePassThrough) {
   struct Case {
-    bool passthrough;
+    std::optional<bool> passthrough;
     std::vector<std::string> words;
     std::vector<std::string> options, args;
   } cases[] = {
+      {std::nullopt, {"/p", "-J-Xmx2g", "x"}, {}, {"-J-Xmx2g", "x"}},  // off unless configured
       {false, {"/p", "-J-Xmx2g", "x"}, {}, {"-J-Xmx2g", "x"}},
       {true, {"/p", "-J-Xmx2g", "x", "-J"}, {"-Xmx2g", ""}, {"x"}},
       {true, {"/p", "-psn_0_1", "-psn_2"}, {}, {"-psn_2"}},
       {true, {"/p", "-J-jvm=/x", "-J-Xdock:name=X", "-J-XstartOnFirstThread"}, {}, {}},  // removed afterwards
   };
   for (const Case& c : cases) {
-    JavaParameters p = readJavaParameters(bundleLaunch({{"bwk.allowPassthrough", c.passthrough}}, c.words), runtime(), {});
+    PlistDict info;
+    if (c.passthrough) info["bwk.allowPassthrough"] = *c.passthrough;
+    JavaParameters p = readJavaParameters(bundleLaunch(info, c.words), runtime(), {});
     EXPECT_EQ(std::vector<std::string>(p.options.begin() + 1, p.options.end()), c.options) << c.words[1];
     EXPECT_EQ(p.args, c.args) << c.words[1];
   }

@@ -67,15 +67,9 @@ struct ChildOutcome {
   std::string output;
 };
 
-struct BindMount {
-  std::string source;
-  std::string target;
-  bool readOnly = false;
-};
-
-// Runs `body` in a child process with a mount namespace of its own in which every bind mount
-// is in place; the child ends with the status `body` returns (or exits by itself).
-inline ChildOutcome inPrivateMounts(const std::vector<BindMount>& mounts, const std::function<int()>& body) {
+// Runs `body` in a child process with a mount namespace of its own in which `source` is bound
+// over `target`; the child ends with the status `body` returns (or exits by itself).
+inline ChildOutcome inPrivateMount(const std::string& source, const std::string& target, const std::function<int()>& body) {
   int fds[2];
   if (pipe(fds) != 0) return {};
   std::fflush(nullptr);
@@ -89,12 +83,9 @@ inline ChildOutcome inPrivateMounts(const std::vector<BindMount>& mounts, const 
       std::perror("private mount namespace");
       _exit(90);
     }
-    for (const BindMount& m : mounts) {
-      if (mount(m.source.c_str(), m.target.c_str(), nullptr, MS_BIND, nullptr) != 0 ||
-          (m.readOnly && mount(nullptr, m.target.c_str(), nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr) != 0)) {
-        std::perror(("bind mount over " + m.target).c_str());
-        _exit(91);
-      }
+    if (mount(source.c_str(), target.c_str(), nullptr, MS_BIND, nullptr) != 0) {
+      std::perror(("bind mount over " + target).c_str());
+      _exit(91);
     }
     int status = body();
     std::fflush(nullptr);

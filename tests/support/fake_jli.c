@@ -43,9 +43,8 @@ void JLI_MemFree(void* p) { free(p); }
 char* JLI_StringDup(const char* s) { return strdup(s); }
 
 JLI_List JLI_List_new(size_t capacity) {
-  JLI_List l = (JLI_List)malloc(sizeof(JLI_List_));
+  JLI_List l = (JLI_List)calloc(1, sizeof(JLI_List_));
   l->capacity = capacity ? capacity : 1;
-  l->size = 0;
   l->elements = (char**)malloc(l->capacity * sizeof(char*));
   return l;
 }

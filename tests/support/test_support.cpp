@@ -1,5 +1,7 @@
 #include "test_support.h"
 
+#include "plist_writer.h"
+
 #include <fcntl.h>
 #include <poll.h>
 #include <spawn.h>
@@ -12,6 +14,7 @@
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
+#include <utility>
 
 extern char** environ;
 
@@ -50,52 +53,7 @@ std::string readFile(const std::string& path) {
   return s.str();
 }
 
-namespace {
-std::string escapeXml(const std::string& s) {
-  std::string out;
-  for (char c : s) {
-    switch (c) {
-      case '&': out += "&amp;"; break;
-      case '<': out += "&lt;"; break;
-      case '>': out += "&gt;"; break;
-      default: out += c;
-    }
-  }
-  return out;
-}
-
-void writeXml(const PlistValue& v, std::string& out) {
-  switch (v.type()) {
-    case PlistValue::Type::String: out += "<string>" + escapeXml(*v.asString()) + "</string>"; break;
-    case PlistValue::Type::Integer: out += "<integer>" + std::to_string(*v.asInteger()) + "</integer>"; break;
-    case PlistValue::Type::Real: out += "<real>" + std::to_string(*v.asReal()) + "</real>"; break;
-    case PlistValue::Type::Boolean: out += *v.asBoolean() ? "<true/>" : "<false/>"; break;
-    case PlistValue::Type::Date: out += "<date>2001-01-01T00:00:00Z</date>"; break;
-    case PlistValue::Type::Data: out += "<data></data>"; break;
-    case PlistValue::Type::Array:
-      out += "<array>";
-      for (const PlistValue& e : *v.asArray()) writeXml(e, out);
-      out += "</array>";
-      break;
-    case PlistValue::Type::Dictionary:
-      out += "<dict>";
-      for (const auto& [k, e] : *v.asDictionary()) {
-        out += "<key>" + escapeXml(k) + "</key>";
-        writeXml(e, out);
-      }
-      out += "</dict>";
-      break;
-  }
-}
-}  // namespace
-
-std::string toXmlPlist(const PlistValue& value) {
-  std::string out =
-      "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\" "
-      "\"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n<plist version=\"1.0\">";
-  writeXml(value, out);
-  return out + "</plist>\n";
-}
+std::string toXmlPlist(const PlistValue& value) { return bundle::xmlPropertyList(value); }
 
 void writePlist(const std::string& path, const PlistValue& value) { writeFile(path, toXmlPlist(value)); }
 
@@ -110,50 +68,39 @@ RunResult run(const std::vector<std::string>& argv, const std::vector<std::strin
   }
   std::vector<char*> cargv, cenv;
   for (const auto& a : argv) cargv.push_back(const_cast<char*>(a.c_str()));
-  cargv.push_back(nullptr);
   for (const auto& e : environment) cenv.push_back(const_cast<char*>(e.c_str()));
+  cargv.push_back(nullptr);
   cenv.push_back(nullptr);
 
-  int outPipe[2], errPipe[2];
-  if (pipe2(outPipe, O_CLOEXEC) != 0 || pipe2(errPipe, O_CLOEXEC) != 0) throw std::runtime_error("pipe");
+  int out[2], err[2];
+  if (pipe2(out, O_CLOEXEC) != 0 || pipe2(err, O_CLOEXEC) != 0) throw std::runtime_error("pipe");
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_adddup2(&actions, outPipe[1], 1);
-  posix_spawn_file_actions_adddup2(&actions, errPipe[1], 2);
+  posix_spawn_file_actions_adddup2(&actions, out[1], 1);
+  posix_spawn_file_actions_adddup2(&actions, err[1], 2);
   posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
   if (!workingDirectory.empty()) posix_spawn_file_actions_addchdir_np(&actions, workingDirectory.c_str());
   pid_t pid;
   int rc = posix_spawn(&pid, cargv[0], &actions, nullptr, cargv.data(), cenv.data());
   posix_spawn_file_actions_destroy(&actions);
-  close(outPipe[1]);
-  close(errPipe[1]);
+  close(out[1]);
+  close(err[1]);
   RunResult result;
-  if (rc != 0) {
-    close(outPipe[0]);
-    close(errPipe[0]);
-    result.err = std::string("spawn failed: ") + std::strerror(rc);
-    return result;
-  }
-  struct pollfd fds[2] = {{outPipe[0], POLLIN, 0}, {errPipe[0], POLLIN, 0}};
-  int open = 2;
+  if (rc != 0) result.err = std::string("spawn failed: ") + std::strerror(rc);
+  // Both pipes are read to their end, whichever fills first.
+  struct pollfd fds[2] = {{out[0], POLLIN, 0}, {err[0], POLLIN, 0}};
   char buffer[8192];
-  while (open > 0) {
+  while (fds[0].fd >= 0 || fds[1].fd >= 0) {
     if (poll(fds, 2, -1) < 0) continue;
     for (int i = 0; i < 2; ++i) {
-      if (fds[i].fd < 0 || !(fds[i].revents & (POLLIN | POLLHUP | POLLERR))) continue;
+      if (fds[i].fd < 0 || !fds[i].revents) continue;
       ssize_t n = read(fds[i].fd, buffer, sizeof buffer);
-      if (n <= 0) {
-        close(fds[i].fd);
-        fds[i].fd = -1;
-        --open;
-      } else {
-        (i == 0 ? result.out : result.err).append(buffer, static_cast<size_t>(n));
-      }
+      if (n > 0) (i == 0 ? result.out : result.err).append(buffer, static_cast<size_t>(n));
+      else close(std::exchange(fds[i].fd, -1));
     }
   }
   int status = 0;
-  waitpid(pid, &status, 0);
-  result.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  if (rc == 0 && waitpid(pid, &status, 0) == pid) result.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
   return result;
 }
 
