@@ -78,10 +78,10 @@ TEST_F(Window, ShowsProgressAndCancelEndsTheStart) {
   Xvfb::Geometry g = x.geometry(window);
   ASSERT_GT(g.width, 100);
 
-  std::this_thread::sleep_for(std::chrono::milliseconds(400));
+  sleepMs(400);
   std::string first = x.screenshot();
-  std::this_thread::sleep_for(std::chrono::milliseconds(800));
-  std::string second = x.screenshot(std::string(BWK_BINARY_DIR) + "/window-test-progress.png");
+  sleepMs(800);
+  std::string second = x.screenshot();
   EXPECT_GT(countPixels(first, second, g, std::not_equal_to<>()), 40) << "the bar does not move";
   // The icon is the largest image of the container, scaled to the window's icon size.
   auto is = [](const char* rgb) { return [c = std::string(rgb, 3)](const std::string& p, const std::string&) { return p == c; }; };
@@ -95,7 +95,7 @@ TEST_F(Window, ShowsProgressAndCancelEndsTheStart) {
   EXPECT_EQ(r.status, 1) << r.err;
   EXPECT_EQ(entriesIn(tmp / "t"), 0u) << "the temporary directory is removed";
   EXPECT_FALSE(fs::exists(record)) << "nothing was launched";
-  std::this_thread::sleep_for(std::chrono::milliseconds(1500));
+  sleepMs(1500);
   EXPECT_EQ(x.xdotool("search --onlyvisible --name 'Slowpoke$'"), "") << "a cancellation shows no alert";
 }
 
@@ -147,7 +147,7 @@ TEST_F(Window, OnlyAStartThatShowsTheWindowLoadsGtk) {
     if (archive) shell("mkdir -p " + app + "/Contents/Resources/app && cp " + tmp / "rt.tar.gz " + app + "/Contents/Resources/app/jre.tar.gz");
     else makeFakeRuntime(app + "/Contents/Resources/jre.bundle", "17.0.2", "bundle");
     Background launcher({app + "/Contents/MacOS/Slowpoke"}, env({"FAKE_JLI_SLEEP_MS=3000"}));
-    while (!fs::exists(record) && secondsSince(launcher.started()) < 20) std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    while (!fs::exists(record) && secondsSince(launcher.started()) < 20) sleepMs(20);
     std::string maps = readFile("/proc/" + std::to_string(launcher.pid()) + "/maps");
     Background::Result r = launcher.finish(20);
     EXPECT_EQ(r.status, 7) << name << "\n" << r.err;
