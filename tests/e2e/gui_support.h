@@ -1,80 +1,12 @@
 #pragma once
-// A private X server for the window tests and processes started in the background.
-#include <fcntl.h>
-#include <signal.h>
-#include <spawn.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <chrono>
+// A private X server for the window tests.
+#include <algorithm>
 #include <cstdio>
-#include <thread>
 
 #include "../install/icon_files.h"
 #include "e2e_support.h"
 
 namespace bwk::test {
-
-inline double secondsSince(std::chrono::steady_clock::time_point start) {
-  return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-}
-inline void sleepMs(int ms) { std::this_thread::sleep_for(std::chrono::milliseconds(ms)); }
-
-// A process started with its standard output and error going to files of ours; `extraEnv`
-// entries as for run(). Ended when the object goes, if it has not ended by then.
-class Background {
- public:
-  Background(std::vector<std::string> argv, const std::vector<std::string>& extraEnv) {
-    std::vector<std::string> env = environmentWith(extraEnv);
-    std::vector<char*> a, e;
-    for (std::string& s : argv) a.push_back(s.data());
-    for (std::string& s : env) e.push_back(s.data());
-    a.push_back(nullptr);
-    e.push_back(nullptr);
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, 1, out_.c_str(), O_WRONLY | O_CREAT, 0600);
-    posix_spawn_file_actions_addopen(&actions, 2, err_.c_str(), O_WRONLY | O_CREAT, 0600);
-    start_ = std::chrono::steady_clock::now();
-    if (posix_spawn(&pid_, a[0], &actions, nullptr, a.data(), e.data()) != 0) pid_ = -1;
-    posix_spawn_file_actions_destroy(&actions);
-  }
-  ~Background() {
-    if (pid_ <= 0 || reaped_) return;
-    kill(pid_, SIGTERM);
-    for (int i = 0; i < 200 && waitpid(pid_, nullptr, WNOHANG) == 0; ++i) sleepMs(10);
-    if (kill(pid_, SIGKILL) == 0) waitpid(pid_, nullptr, 0);
-  }
-  pid_t pid() const { return pid_; }
-  std::chrono::steady_clock::time_point started() const { return start_; }
-
-  // The first line of standard output, waited for at most `seconds`.
-  std::string line(double seconds) {
-    std::string text;
-    while ((text = readFile(out_)).find('\n') == std::string::npos && secondsSince(start_) < seconds) sleepMs(10);
-    return text.substr(0, text.find('\n'));
-  }
-  // Status (exit status, 128+signal, -1 when it did not end within `seconds` of its start) and output.
-  RunResult finish(double seconds) {
-    RunResult r;
-    int raw = 0;
-    pid_t done = 0;
-    while ((done = waitpid(pid_, &raw, WNOHANG)) == 0 && secondsSince(start_) < seconds) sleepMs(10);
-    if (done == pid_) r.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : 128 + WTERMSIG(raw);
-    reaped_ = done == pid_;
-    r.out = readFile(out_);
-    r.err = readFile(err_);
-    return r;
-  }
-  using Result = RunResult;
-
- private:
-  TempDir dir_;
-  std::string out_ = dir_ / "out", err_ = dir_ / "err";
-  pid_t pid_ = -1;
-  bool reaped_ = false;
-  std::chrono::steady_clock::time_point start_;
-};
 
 // An X server of our own on a free display number, gone with the object.
 class Xvfb {
