@@ -3,7 +3,6 @@
 // many starts at once, copies left by killed starts, and configurations that would otherwise
 // fail without saying why.
 #include <signal.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include "base/fs.h"
