@@ -16,7 +16,6 @@ class FakeRuntimeLaunch : public ::testing::Test {
     env.push_back("FAKE_JLI_RECORD=" + record);
     return startApp(app, args, env);
   }
-  // Tool.app with main class M, the runtime tmp/jdk and `info`.
   std::string plainBundle(PlistDict info = {}) {
     info["JavaVM"] = PlistValue(PlistDict{{"MainClass", "M"}, {"SearchSequence", stringArray({"R" + tmp / "jdk"})}});
     return makeBundle(tmp.path(), "Tool", PlistValue(info));
