@@ -19,15 +19,6 @@ class CommandLineLauncher : public ::testing::Test {
     record = tmp / "record";
   }
 
-  // tmp/bin/tool carrying `config`.
-  std::string makeTool(const PlistValue& config) {
-    writePlist(tmp / "config.plist", config);
-    std::string tool = tmp / "tool";
-    RunResult r = run({BWK_EMBED, BWK_LAUNCHER, tmp / "config.plist", tool});
-    EXPECT_EQ(r.status, 0) << r.err;
-    return tool;
-  }
-
   // Rewrites the note's descriptor size, and optionally the length L, in place.
   void patchRegion(const std::string& file, uint32_t descriptorSize, std::optional<uint32_t> length = {}) {
     std::string bytes = readFile(file);
@@ -40,12 +31,6 @@ class CommandLineLauncher : public ::testing::Test {
     writeFile(file, bytes);
   }
 
-  PlistDict javaVM() {
-    return PlistDict{{"MainClass", "com.example.Tool"},
-                     {"VMOptionArray", stringArray({"-Dfrom.embedded=1"})},
-                     {"ArgumentArray", stringArray({"configured"})}};
-  }
-
   TempDir tmp;
   std::string record;
 };
@@ -55,6 +40,8 @@ class CommandLineLauncher : public ::testing::Test {
 TEST_F(CommandLineLauncher, UnreadableConfigurations) {
   PlistDict bundleVM{{"MainClass", "com.example.FromBundle"}};
   std::string app = makeBundle(tmp.path(), "Tool", PlistValue(PlistDict{{"JavaVM", PlistValue(bundleVM)}}));
+  writePlist(tmp / "config.plist", PlistValue(PlistDict{{"JavaVM", PlistValue(PlistDict{{"MainClass", "com.example.Tool"}})}}));
+  const std::string made = tmp / "tool";
   struct Case {
     const char* name;
     std::function<void(const std::string&)> damage;
@@ -72,9 +59,9 @@ TEST_F(CommandLineLauncher, UnreadableConfigurations) {
   };
   for (const Case& c : cases) {
     std::filesystem::remove(record);
-    std::string tool = makeTool(PlistValue(PlistDict{{"JavaVM", PlistValue(javaVM())}}));
-    c.damage(tool);
-    std::filesystem::copy_file(tool, app + "/Contents/MacOS/Tool", std::filesystem::copy_options::overwrite_existing);
+    ASSERT_EQ(run({BWK_EMBED, BWK_LAUNCHER, tmp / "config.plist", made}).status, 0);
+    c.damage(made);
+    std::filesystem::copy_file(made, app + "/Contents/MacOS/Tool", std::filesystem::copy_options::overwrite_existing);
     RunResult r = run({app + "/Contents/MacOS/Tool", "__bwk_auth_restart", tmp / "jdk"},
                       launcherEnvironment({"FAKE_JLI_RECORD=" + record}));
     EXPECT_EQ(r.status, c.launches ? 0 : 1) << c.name << ": " << r.err;

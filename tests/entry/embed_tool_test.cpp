@@ -41,6 +41,11 @@ class EmbedTool : public ::testing::Test {
     writeFile(tmp / "config.plist", kConfig);
     writeFile(tmp / "other.plist", kOtherConfig);
   }
+  // Writes `file` as tmp/tool and embeds tmp/`config` into tmp/`out`.
+  RunResult embedBytes(const Bytes& file, const std::string& config = "config.plist", const std::string& out = "out") {
+    writeBytes(tmp / "tool", file);
+    return embed(tmp / "tool", tmp / config, tmp / out);
+  }
   TempDir tmp;
 };
 
@@ -133,8 +138,7 @@ std::optional<Bytes> mappedRegion(const Bytes& file) {
 
 TEST_F(EmbedTool, MachOCopiesCarryTheConfiguration) {
   Bytes original = machOExecutable();
-  writeBytes(tmp / "tool", original);
-  ASSERT_EQ(embed(tmp / "tool", tmp / "config.plist", tmp / "out").status, 0);
+  ASSERT_EQ(embedBytes(original).status, 0);
   Bytes out = fileBytes(tmp / "out");
   EXPECT_EQ(mappedRegion(out), region(kConfig));
   EXPECT_EQ(print(tmp / "out").out, kConfig);
@@ -183,15 +187,12 @@ TEST_F(EmbedTool, MachORefusals) {
       {machOExecutable(32 + 72 + 152 + 232 + 72 + 40), ""},  // exactly enough room
   };
   for (const auto& [file, message] : cases) {
-    writeBytes(tmp / "tool", file);
     std::filesystem::remove(tmp / "out");
-    RunResult r = embed(tmp / "tool", tmp / "config.plist", tmp / "out");
+    RunResult r = embedBytes(file);
     EXPECT_EQ(r.status, message.empty() ? 0 : 1) << message;
     EXPECT_TRUE(text::contains(r.err, message)) << message << ": " << r.err;
     EXPECT_EQ(std::filesystem::exists(tmp / "out"), message.empty()) << message;
-    if (message.empty()) {
-      EXPECT_EQ(mappedRegion(fileBytes(tmp / "out")), region(kConfig));
-    }
+    if (message.empty()) { EXPECT_EQ(mappedRegion(fileBytes(tmp / "out")), region(kConfig)); }
   }
 }
 
@@ -199,16 +200,14 @@ TEST_F(EmbedTool, MachORefusals) {
 // also when an embedding was signed before.
 TEST_F(EmbedTool, MachOSignaturesAreRemoved) {
   Bytes plain = machOExecutable(0x800, true, 0x120);
-  writeBytes(tmp / "plain", plain);
-  ASSERT_EQ(embed(tmp / "plain", tmp / "config.plist", tmp / "expected").status, 0);
+  ASSERT_EQ(embedBytes(plain, "config.plist", "expected").status, 0);
   // Data of 24 bytes: a signature made after it starts 8 bytes past its end.
   writeFile(tmp / "odd.plist", "{ a = bcdef; }\n");
-  ASSERT_EQ(embed(tmp / "plain", tmp / "odd.plist", tmp / "odd").status, 0);
+  ASSERT_EQ(embedBytes(plain, "odd.plist", "odd").status, 0);
   const Bytes expected = fileBytes(tmp / "expected");
   // Last, before __LINKEDIT's command, after an embedding.
   for (const Bytes& file : {signedImage(plain), signedImage(fileBytes(tmp / "odd"))}) {
-    writeBytes(tmp / "signed", file);
-    RunResult r = embed(tmp / "signed", tmp / "config.plist", tmp / "out");
+    RunResult r = embedBytes(file);
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_TRUE(text::contains(r.err, "is not signed: sign it")) << r.err;
     EXPECT_EQ(fileBytes(tmp / "out"), expected) << file.size();
@@ -219,15 +218,12 @@ TEST_F(EmbedTool, UniversalFilesCarryTheConfigurationInEachSlice) {
   Bytes intel = machOExecutable(), arm = signedImage(machOExecutable(0x900));
   put32(arm, 4, 0x0100000c);
   auto embedded = [&](const Bytes& thin) {
-    writeBytes(tmp / "thin", thin);
-    EXPECT_EQ(embed(tmp / "thin", tmp / "config.plist", tmp / "thin-out").status, 0);
+    EXPECT_EQ(embedBytes(thin, "config.plist", "thin-out").status, 0);
     return fileBytes(tmp / "thin-out");
   };
   for (bool wide : {false, true}) {
     SCOPED_TRACE(wide ? "FAT_MAGIC_64" : "FAT_MAGIC");
-    Bytes fat = universalFile({{0x01000007, 12, intel}, {0x0100000c, 14, arm}}, wide);
-    writeBytes(tmp / "fat", fat);
-    ASSERT_EQ(embed(tmp / "fat", tmp / "config.plist", tmp / "out").status, 0);
+    ASSERT_EQ(embedBytes(universalFile({{0x01000007, 12, intel}, {0x0100000c, 14, arm}}, wide)).status, 0);
     ASSERT_EQ(embed(tmp / "out", tmp / "other.plist", tmp / "again").status, 0);
     EXPECT_EQ(print(tmp / "again").out, kOtherConfig);
     // Each slice is what embedding into it alone gives, at its own alignment, in order.
@@ -237,8 +233,7 @@ TEST_F(EmbedTool, UniversalFilesCarryTheConfigurationInEachSlice) {
 
 // Mach-O copies are signed again by codesign when it is on PATH, unless told not to.
 TEST_F(EmbedTool, MachOCopiesAreSignedAgain) {
-  Bytes image = machOExecutable();
-  writeBytes(tmp / "tool", image);
+  writeBytes(tmp / "tool", machOExecutable());
   std::string bin = tmp / "bin";
   // codesign's status (-1: none on PATH), --no-sign, the tool's status, its message.
   const std::vector<std::tuple<int, bool, int, std::string>> cases = {

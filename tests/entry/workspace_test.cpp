@@ -97,27 +97,11 @@ TEST_F(WorkspaceRelaunch, LivesAsLongAsTheApplication) {
 }
 
 TEST_F(WorkspaceRelaunch, AStartThatFailsGivesStatusOne) {
-  for (const std::string executable : {"nothing-here", "plain"}) {
-    makeApp(0, {{"CFBundleExecutable", executable}});
-    if (executable == "plain") writeFile(bundle + "/Contents/MacOS/plain", "#!/bin/sh\n");  // not executable
-    EXPECT_EQ(waitStatus(startLauncher({"__bwk_workspace_open", "x"})), 1) << executable;
-    std::string log = readFile(tmp / "err");
-    EXPECT_TRUE(text::contains(log, "] Launch failed: ")) << log;
-    EXPECT_FALSE(text::contains(log, "process identifier")) << log;
-  }
-}
-
-TEST_F(WorkspaceRelaunch, WithoutAnExecutableNameTheLauncherStartsItself) {
-  makeFakeRuntime(tmp / "jdk", "17.0.2+8");
-  PlistDict javaVM{{"MainClass", "com.example.Main"}, {"SearchSequence", PlistValue(PlistArray{"R" + tmp / "jdk"})}};
-  makeApp(0, {{"CFBundleName", "Tool"}, {"JavaVM", PlistValue(javaVM)}});
-  pid_t launcher = startLauncher({"__bwk_workspace_open", "-q", "hello"},
-                                 {"FAKE_JLI_RECORD=" + tmp / "record", launcherEnvironment().back()});
-  EXPECT_EQ(waitStatus(launcher), 0) << readFile(tmp / "err");
-  Recorded record = readRecord(tmp / "record");
-  ASSERT_FALSE(record.argv.empty()) << readFile(tmp / "err");
-  EXPECT_EQ(record.argv.front(), bundle + "/Contents/MacOS/Tool");
-  EXPECT_EQ(record.argv.back(), "hello");
+  makeApp(0, {{"CFBundleExecutable", "nothing-here"}});
+  EXPECT_EQ(waitStatus(startLauncher({"__bwk_workspace_open", "x"})), 1);
+  std::string log = readFile(tmp / "err");
+  EXPECT_TRUE(text::contains(log, "] Launch failed: ")) << log;
+  EXPECT_FALSE(text::contains(log, "process identifier")) << log;
 }
 
 }  // namespace
