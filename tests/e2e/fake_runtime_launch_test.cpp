@@ -16,6 +16,10 @@ class FakeRuntimeLaunch : public ::testing::Test {
     env.push_back("FAKE_JLI_RECORD=" + record);
     return startApp(app, args, env);
   }
+  std::string plainBundle(PlistDict info = {}) {
+    info["JavaVM"] = PlistValue(PlistDict{{"MainClass", "M"}, {"SearchSequence", stringArray({"R" + tmp / "jdk"})}});
+    return makeBundle(tmp.path(), "Tool", PlistValue(info));
+  }
   TempDir tmp;
   std::string record;
 };
@@ -78,8 +82,7 @@ TEST_F(FakeRuntimeLaunch, RichConfigurationGivesTheVectorInOrder) {
 // The shortest configuration; an argument file is the runtime's to expand, the exit status is the runtime's.
 TEST_F(FakeRuntimeLaunch, MinimalVectorArgumentFileAndStatus) {
   writeFile(tmp / "args.txt", "-Dfrom.file\nfile-arg\n");
-  std::string bundlePath = makeBundle(tmp.path(), "Tool", PlistValue(PlistDict{
-      {"JavaVM", PlistValue(PlistDict{{"MainClass", "M"}, {"SearchSequence", stringArray({"R" + tmp / "jdk"})}})}}));
+  std::string bundlePath = plainBundle();
   RunResult r = start(bundlePath, {"@" + tmp / "args.txt", "last"}, {"FAKE_JLI_STATUS=3"});
   EXPECT_EQ(r.status, 3) << r.err;
   EXPECT_EQ(readRecord(record).argv,
@@ -101,9 +104,7 @@ TEST_F(FakeRuntimeLaunch, FailuresBeforeTheLaunchAreReported) {
   };
   for (const Case& c : cases) {
     if (c.removeLibrary) fs::removeItem(tmp / "jdk/lib/libjli.so");
-    std::string bundlePath = makeBundle(tmp.path(), "Tool", PlistValue(PlistDict{
-        {"CFBundleName", "Tool"}, {"bwk.minVersion", c.minVersion},
-        {"JavaVM", PlistValue(PlistDict{{"MainClass", "M"}, {"SearchSequence", stringArray({"R" + tmp / "jdk"})}})}}));
+    std::string bundlePath = plainBundle({{"CFBundleName", "Tool"}, {"bwk.minVersion", c.minVersion}});
     writeFile(bundlePath + "/Contents/Resources/en.lproj/Localizable.strings", c.strings);
     RunResult r = start(bundlePath, {}, {"LANG=en_US.UTF-8", "LANGUAGE", "LC_ALL", "LC_MESSAGES"});
     EXPECT_EQ(r.status, 1) << c.name;

@@ -3,7 +3,6 @@
 // many starts at once, copies left by killed starts, and configurations that would otherwise
 // fail without saying why.
 #include <signal.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include "base/fs.h"
@@ -38,10 +37,12 @@ class Reliability : public ::testing::Test {
     writeFile(app + "/Contents/Resources/en.lproj/Localizable.strings", "\"fenmo.InternalError\" = \"Internal error: %@\";\n");
     return app;
   }
-  RunResult start(const std::string& app, std::vector<std::string> env = {}) {
-    env.insert(env.begin(), {"TMPDIR=" + temp, "FAKE_JLI_RECORD=" + record, "LANG=en_US.UTF-8"});
-    return startApp(app, {}, env, cwd);
+  // The launcher's environment with our temporary directory, record file and language.
+  std::vector<std::string> env(std::vector<std::string> extra = {}) {
+    extra.insert(extra.begin(), {"TMPDIR=" + temp, "FAKE_JLI_RECORD=" + record, "LANG=en_US.UTF-8"});
+    return launcherEnvironment(extra);
   }
+  RunResult start(const std::string& app) { return run({app + "/Contents/MacOS/Tool"}, env(), cwd); }
   std::vector<std::string> left(const std::string& dir) {
     return fs::listDirectory(dir).value_or(std::vector<std::string>{"(unreadable)"});
   }
@@ -71,7 +72,7 @@ TEST_F(Reliability, UnusableTemporaryFileSystemsEndWithAMessage) {
     RunResult r = run({"/usr/bin/unshare", "-m", "/bin/sh", "-c",
                        std::string("mount -t tmpfs -o ") + c.options + " tmpfs " + temp + " && " + app +
                            "/Contents/MacOS/Tool; s=$?; ls -A " + temp + " > " + tmp / "listing" + "; exit $s"},
-                      launcherEnvironment({"TMPDIR=" + temp, "LANG=en_US.UTF-8", "FAKE_JLI_RECORD=" + record}));
+                      env());
     EXPECT_EQ(r.status, 1) << c.options;
     for (const std::string& message : c.messages) EXPECT_TRUE(text::contains(r.err, message)) << c.options << "\n" << r.err;
     EXPECT_FALSE(fs::exists(record)) << "nothing is launched";
@@ -127,8 +128,7 @@ TEST_F(Reliability, ConcurrentStartsEachUseTheirOwnDirectory) {
   std::string script = "cd " + cwd + "; for i in $(seq 32); do (" + app + "/Contents/MacOS/Tool; echo $? >> " + tmp / "st" +
                        ") & done; wait; for i in $(seq 32); do (" + tool + " __bwk_auth_restart " + tmp / "jdk" +
                        "; echo $? >> " + tmp / "st" + ") & done; wait";
-  std::vector<std::string> env = launcherEnvironment({"TMPDIR=" + temp, "FAKE_JLI_RECORD=" + record, "FAKE_JLI_SLEEP_MS=200"});
-  RunResult r = run({"/bin/sh", "-c", script}, env);
+  RunResult r = run({"/bin/sh", "-c", script}, env({"FAKE_JLI_SLEEP_MS=200"}));
   ASSERT_EQ(r.status, 0) << r.err;
   std::vector<std::string> statuses = text::split(readFile(tmp / "st"), "\n");
   EXPECT_EQ(std::count(statuses.begin(), statuses.end(), "0"), 64) << r.err;
@@ -145,7 +145,7 @@ TEST_F(Reliability, CopiesOfEndedStartsAreRemovedOthersKept) {
   // A start killed while its runtime runs leaves its copy behind.
   std::string app = bundleWithArchive();
   RunResult killed = run({"/bin/sh", "-c", app + "/Contents/MacOS/Tool & sleep 1; kill -9 $!; wait"},
-                         launcherEnvironment({"TMPDIR=" + temp, "FAKE_JLI_SLEEP_MS=10000"}));
+                         env({"FAKE_JLI_SLEEP_MS=10000"}));
   ASSERT_EQ(left(temp).size(), 1u) << killed.err;
 
   auto mark = [&](const std::string& dir, const std::string& text) {

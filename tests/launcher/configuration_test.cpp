@@ -36,16 +36,15 @@ TEST_F(Configuration, DirectoryLayouts) {
   std::string apps = tmp / "Apps";
   setenv("BWK_T_SUB", "sub", 1);
   const std::vector<Case> cases = {
-      {"default", {}, appRoot, appRoot, bundle},
-      {"launcherDir with a variable", {{"bwk.launcherDir", "bin/${BWK_T_SUB}"}}, appRoot, appRoot + "/bin/sub", bundle},
+      {"baseDir of another type, working directory beside the launcher",
+       {{"bwk.baseDir", 3}, {"JavaVM", PlistValue(PlistDict{{"WorkingDirectory", "work/../w"}})}}, appRoot, appRoot, bundle,
+       appRoot + "/w"},
+      {"launcherDir with a variable, absolute working directory",
+       {{"bwk.launcherDir", "bin/${BWK_T_SUB}"}, {"JavaVM", PlistValue(PlistDict{{"WorkingDirectory", "/x//y/"}})}}, appRoot,
+       appRoot + "/bin/sub", bundle, "/x/y"},
       {"baseDir beside the bundle", {{"bwk.baseDir", "./x/../Tool/"}}, apps + "/Tool", apps, bundle},
       {"single bundle elsewhere", {{"bwk.baseDir", "Root/a/b/c"}, {"bwk.inSingleBundle", true}},
        apps + "/Root/a/b/c", apps, apps + "/Root"},
-      {"baseDir of another type", {{"bwk.baseDir", 3}}, appRoot, appRoot, bundle},
-      {"working directory beside the launcher", {{"JavaVM", PlistValue(PlistDict{{"WorkingDirectory", "work/../w"}})}},
-       appRoot, appRoot, bundle, appRoot + "/w"},
-      {"absolute working directory", {{"JavaVM", PlistValue(PlistDict{{"WorkingDirectory", "/x//y/"}})}}, appRoot, appRoot,
-       bundle, "/x/y"},
   };
   for (const Case& c : cases) {
     const LaunchContext& context = bundleLaunch(c.info);

@@ -26,7 +26,7 @@ std::vector<std::string> chosen(const std::string& output) {
 class InstalledRuntimes : public LaunchFixture {
  protected:
   // Runs `body` with `runtimes` mounted over the installed-runtimes directory.
-  ChildOutcome withInstalledRuntimes(const std::string& runtimes, const std::function<int()>& body) {
+  RunResult withInstalledRuntimes(const std::string& runtimes, const std::function<int()>& body) {
     return inPrivateMount(runtimes, platform::installedRuntimesDirectory(), body);
   }
 };
@@ -62,7 +62,7 @@ TEST_F(InstalledRuntimes, FirstInOrderWithinTheRange) {
   for (const char* name : {"jdk-17.0.2.jdk", "openjdk-17.0.1.jdk", "jdk-11.0.12.jdk", "openjdk-11.jdk", "jdk1.8.0_291.jdk",
                            "zulu-17.jdk", "temurin-21.jdk"})
     expected.push_back(name);
-  ChildOutcome outcome = withInstalledRuntimes(jvm, [&] {
+  RunResult outcome = withInstalledRuntimes(jvm, [&] {
     for (const Case& c : cases) {
       PlistDict info{{"bwk.allowBeta", c.beta}};
       if (c.min) info["bwk.minVersion"] = c.min;
@@ -76,8 +76,8 @@ TEST_F(InstalledRuntimes, FirstInOrderWithinTheRange) {
       std::printf("chosen: %s\n", path::lastComponent(*found).c_str());
     return 0;
   });
-  ASSERT_EQ(outcome.status, 0) << outcome.output;
-  EXPECT_EQ(chosen(outcome.output), expected);
+  ASSERT_EQ(outcome.status, 0) << outcome.out;
+  EXPECT_EQ(chosen(outcome.out), expected);
 }
 
 TEST_F(InstalledRuntimes, UnreadableRuntimesAreSkipped) {
@@ -90,7 +90,7 @@ TEST_F(InstalledRuntimes, UnreadableRuntimesAreSkipped) {
   ASSERT_EQ(chmod((jvm + "/jdk-98/Contents/Info.plist").c_str(), 0), 0);
   ASSERT_EQ(chmod(tmp.path().c_str(), 0755), 0);
   const LaunchContext& context = bundleLaunch({});
-  ChildOutcome outcome = withInstalledRuntimes(jvm, [&] {
+  RunResult outcome = withInstalledRuntimes(jvm, [&] {
     const uid_t nobody = 65534;
     if (setgroups(0, nullptr) != 0 || setresgid(nobody, nobody, nobody) != 0 || setresuid(nobody, nobody, nobody) != 0) {
       std::perror("dropping privileges");
@@ -103,8 +103,8 @@ TEST_F(InstalledRuntimes, UnreadableRuntimesAreSkipped) {
     std::printf("chosen: %s\n", found ? path::lastComponent(*found).c_str() : "none");
     return 0;
   });
-  ASSERT_EQ(outcome.status, 0) << outcome.output;
-  EXPECT_EQ(chosen(outcome.output), (std::vector<std::string>{"not opened", "0 keys", "jdk-1.8"}));
+  ASSERT_EQ(outcome.status, 0) << outcome.out;
+  EXPECT_EQ(chosen(outcome.out), (std::vector<std::string>{"not opened", "0 keys", "jdk-1.8"}));
 }
 
 }  // namespace

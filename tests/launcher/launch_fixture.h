@@ -3,6 +3,7 @@
 // runtimes, and a child process with private mounts, so that a test can put its own runtimes
 // at the system's fixed runtime directory.
 #include <gtest/gtest.h>
+#include <fcntl.h>
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
@@ -61,46 +62,30 @@ class LaunchFixture : public ::testing::Test {
   std::vector<std::unique_ptr<LaunchContext>> contexts_;
 };
 
-// The outcome of a child process: its exit status and what it wrote.
-struct ChildOutcome {
-  int status = -1;
-  std::string output;
-};
-
 // Runs `body` in a child process with a mount namespace of its own in which `source` is bound
-// over `target`; the child ends with the status `body` returns (or exits by itself).
-inline ChildOutcome inPrivateMount(const std::string& source, const std::string& target, const std::function<int()>& body) {
-  int fds[2];
-  if (pipe(fds) != 0) return {};
+// over `target`; the child ends with the status `body` returns (or exits by itself). Its
+// standard output and error together are `out`.
+inline RunResult inPrivateMount(const std::string& source, const std::string& target, const std::function<int()>& body) {
+  TempDir dir;
+  std::string output = dir / "output";
   std::fflush(nullptr);
   pid_t pid = fork();
   if (pid == 0) {
-    close(fds[0]);
-    dup2(fds[1], 1);
-    dup2(fds[1], 2);
-    close(fds[1]);
-    if (unshare(CLONE_NEWNS) != 0 || mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
-      std::perror("private mount namespace");
+    int fd = open(output.c_str(), O_WRONLY | O_CREAT, 0600);
+    dup2(fd, 1);
+    dup2(fd, 2);
+    if (unshare(CLONE_NEWNS) != 0 || mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+        mount(source.c_str(), target.c_str(), nullptr, MS_BIND, nullptr) != 0) {
+      std::perror(("private bind mount over " + target).c_str());
       _exit(90);
-    }
-    if (mount(source.c_str(), target.c_str(), nullptr, MS_BIND, nullptr) != 0) {
-      std::perror(("bind mount over " + target).c_str());
-      _exit(91);
     }
     int status = body();
     std::fflush(nullptr);
     _exit(status);
   }
-  close(fds[1]);
-  ChildOutcome outcome;
-  char buffer[4096];
-  ssize_t n;
-  while ((n = read(fds[0], buffer, sizeof buffer)) > 0) outcome.output.append(buffer, static_cast<size_t>(n));
-  close(fds[0]);
   int status = 0;
   waitpid(pid, &status, 0);
-  outcome.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-  return outcome;
+  return {WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status), readFile(output), ""};
 }
 
 }  // namespace bwk::test

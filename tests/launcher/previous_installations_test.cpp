@@ -1,6 +1,5 @@
 // Runtimes of earlier installations, found through the installation records.
 #include <cstdlib>
-#include <functional>
 
 #include "base/fs.h"
 #include "launch_fixture.h"
@@ -16,10 +15,6 @@ class PreviousInstallations : public LaunchFixture {
   void writeRecords(PlistDict records) {
     writePlist(tmp / "config/brackwood/com.brackwood.installations.plist",
                      PlistValue(PlistDict{{"/com/brackwood/installations/", PlistValue(std::move(records))}}));
-  }
-  // A private plain runtime with a version file.
-  void privateRuntime(const std::string& dir, const std::string& version) {
-    writeFile(dir + "/.brackwood/jre/brackwood_jre_version", version);
   }
   // Searches with "I" only, between 1.8 and 1.8.
   std::optional<ChosenRuntime> search(PlistDict extra = {}) {
@@ -39,47 +34,40 @@ class PreviousInstallations : public LaunchFixture {
 };
 
 TEST_F(PreviousInstallations, RuntimesOfRecordedDirectories) {
-  const std::string third = tmp / "c";
+  const std::string third = tmp / "c", v = "/.brackwood/jre/brackwood_jre_version", j = "/.brackwood/jre.bundle";
+  const std::string plugIn = "/Tool.app/Contents/PlugIns/jre.bundle";
+  struct Made {
+    std::string path, text;
+    bool runtimeBundle;  // else a file holding `text`; a bundle gets `text` as its version
+  };
   struct Case {
     const char* name;
-    std::function<void()> make;
+    std::vector<Made> made;
     std::string dirs;
     OptionalString expected;
     bool previousInstallation;
     bool bInSingleBundle = false;
   } cases[] = {
       // The loop goes on after a's runtime was accepted, but b is never opened.
-      {"a private runtime stops bundle checks",
-       [&] { privateRuntime(a, "1.8.0_291"); makeFakeRuntime(b + "/.brackwood/jre.bundle", "1.8.0_300", "bundle"); },
+      {"a private runtime stops bundle checks", {{a + v, "1.8.0_291", false}, {b + j, "1.8.0_300", true}},
        a + ";" + b, a + "/.brackwood/jre", false},
-      {"the last private runtime decides", [&] { privateRuntime(a, "1.8.0_291"); }, b + ";" + a, a + "/.brackwood/jre", false},
-      {"an out-of-range private runtime replaces an accepted one",
-       [&] { privateRuntime(a, "1.8.0_291"); privateRuntime(b, "17.0.2"); }, a + ";" + b, std::nullopt, false},
+      {"the last private runtime decides", {{a + v, "1.8.0_291", false}}, b + ";" + a, a + "/.brackwood/jre", false},
+      {"an out-of-range private runtime replaces an accepted one", {{a + v, "1.8.0_291", false}, {b + v, "17.0.2", false}},
+       a + ";" + b, std::nullopt, false},
       {"bundles in order until one is accepted",
-       [&] {
-         makeFakeRuntime(a + "/.brackwood/jre.bundle", "17.0.2", "bundle");  // out of range
-         makeFakeRuntime(b + "/Tool.app/Contents/PlugIns/jre.bundle", "1.8.0_291", "bundle");
-         makeFakeRuntime(third + "/.brackwood/jre.bundle", "1.8.0_300", "bundle");
-       },
-       ";" + a + ";" + b + ";" + third, b + "/Tool.app/Contents/PlugIns/jre.bundle", true, true},
+       {{a + j, "17.0.2", true}, {b + plugIn, "1.8.0_291", true}, {third + j, "1.8.0_300", true}},
+       ";" + a + ";" + b + ";" + third, b + plugIn, true, true},
       {"a single bundle prefers Resources",
-       [&] {
-         makeFakeRuntime(b + "/Tool.app/Contents/Resources/jre.bundle", "1.8.0_1", "bundle");
-         makeFakeRuntime(b + "/Tool.app/Contents/PlugIns/jre.bundle", "1.8.0_2", "bundle");
-       },
-       b, b + "/Tool.app/Contents/Resources/jre.bundle", true, true},
+       {{b + "/Tool.app/Contents/Resources/jre.bundle", "1.8.0_1", true}, {b + plugIn, "1.8.0_2", true}}, b,
+       b + "/Tool.app/Contents/Resources/jre.bundle", true, true},
       // Neither a nor b turned bundle checks off, so c's bundle is found.
       {"unusable version files",
-       [&] {
-         writeFile(a + "/.brackwood/jre/brackwood_jre_version/x", "");                          // a directory
-         writeFile(b + "/.brackwood/jre/brackwood_jre_version", std::string("1.8.0\xff", 6));  // not UTF-8
-         makeFakeRuntime(third + "/.brackwood/jre.bundle", "1.8.0_300", "bundle");
-       },
-       a + ";" + b + ";" + third, third + "/.brackwood/jre.bundle", true},
+       {{a + v + "/x", "", false}, {b + v, std::string("1.8.0\xff", 6), false}, {third + j, "1.8.0_300", true}},
+       a + ";" + b + ";" + third, third + j, true},
   };
   for (const Case& c : cases) {
     for (const std::string& dir : {a, b, third}) fs::removeItem(dir);
-    c.make();
+    for (const Made& m : c.made) m.runtimeBundle ? makeFakeRuntime(m.path, m.text, "bundle") : writeFile(m.path, m.text);
     PlistDict records{{"allinstdirs1234-5678", c.dirs}};
     if (c.bInSingleBundle) records["singleBundleName1234-5678_" + b] = "Tool.app";
     writeRecords(records);
@@ -93,7 +81,7 @@ TEST_F(PreviousInstallations, RuntimesOfRecordedDirectories) {
 }
 
 TEST_F(PreviousInstallations, MissingPiecesFindNothing) {
-  privateRuntime(a, "1.8.0_291");
+  writeFile(a + "/.brackwood/jre/brackwood_jre_version", "1.8.0_291");
   struct Case {
     const char* name;
     bool writeFile;

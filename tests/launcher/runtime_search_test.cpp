@@ -2,7 +2,6 @@
 // shipped and private runtimes, the search sequence, and the unpacking of fixed runtimes.
 #include <cstdlib>
 
-#include "base/errors.h"
 #include "base/fs.h"
 #include "launch_fixture.h"
 
@@ -143,64 +142,6 @@ TEST_F(RuntimeSearch, SearchSequenceEntries) {
   }
   unsetenv("BWK_TEST_RUNTIME");
   unsetenv("BWK_TEST_DIR");
-}
-
-// --- unpacking of fixed runtimes ------------------------------------------------------------
-
-class RuntimeUnpacking : public RuntimeSearch {
- protected:
-  void SetUp() override {
-    home = shipped("Resources", "17.0.2") + "/Contents/Home";
-    writeFile(home + "/lib/a.jar.pack", "a");
-  }
-  // <home>/bin/unpack200 that logs its arguments and then runs `body`.
-  void installUnpackTool(const std::string& toolHome, const std::string& body) {
-    std::string tool = toolHome + "/bin/unpack200";
-    writeFile(tool, "#!/bin/sh\necho \"$@\" >> '" + log + "'\n" + body + "\n");
-    chmod(tool.c_str(), 0755);
-  }
-  // The message a failing search reports ("key: info"), or none.
-  static OptionalString failureOf(const LaunchContext& context) {
-    try {
-      findJavaBundle(context, std::nullopt);
-    } catch (const ReportedFailure& failure) {
-      return failure.messageKey() + (failure.info() ? ": " + *failure.info() : "");
-    }
-    return std::nullopt;
-  }
-  std::string home;
-  std::string log = tmp / "unpack.log";
-};
-
-TEST_F(RuntimeUnpacking, UnpacksTheJreFolderThenTheHomeEvenOfARefusedRuntime) {
-  writeFile(home + "/jre/lib/b.jar.pack", "b");
-  installUnpackTool(home, "mv \"$2\" \"$3\"");
-  installUnpackTool(home + "/jre", "mv \"$2\" \"$3\"");
-  EXPECT_EQ(chosenPath(bundleLaunch({})), bundle + "/Contents/Resources/jre.bundle");
-  EXPECT_EQ(readFile(log), "-r " + home + "/jre/lib/b.jar.pack " + home + "/jre/lib/b.jar\n" + "-r " + home +
-                               "/lib/a.jar.pack " + home + "/lib/a.jar\n");
-  EXPECT_TRUE(fs::exists(home + "/lib/a.jar"));
-
-  writeFile(home + "/lib/c.jar.pack", "c");
-  writeFile(bundle + "/Contents/Resources/jre.bundle/Contents/Info.plist", "{}");  // no version: refused
-  EXPECT_EQ(chosenPath(bundleLaunch({})), std::nullopt);
-  EXPECT_TRUE(fs::exists(home + "/lib/c.jar"));
-}
-
-TEST_F(RuntimeUnpacking, ADirectoryThatIsNotWritableIsNamed) {
-  installUnpackTool(home, "exit 2");
-  writeFile(home + "/_bwk_testdir/keep", "");
-  EXPECT_EQ(failureOf(bundleLaunch({})), "NonWritablePackDir");
-  EXPECT_TRUE(fs::exists(home + "/_bwk_testdir/keep"));
-}
-
-TEST_F(RuntimeUnpacking, RuntimesOfTheSearchSequenceAreNotUnpacked) {
-  fs::removeItem(bundle + "/Contents/Resources");
-  std::string found = runtime("found", "17.0.2");
-  writeFile(found + "/Contents/Home/lib/a.jar.pack", "a");
-  installUnpackTool(found + "/Contents/Home", "exit 2");
-  EXPECT_EQ(chosenPath(bundleLaunch({{"JavaVM", searchSequence({"R" + found})}})), found);
-  EXPECT_FALSE(fs::exists(log));
 }
 
 }  // namespace

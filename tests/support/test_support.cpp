@@ -3,7 +3,7 @@
 #include "plist_writer.h"
 
 #include <fcntl.h>
-#include <poll.h>
+#include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -14,7 +14,7 @@
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
-#include <utility>
+#include <thread>
 
 extern char** environ;
 
@@ -68,45 +68,62 @@ std::vector<std::string> environmentWith(const std::vector<std::string>& env) {
   return environment;
 }
 
-RunResult run(const std::vector<std::string>& argv, const std::vector<std::string>& env,
-              const std::string& workingDirectory) {
-  std::vector<std::string> environment = environmentWith(env);
-  std::vector<char*> cargv, cenv;
-  for (const auto& a : argv) cargv.push_back(const_cast<char*>(a.c_str()));
-  for (const auto& e : environment) cenv.push_back(const_cast<char*>(e.c_str()));
-  cargv.push_back(nullptr);
-  cenv.push_back(nullptr);
+double secondsSince(std::chrono::steady_clock::time_point start) {
+  return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+void sleepMs(int milliseconds) { std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds)); }
 
-  int out[2], err[2];
-  if (pipe2(out, O_CLOEXEC) != 0 || pipe2(err, O_CLOEXEC) != 0) throw std::runtime_error("pipe");
+Background::Background(std::vector<std::string> argv, const std::vector<std::string>& env, const std::string& workingDirectory) {
+  std::vector<std::string> environment = environmentWith(env);
+  std::vector<char*> a, e;
+  for (std::string& s : argv) a.push_back(s.data());
+  for (std::string& s : environment) e.push_back(s.data());
+  a.push_back(nullptr);
+  e.push_back(nullptr);
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_adddup2(&actions, out[1], 1);
-  posix_spawn_file_actions_adddup2(&actions, err[1], 2);
   posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
+  posix_spawn_file_actions_addopen(&actions, 1, out_.c_str(), O_WRONLY | O_CREAT, 0600);
+  posix_spawn_file_actions_addopen(&actions, 2, err_.c_str(), O_WRONLY | O_CREAT, 0600);
   if (!workingDirectory.empty()) posix_spawn_file_actions_addchdir_np(&actions, workingDirectory.c_str());
-  pid_t pid;
-  int rc = posix_spawn(&pid, cargv[0], &actions, nullptr, cargv.data(), cenv.data());
-  posix_spawn_file_actions_destroy(&actions);
-  close(out[1]);
-  close(err[1]);
-  RunResult result;
-  if (rc != 0) result.err = std::string("spawn failed: ") + std::strerror(rc);
-  // Both pipes are read to their end, whichever fills first.
-  struct pollfd fds[2] = {{out[0], POLLIN, 0}, {err[0], POLLIN, 0}};
-  char buffer[8192];
-  while (fds[0].fd >= 0 || fds[1].fd >= 0) {
-    if (poll(fds, 2, -1) < 0) continue;
-    for (int i = 0; i < 2; ++i) {
-      if (fds[i].fd < 0 || !fds[i].revents) continue;
-      ssize_t n = read(fds[i].fd, buffer, sizeof buffer);
-      if (n > 0) (i == 0 ? result.out : result.err).append(buffer, static_cast<size_t>(n));
-      else close(std::exchange(fds[i].fd, -1));
-    }
+  start_ = std::chrono::steady_clock::now();
+  if (int rc = posix_spawn(&pid_, a[0], &actions, nullptr, a.data(), e.data()); rc != 0) {
+    pid_ = -1;
+    writeFile(err_, std::string("spawn failed: ") + std::strerror(rc));
   }
-  int status = 0;
-  if (rc == 0 && waitpid(pid, &status, 0) == pid) result.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-  return result;
+  posix_spawn_file_actions_destroy(&actions);
+}
+
+Background::~Background() {
+  if (pid_ <= 0 || reaped_) return;
+  kill(pid_, SIGTERM);
+  for (int i = 0; i < 200 && waitpid(pid_, nullptr, WNOHANG) == 0; ++i) sleepMs(10);
+  if (kill(pid_, SIGKILL) == 0) waitpid(pid_, nullptr, 0);
+}
+
+std::string Background::line(double seconds) {
+  std::string text;
+  while ((text = readFile(out_)).find('\n') == std::string::npos && secondsSince(start_) < seconds) sleepMs(10);
+  return text.substr(0, text.find('\n'));
+}
+
+RunResult Background::finish(double seconds) {
+  RunResult r;
+  int raw = 0;
+  pid_t done = 0;
+  if (pid_ > 0 && seconds <= 0) done = waitpid(pid_, &raw, 0);
+  else if (pid_ > 0)
+    while ((done = waitpid(pid_, &raw, WNOHANG)) == 0 && secondsSince(start_) < seconds) sleepMs(10);
+  reaped_ = pid_ > 0 && done == pid_;
+  if (reaped_) r.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : 128 + WTERMSIG(raw);
+  r.out = readFile(out_);
+  r.err = readFile(err_);
+  return r;
+}
+
+RunResult run(const std::vector<std::string>& argv, const std::vector<std::string>& env,
+              const std::string& workingDirectory) {
+  return Background(argv, env, workingDirectory).finish(0);
 }
 
 RunResult shell(const std::string& command) { return run({"/bin/sh", "-c", command}); }

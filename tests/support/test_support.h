@@ -1,5 +1,8 @@
 #pragma once
 // Shared helpers of the tests: temporary directories, files, running programs.
+#include <sys/types.h>
+
+#include <chrono>
 #include <map>
 #include <optional>
 #include <string>
@@ -37,8 +40,33 @@ struct RunResult {
 };
 // This process's environment with `env` applied (NAME=value; a NAME alone removes that variable).
 std::vector<std::string> environmentWith(const std::vector<std::string>& env);
-// Runs a program with arguments and extra environment entries (NAME=value; a NAME alone
-// removes that variable), optionally in a working directory.
+// A program started with its standard output and error going to files of ours, standard input
+// from /dev/null; `env` entries as for environmentWith(). Ended when the object goes, if it has
+// not ended by then.
+class Background {
+ public:
+  Background(std::vector<std::string> argv, const std::vector<std::string>& env, const std::string& workingDirectory = "");
+  ~Background();
+  pid_t pid() const { return pid_; }
+  std::chrono::steady_clock::time_point started() const { return start_; }
+  // The first line of standard output, waited for at most `seconds` from the start.
+  std::string line(double seconds);
+  // Waits for the end for at most `seconds` from the start (0: as long as it takes); status -1
+  // when it did not end in time.
+  RunResult finish(double seconds);
+  using Result = RunResult;
+
+ private:
+  TempDir dir_;
+  std::string out_ = dir_ / "out", err_ = dir_ / "err";
+  pid_t pid_ = -1;
+  bool reaped_ = false;
+  std::chrono::steady_clock::time_point start_;
+};
+double secondsSince(std::chrono::steady_clock::time_point start);
+void sleepMs(int milliseconds);
+
+// Runs a program to its end; arguments as for Background.
 RunResult run(const std::vector<std::string>& argv, const std::vector<std::string>& env = {},
               const std::string& workingDirectory = "");
 // Runs a shell command line; status and output as above.
