@@ -189,22 +189,6 @@ INSTANTIATE_TEST_SUITE_P(Archives, ArchiveCaseTest,
                            return std::string(std::get<0>(test.param).name) + "_" + inflationName(std::get<1>(test.param));
                          });
 
-TEST(ParseOctal, FollowsTheHeaderFieldRules) {
-  const std::vector<std::tuple<std::string, int, uint64_t>> cases = {
-      {"0000755", 8, 0755},
-      {"18", 2, 16},                      // '8' and '9' count as 8 and 9
-      {"12 34", 5, 012},                  // a space after a digit ends the number
-      {std::string("7\0" "7", 3), 3, 7},  // so does a NUL
-      {"777", 2, 077},                    // the field ends after `length` bytes
-      {"\xff", 1, static_cast<uint64_t>(-49)},  // any byte counts as its code minus '0', signed
-  };
-  for (const auto& [bytes, length, value] : cases) {
-    std::string field = bytes;
-    field.resize(16, '\0');
-    EXPECT_EQ(parseOctal(field.data(), length), value) << '"' << bytes << "\" " << length;
-  }
-}
-
 // The size to inflate into, from the gzip trailer: anything implausible is left to the stream.
 TEST(WholeBufferSize, TakesOnlyPlausibleSizesUpToTheLimit) {
   constexpr uint32_t kGiB = 1u << 30;

@@ -1,10 +1,9 @@
 // brackwood-bundle create: refusals leave the output as it was, the shipped runtime keeps its
 // files, modes and inner links in both forms (the archive read back by the launcher's own
-// extraction), and a PNG icon is wrapped into an .icns container.
+// extraction).
 #include <sys/stat.h>
 
 #include "base/fs.h"
-#include "base/icns.h"
 #include "bundle_tool.h"
 #include "install/untar.h"
 
@@ -79,16 +78,6 @@ TEST_F(BundleCreate, ShippedRuntimeKeepsFilesModesAndInnerLinks) {
         << form << ": a link out of the runtime is replaced by its file";
     EXPECT_FALSE(fs::existsNoFollow(shippedHome + "/lib/broken")) << form;
   }
-}
-
-TEST_F(BundleCreate, PngIconIsWrappedIntoAnIcns) {
-  // A PNG signature and the header chunk are all the container and the window look at.
-  writeFile(tmp / "wide.png", std::string("\x89PNG\r\n\x1a\n\0\0\0\x0dIHDR\0\0\0\x64\0\0\0\x50\x08\x06\0\0\0", 29));  // 100x80
-  RunResult r = createHello(tmp / "out", {"--icon", tmp / "wide.png"});
-  ASSERT_EQ(r.status, 0) << r.err;
-  EXPECT_TRUE(text::contains(r.err, "macOS expects a square")) << r.err;
-  EXPECT_EQ(icns::largestPng(readFile(tmp / "out/Hello.app/Contents/Resources/app.icns")), readFile(tmp / "wide.png"));
-  EXPECT_EQ(bundleTool({"check", tmp / "out/Hello.app"}).status, 0);
 }
 
 }  // namespace
