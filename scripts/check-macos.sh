@@ -151,7 +151,7 @@ compile_one() {  # target source: one object beside its log; prints the log when
   case $source in *.c) compiler=cc standard=-std=c17 ;; esac
   mkdir -p "$(dirname "$object")"
   if ! "$zig" "$compiler" -target "$target" "$standard" -O0 -g0 -fno-sanitize=all -Wall -Wextra -Wpedantic -Wshadow -Werror \
-       -Isrc -isystem "$work/pugixml/src" -isystem "$work/deps" -c "$source" -o "$object" 2>"$object.log"; then
+       -Isrc -Itools -isystem "$work/pugixml/src" -isystem "$work/deps" -c "$source" -o "$object" 2>"$object.log"; then
     echo "--- $target: $source" >&2
     cat "$object.log" >&2
     return 1
