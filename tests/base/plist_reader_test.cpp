@@ -66,6 +66,7 @@ TEST(XmlPropertyList, ValuesAndMalformedDocuments) {
       {"entities and cdata", "<string>&lt;&amp;&#x41;&#66;<![CDATA[<raw>]]></string>", nullptr, "<&AB<raw>"},
       {"integer with blanks and sign", "<integer> +17 </integer>", nullptr, 17},
       {"hex integer", "<integer>0x1F</integer>", nullptr, 31},
+      {"negative hex integer", "<integer>-0x10</integer>", nullptr, -16},
       {"date without time", "<date>2001-01-02</date>", nullptr, PlistDate{86400}},
       {"base64 over lines", "<data>\n  AAEC\n  /w==\n</data>", nullptr, PlistData{{0, 1, 2, 255}}},
       {"empty dict element", "<dict/>", nullptr, PlistDict{}},
@@ -77,6 +78,7 @@ TEST(XmlPropertyList, ValuesAndMalformedDocuments) {
       {"integer overflow", "<integer>9223372036854775808</integer>", "out-of-range"},
       {"bad real", "<real>1.5x</real>", "<real>"},
       {"bad date", "<date>2001-13-01T00:00:00Z</date>", "<date>"},
+      {"date without an hour", "<date>2001-01-01T:00:00Z</date>", "<date>"},
       {"bad base64", "<data>AA*B</data>", "base64"},
       {"element inside string", "<string>a<b/></string>", "inside <string>"},
       {"text between entries", "<dict>stray<key>a</key><true/></dict>", "unexpected text"},
@@ -141,6 +143,7 @@ TEST(BinaryPropertyList, HandBuiltObjects) {
        nullptr, -2},
       {"uid as its number", binaryPlist({bytes({0x81, 0x01, 0x02})}), nullptr, 258},
       {"set as array", binaryPlist({bytes({0xC1, 0x01}), bytes({0x09})}), nullptr, PlistArray{true}},
+      {"references of 8 bytes", binaryPlist({bytes({0xA1, 0, 0, 0, 0, 0, 0, 0, 1}), bytes({0x09})}, 0, 8), nullptr, PlistArray{true}},
       {"lone surrogate in UTF-16", binaryPlist({bytes({0x61, 0xD8, 0x00})}), nullptr, "\xEF\xBF\xBD"},
       {"high bytes of an ASCII string as Latin-1", binaryPlist({bytes({0x51, 0xE9})}), nullptr, "é"},
       {"duplicate dictionary key: last wins",
@@ -151,6 +154,7 @@ TEST(BinaryPropertyList, HandBuiltObjects) {
       {"reference past the objects", binaryPlist({bytes({0xA1, 0x05})}), "out of range"},
       {"array longer than the data", binaryPlist({bytes({0xAF, 0x10, 0xFF})}), "runs past"},
       {"length that is no integer", binaryPlist({bytes({0xAF, 0x50})}), "bad length marker"},
+      {"length of 16 bytes", binaryPlist({bytes({0xAF, 0x14})}), "bad length marker"},
       {"8-byte length near 2^64", binaryPlist({bytes({0x4F, 0x13, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF})}), "runs past"},
       {"UTF-16 length overflowing when doubled",
        binaryPlist({bytes({0x6F, 0x13, 0x80, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x01})}), "runs past"},
@@ -204,6 +208,13 @@ TEST(BinaryPropertyList, RefusesAmplificationThroughSharedStrings) {
   std::string error;
   EXPECT_FALSE(readBinaryPropertyList(binaryPlist({array, string}), &error));
   EXPECT_NE(error.find("too much data"), std::string::npos) << error;
+}
+
+// Booleans read from other types: strings by their first significant character.
+TEST(PlistValue, BooleanFromOtherTypes) {
+  const std::pair<PlistValue, bool> cases[] = {{"1", true}, {" +09", true}, {"-0", false}, {"y", true}, {"no", false},
+                                               {"", false},   {2, true},      {0.0, false}};
+  for (const auto& [value, expected] : cases) EXPECT_EQ(PlistValue(PlistDict{{"k", value}}).boolean("k"), expected);
 }
 
 // --- text form and .strings -------------------------------------------------------------------
@@ -294,6 +305,8 @@ TEST(TextPropertyList, ShortInputs) {
       {"trailing text", "{ a = b; } extra", "after the value"},
       {"strings table without semicolon", "\"k\" = \"v\"", "missing ';'"},
       {"\\U without digits", "\"k\" = \"v\\U\";", "without hexadecimal"},
+      {"surrogate pair", "\"k\" = \"\\UD800\\UDC00\";", nullptr, PlistDict{{"k", "\xF0\x90\x80\x80"}}},
+      {"lone low surrogate", "\"k\" = \"\\UDFFF\";", nullptr, PlistDict{{"k", "\xEF\xBF\xBD"}}},
       {"errors carry the line", "{ a = b;\n  c d; }", "line 2"},
       {"deep nesting", std::string(100000, '('), "nesting too deep"},
   };
