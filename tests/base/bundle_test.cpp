@@ -32,8 +32,6 @@ class BundleTest : public testing::Test {
   std::vector<std::pair<std::string, std::optional<std::string>>> saved_;
 };
 
-// --- Info dictionary ----------------------------------------------------------------------------
-
 // Info.plist reads back; one that is missing or unusable gives an empty dictionary.
 TEST_F(BundleTest, InfoDictionary) {
   TempDir dir;
@@ -52,8 +50,6 @@ TEST_F(BundleTest, InfoDictionary) {
   }
 }
 
-// --- resources ----------------------------------------------------------------------------------
-
 TEST_F(BundleTest, PathForResource) {
   TempDir dir;
   Bundle bundle(dir / "Tool.app");
@@ -70,8 +66,6 @@ TEST_F(BundleTest, PathForResource) {
   EXPECT_EQ(bundle.pathForResource("app/jre", "zip"), std::nullopt);
   EXPECT_EQ(bundle.pathForResource("README", "txt"), std::nullopt);
 }
-
-// --- languages and localized strings ----------------------------------------------------------
 
 struct LanguageCase {
   const char* language;

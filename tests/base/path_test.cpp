@@ -77,8 +77,6 @@ TEST(Path, ComponentsParentAndExtension) {
   EXPECT_FALSE(path::isAbsolute("x/~"));
 }
 
-// --- format.h ---------------------------------------------------------------------------------
-
 TEST(Format, Conversions) {
   const std::optional<std::string> absent;
   const std::optional<std::string> present = "here";

@@ -34,8 +34,6 @@ void expectOutcome(const ReadCase& c, const std::optional<PlistValue>& value, co
   }
 }
 
-// --- the format is chosen by content ---------------------------------------------------------
-
 TEST(PropertyListReader, ChoosesTheFormatByContent) {
   const std::string plist = "<plist version=\"1.0\"><dict><key>a</key><string>b</string></dict></plist>";
   const PlistValue ab = PlistDict{{"a", "b"}};
@@ -57,8 +55,6 @@ TEST(PropertyListReader, ChoosesTheFormatByContent) {
   }
 }
 
-// --- XML --------------------------------------------------------------------------------------
-
 TEST(XmlPropertyList, ValuesAndMalformedDocuments) {
   const ReadCase cases[] = {  // input: inside <plist>
       {"duplicate key: last wins", "<dict><key>k</key><string>1</string><key>k</key><string>2</string></dict>", nullptr,
@@ -67,6 +63,7 @@ TEST(XmlPropertyList, ValuesAndMalformedDocuments) {
       {"integer with blanks and sign", "<integer> +17 </integer>", nullptr, 17},
       {"hex integer", "<integer>0x1F</integer>", nullptr, 31},
       {"negative hex integer", "<integer>-0x10</integer>", nullptr, -16},
+      {"integer with text after it", "<integer>12x</integer>", "<integer>"},
       {"date without time", "<date>2001-01-02</date>", nullptr, PlistDate{86400}},
       {"base64 over lines", "<data>\n  AAEC\n  /w==\n</data>", nullptr, PlistData{{0, 1, 2, 255}}},
       {"empty dict element", "<dict/>", nullptr, PlistDict{}},
@@ -94,8 +91,6 @@ TEST(XmlPropertyList, ValuesAndMalformedDocuments) {
     expectOutcome(c, value, error);
   }
 }
-
-// --- binary -----------------------------------------------------------------------------------
 
 void putBigEndian(std::string& out, uint64_t v, size_t width) {
   for (size_t i = width; i-- > 0;) out += static_cast<char>((v >> (8 * i)) & 0xFF);
@@ -217,8 +212,6 @@ TEST(PlistValue, BooleanFromOtherTypes) {
   for (const auto& [value, expected] : cases) EXPECT_EQ(PlistValue(PlistDict{{"k", value}}).boolean("k"), expected);
 }
 
-// --- text form and .strings -------------------------------------------------------------------
-
 TEST(TextPropertyList, HandWrittenFile) {
   const char* source = R"(// a line comment
 {
@@ -291,6 +284,8 @@ TEST(TextPropertyList, ShortInputs) {
   const ReadCase cases[] = {
       {"nothing", "", nullptr, PlistDict{}},
       {"invalid UTF-8 is read as Latin-1", "k = \"caf\xE9\";", nullptr, PlistDict{{"k", "café"}}},
+      {"a lone continuation byte", "k = \"\x80\";", nullptr, PlistDict{{"k", "\xC2\x80"}}},
+      {"\\xFE second is no byte-order mark", "\"\xFE\" = x;", nullptr, PlistDict{{"þ", "x"}}},
       {"open quote", "{ a = \"open; }", "unterminated quoted string"},
       {"no semicolon", "{ a = b }", "missing ';'"},
       {"no brace", "{ a = b;", "missing '}'"},

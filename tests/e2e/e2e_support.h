@@ -9,9 +9,7 @@
 
 namespace bwk::test {
 
-// The environment every started launcher gets: no debug log, and sanitizer settings that
-// let a real JVM run inside an instrumented launcher (its signal handlers and its own
-// memory management are none of the sanitizer's business).
+// No debug log, and sanitizer settings that let a real JVM run in an instrumented launcher.
 inline std::vector<std::string> launcherEnvironment(std::vector<std::string> extra = {}) {
   std::vector<std::string> env = {"BRACKWOOD_LOG", "DISPLAY", "WAYLAND_DISPLAY",
                                   "ASAN_OPTIONS=handle_segv=0:allow_user_segv_handler=1:detect_leaks=0:handle_sigbus=0:handle_sigfpe=0:handle_sigill=0"};
@@ -19,8 +17,7 @@ inline std::vector<std::string> launcherEnvironment(std::vector<std::string> ext
   return env;
 }
 
-// Runs the launcher of `app` (<app>/Contents/MacOS/<its name>) with `args`; `env` entries
-// as for run(), later ones replacing earlier ones.
+// Runs <app>/Contents/MacOS/<its name> with `args`; later `env` entries replace earlier ones.
 inline RunResult startApp(const std::string& app, const std::vector<std::string>& args = {},
                           const std::vector<std::string>& env = {}, const std::string& cwd = "") {
   std::string name = app.substr(app.rfind('/') + 1);
@@ -29,8 +26,7 @@ inline RunResult startApp(const std::string& app, const std::vector<std::string>
   return run(argv, launcherEnvironment(env), cwd);
 }
 
-// The lines the fake runtime library recorded for one launch (between the header lines
-// and "--"): the argument vector.
+// The argument vector the fake runtime library recorded for one launch.
 struct Recorded {
   std::string fullVersion, dotVersion;
   std::vector<std::string> argv;
@@ -52,9 +48,8 @@ inline PlistValue stringArray(std::initializer_list<std::string> list) {
   return PlistValue(std::move(a));
 }
 
-// A jlink image of the modules the demo program needs, as Contents/Home of a bundle-shaped
-// folder, made once per build tree. Tests running at the same time each make their own and
-// only the first moves into place.
+// A jlink image for the demo program as a bundle-shaped folder, made once per build tree
+// (tests at the same time each make one; the first moves into place).
 inline std::string jlinkStage() {
   const std::string jdk = "/usr/lib/jvm/java-17-openjdk-amd64";
   std::string stage = std::string(BWK_BINARY_DIR) + "/test-cache/jlink-17";

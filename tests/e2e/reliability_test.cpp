@@ -1,7 +1,5 @@
-// Faults around a start: no temporary directory, a full or noexec one, option files that
-// include each other, unpacking that fails or is interrupted by signals, a damaged archive,
-// many starts at once, copies left by killed starts, and configurations that would otherwise
-// fail without saying why.
+// Faults around a start: temporary directories, include cycles, unpacking, signals, many
+// starts at once, copies left by killed starts, and failures that must say why.
 #include <signal.h>
 #include <unistd.h>
 
@@ -18,8 +16,7 @@ class Reliability : public ::testing::Test {
     shell("mkdir -p " + temp + " " + cwd);
     makeFakeRuntime(tmp / "jdk", "17.0.2");
   }
-  // A bundle whose runtime comes from an archive of a fake runtime; with `unpack`, its
-  // unpack200 runs that on one packed jar.
+  // A bundle with a fake runtime as its archive; `unpack` is its unpack200 for one packed jar.
   std::string bundleWithArchive(const std::string& unpack = "", PlistDict extra = {}) {
     std::string home = tmp / "stage/Contents/Home";
     makeFakeRuntime(home, "17.0.2");
@@ -53,8 +50,7 @@ class Reliability : public ::testing::Test {
   std::string record = tmp / "record.txt";
 };
 
-// The temporary directory is a small or a noexec file system of its own; what it holds
-// afterwards is listed from inside its namespace.
+// TMPDIR a small or a noexec file system of its own, listed from inside its namespace.
 TEST_F(Reliability, UnusableTemporaryFileSystemsEndWithAMessage) {
   // 20 MB of zeros: a small archive that does not fit into 8 MB.
   writeFile(tmp / "stage/Contents/Home/lib/modules", std::string(20000000, '\0'));

@@ -1,6 +1,4 @@
-// The cache of unpacked runtimes ("bwk.reuseUnpackedRuntime"), through the launcher
-// executable: reuse, a changed archive, damaged entries, refused cache directories,
-// concurrent first starts, and Cancel during a first start.
+// The cache of unpacked runtimes ("bwk.reuseUnpackedRuntime"), through the launcher executable.
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -28,10 +26,8 @@ class RuntimeCache : public ::testing::Test {
     packRuntime("first");
   }
 
-  // Packs a stand-in runtime as the bundle's archive; `content` makes archives differ, and
-  // archives whose contents have the same length have the same size (the data is stored
-  // uncompressed in the gzip stream). With `packedJars`, the runtime carries that many packed
-  // jars and an unpack200 that takes `unpackSeconds` for each.
+  // A stand-in runtime as the archive, stored uncompressed (same content length, same size),
+  // with `packedJars` packed jars and an unpack200 taking `unpackSeconds` for each.
   void packRuntime(const std::string& content, int packedJars = 0, double unpackSeconds = 0) {
     std::string src = tmp / "src";
     stdfs::remove_all(src);
@@ -83,12 +79,12 @@ class RuntimeCache : public ::testing::Test {
   TempDir tmp;
   std::string runtimeDir;
   std::string app;
+  std::unique_ptr<Background> holder;  // a process that holds an entry in use
 };
 
-// Starts one after the other. `between` changes things after the first start; the second
-// start then uses the entry or makes it (again).
+// `between` changes things after a first start; the second uses, makes or bypasses the entry.
 TEST_F(RuntimeCache, LaterStartsUseTheEntryWhileItIsSoundAndTheArchiveTheSame) {
-  enum class Second { kUses, kMakes };
+  enum class Second { kUses, kMakes, kTemporary };
   struct Case {
     const char* name;
     std::function<void(RuntimeCache&, const std::string& entry)> between;
@@ -108,6 +104,12 @@ TEST_F(RuntimeCache, LaterStartsUseTheEntryWhileItIsSoundAndTheArchiveTheSame) {
          ::chmod((t.runtimeDir + "/.staging-killed").c_str(), 0700);
          t.packRuntime("third");
        }, Second::kMakes, "runtime cache cleaned"},
+      {"entry in use while damaged", [](RuntimeCache& t, const std::string& entry) {
+         stdfs::remove(entry + "/jre.bundle/Contents/Home/lib/libjli.so");
+         t.holder = std::make_unique<Background>(std::vector<std::string>{"/usr/bin/flock", "-s", "-o", entry, "sleep", "30"},
+                                                 std::vector<std::string>{});
+         std::this_thread::sleep_for(std::chrono::milliseconds(300));
+       }, Second::kTemporary, "is damaged, runtime library missing, and in use"},
   };
   for (const Case& c : cases) {
     stdfs::remove_all(tmp / "cache");
@@ -123,10 +125,15 @@ TEST_F(RuntimeCache, LaterStartsUseTheEntryWhileItIsSoundAndTheArchiveTheSame) {
 
     c.between(*this, entry);
     Start second = start();
+    holder.reset();
     EXPECT_EQ(second.status, 7) << c.name << "\n" << second.log;
     EXPECT_TRUE(text::contains(second.log, c.logged)) << c.name << "\n" << second.log;
     EXPECT_EQ(text::contains(second.log, "jre destination"), c.second != Second::kUses) << c.name << ": extracted or not";
     std::vector<std::string> after = namesIn(runtimeDir);
+    if (c.second == Second::kTemporary) {
+      EXPECT_TRUE(text::startsWith(second.runtime, tmp / "t/")) << c.name << " " << second.runtime;
+      continue;
+    }
     ASSERT_EQ(after.size(), 1u) << c.name << ": only the current entry stays";
     EXPECT_EQ(second.runtime, runtimeDir + "/" + after[0] + "/jre.bundle") << c.name;
     EXPECT_EQ(after[0] == entries[0], c.second == Second::kUses || c.name == std::string("runtime library missing"))
@@ -135,9 +142,7 @@ TEST_F(RuntimeCache, LaterStartsUseTheEntryWhileItIsSoundAndTheArchiveTheSame) {
   }
 }
 
-// Once an archive file has stayed unchanged for a while, a note beside the entries stands
-// for its checksum; any write to the file makes the next start take the checksum again, even
-// one that keeps the size and puts the modification time back.
+// A settled archive file is known by its stamp until any write, even one that restores its mtime.
 TEST_F(RuntimeCache, ArchiveFileKnownByItsStampUntilItIsWritten) {
   std::string archive = app + "/Contents/Resources/app/jre.tar.gz";
   stdfs::rename(archive, tmp / "first.tar.gz");
@@ -166,9 +171,7 @@ TEST_F(RuntimeCache, ArchiveFileKnownByItsStampUntilItIsWritten) {
   EXPECT_EQ(namesIn(runtimeDir).size(), 1u) << "the older entry and its note are removed";
 }
 
-// A cache directory that is refused, or a bundle that cannot use the cache: the runtime is
-// unpacked into the temporary directory as without the key, and nothing is written into
-// the refused place.
+// Refused cache directories: unpacked into the temporary directory, nothing written there.
 TEST_F(RuntimeCache, RefusedCacheDirectoriesFallBackToTheTemporaryDirectory) {
   struct Case {
     const char* name;
@@ -206,9 +209,7 @@ TEST_F(RuntimeCache, RefusedCacheDirectoriesFallBackToTheTemporaryDirectory) {
   }
 }
 
-// Starts that make the same entry at the same moment: each extracts a copy of its own (the
-// slow unpack200 keeps them side by side), one rename wins, the others use the winner's and
-// remove their copies.
+// Simultaneous first starts (kept side by side by a slow unpack200): one rename wins, the rest use it.
 TEST_F(RuntimeCache, ConcurrentFirstStartsShareOneEntry) {
   packRuntime("first", 1, 1.0);
   std::vector<std::unique_ptr<Background>> starts;
@@ -230,8 +231,7 @@ TEST_F(RuntimeCache, ConcurrentFirstStartsShareOneEntry) {
   EXPECT_TRUE(namesIn(tmp / "t").empty());
 }
 
-// Cancel while a first start unpacks: no entry is made and the copy is removed; the next
-// start makes the entry.
+// Cancel while a first start unpacks: no entry is made and the copy is removed.
 TEST_F(RuntimeCache, CancelDuringTheFirstStartMakesNoEntry) {
   Xvfb x;
   if (!x.running()) GTEST_SKIP() << "no Xvfb here";

@@ -1,5 +1,4 @@
-// Application mode on a private X server: the progress window while the runtime archive is
-// extracted, Cancel, the fallback to command-line mode, and GTK loaded only when the window shows.
+// Application mode on a private X server: progress window, Cancel, fallback, GTK only when shown.
 #include <filesystem>
 #include <tuple>
 
@@ -17,8 +16,7 @@ class Window : public ::testing::Test {
     record = tmp / "record.txt";
   }
 
-  // tmp/rt.tar.gz: a runtime (release file and the recording launcher library under
-  // Contents/Home) padded with `padMegabytes` of random data; sets `tarSize`.
+  // tmp/rt.tar.gz: a fake runtime padded with `padMegabytes` of random data; sets `tarSize`.
   void runtimeArchive(int padMegabytes) {
     std::string src = tmp / "runtime-src";
     makeFakeRuntime(src, "17.0.2", "bundle");
@@ -27,8 +25,7 @@ class Window : public ::testing::Test {
     tarSize = static_cast<int64_t>(std::stoll(shell("gzip -l " + tmp / "rt.tar.gz" + " | awk 'NR==2{print $2}'").out));
   }
 
-  // Slowpoke.app: texts, an icon with a small green and a large magenta image, and
-  // `extra` configuration.
+  // Slowpoke.app: texts, an icon, and `extra` configuration.
   std::string bundle(PlistDict extra = {}) {
     PlistDict info{{"CFBundleName", "Slowpoke"},
                    {"JavaVM", PlistValue(PlistDict{{"MainClass", "demo.Main"}})}};
@@ -95,9 +92,8 @@ TEST_F(Window, ShowsProgressAndCancelEndsTheStart) {
   EXPECT_EQ(x.xdotool("search --onlyvisible --name 'Slowpoke$'"), "") << "a cancellation shows no alert";
 }
 
-// GTK is loaded only by a start that shows the window, and then without a GL driver; without a
-// display or a usable GTK the start goes on without the window. The stand-in runtime holds the
-// process while its mappings are read.
+// GTK only when the window shows, never a GL driver; without a display or GTK the start goes
+// on. The stand-in runtime holds the process while its mappings are read.
 TEST_F(Window, OnlyAStartThatShowsTheWindowLoadsGtk) {
   runtimeArchive(1);
   // A library of GTK's name without GTK's functions, found first through the search path.

@@ -105,11 +105,10 @@ TEST_F(EmbedTool, RefusalsLeaveNothingBehind) {
     EXPECT_FALSE(text::contains(entry.path().filename().string(), "out")) << entry.path();
 }
 
-// --- Mach-O ------------------------------------------------------------------------------
-
 constexpr uint64_t kBase = 0x100000000;
 
-Bytes machOExecutable(uint32_t firstSectionOffset = 0x800, bool withLinkedit = true, uint64_t linkeditSize = 0x123) {
+Bytes machOExecutable(uint32_t firstSectionOffset = 0x800, bool withLinkedit = true, uint64_t linkeditSize = 0x123,
+                      const Bytes& lastCommand = {}) {
   std::vector<Bytes> commands = {
       segmentCommand("__PAGEZERO", 0, kBase, 0, 0),
       segmentCommand("__TEXT", kBase, 0x1000, 0, 0x1000,
@@ -118,13 +117,13 @@ Bytes machOExecutable(uint32_t firstSectionOffset = 0x800, bool withLinkedit = t
                      {{"__data", kBase + 0x1000, 0x10, 0x1000, 0}, {"__bss", kBase + 0x2000, 0x100, 0, 1}}),
   };
   if (withLinkedit) commands.push_back(segmentCommand("__LINKEDIT", kBase + 0x5000, 0x1000, 0x2000, linkeditSize));
+  if (!lastCommand.empty()) commands.push_back(lastCommand);
   Bytes file = machOFile(commands, 0x2000 + linkeditSize);
   for (size_t i = firstSectionOffset; i < file.size(); ++i) file[i] = static_cast<uint8_t>(i * 31 + 7);
   return file;
 }
 
-// The region the launcher would find once the file is mapped: segments at vmaddr + slide.
-// The test maps by letting every segment's file bytes stand at their file offset.
+// The region the launcher would find with every segment's file bytes mapped at their offset.
 std::optional<Bytes> mappedRegion(const Bytes& file) {
   std::optional<macho::NoteLocation> note = macho::findNote(file);
   if (!note) return std::nullopt;
@@ -154,8 +153,7 @@ TEST_F(EmbedTool, MachOCopiesCarryTheConfiguration) {
   EXPECT_EQ(note->segmentFileoff, 0x2000u);
   EXPECT_EQ(0x2000 + get64(out, linkedit + 48), out.size());
 
-  // Again with another configuration: the note is rewritten, not added, and the old data
-  // at the end of the file is replaced.
+  // Again with another configuration: the note is rewritten and the old data replaced.
   ASSERT_EQ(embed(tmp / "out", tmp / "other.plist", tmp / "again").status, 0);
   Bytes again = fileBytes(tmp / "again");
   EXPECT_EQ(get32(again, 16), get32(out, 16));
@@ -185,6 +183,7 @@ TEST_F(EmbedTool, MachORefusals) {
       {pastEnd, "x86_64 slice lies past its end"},
       {badSlice, "the arm64 slice: no __LINKEDIT"},
       {machOExecutable(32 + 72 + 152 + 232 + 72 + 40), ""},  // exactly enough room
+      {machOExecutable(0x800, true, 0x123, Bytes{0x99, 0, 0, 0, 8, 0, 0, 0}), ""},  // the shortest command last
   };
   for (const auto& [file, message] : cases) {
     std::filesystem::remove(tmp / "out");
@@ -196,8 +195,7 @@ TEST_F(EmbedTool, MachORefusals) {
   }
 }
 
-// Linkers sign arm64 output: the signature goes, exactly as if the file had never had one,
-// also when an embedding was signed before.
+// Linkers sign arm64 output: the signature goes as if the file had never had one.
 TEST_F(EmbedTool, MachOSignaturesAreRemoved) {
   Bytes plain = machOExecutable(0x800, true, 0x120);
   ASSERT_EQ(embedBytes(plain, "config.plist", "expected").status, 0);
@@ -205,8 +203,10 @@ TEST_F(EmbedTool, MachOSignaturesAreRemoved) {
   writeFile(tmp / "odd.plist", "{ a = bcdef; }\n");
   ASSERT_EQ(embedBytes(plain, "odd.plist", "odd").status, 0);
   const Bytes expected = fileBytes(tmp / "expected");
-  // Last, before __LINKEDIT's command, after an embedding.
-  for (const Bytes& file : {signedImage(plain), signedImage(fileBytes(tmp / "odd"))}) {
+  // Data of 24 bytes ends exactly at the end of the file: replaced, not kept.
+  writeFile(tmp / "even.plist", "{ a = bcdefghijk; }\n");
+  ASSERT_EQ(embedBytes(plain, "even.plist", "even").status, 0);
+  for (const Bytes& file : {signedImage(plain), signedImage(fileBytes(tmp / "odd")), fileBytes(tmp / "even")}) {
     RunResult r = embedBytes(file);
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_TRUE(text::contains(r.err, "is not signed: sign it")) << r.err;

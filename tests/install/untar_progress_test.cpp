@@ -34,8 +34,8 @@ class ProgressTest : public UntarFixture, public ::testing::WithParamInterface<U
 INSTANTIATE_TEST_SUITE_P(Inflations, ProgressTest, ::testing::ValuesIn(kInflations),
                          [](const auto& test) { return inflationName(test.param); });
 
-// The destination at the start, a report before every regular file and after every
-// 32768-byte piece that moves the value, and 100 with "" at the end; not clamped at 100.
+// The destination first, a report before each file and each 32768-byte piece that moves the
+// value, 100 with "" at the end.
 TEST_P(ProgressTest, ReportsStreamPositionsInSinglePrecision) {
   std::istringstream files(buildArchive(
       "file('a', noise(100000)); file('empty'); dir('d'); file('d/b', noise(70000, 2)); link('l', 'a')\n"
@@ -60,8 +60,7 @@ TEST_P(ProgressTest, ReportsStreamPositionsInSinglePrecision) {
   EXPECT_EQ(recorder.calls, expected);
 }
 
-// Without an expected length only the start and the end; nothing at the end of a failure,
-// and nothing at all when the archive cannot be opened.
+// Without a length only start and end; no end after a failure, nothing for a missing archive.
 TEST_P(ProgressTest, StartAndEndOnly) {
   const std::vector<Call> startAndEnd{{0.0, dest}, {100.0, ""}};
   buildArchive("file('a', noise(100000)); file('b', 'b')");
@@ -89,9 +88,8 @@ size_t openDescriptors() {
   return static_cast<size_t>(std::distance(begin(entries), end(entries)));
 }
 
-// Cancelling throws out of the callback at the start, before a file, inside a file: the
-// exception reaches the caller unchanged and every descriptor is closed. The same after a
-// whole extraction.
+// Cancelling from the callback at the start, before and inside a file: the exception
+// reaches the caller and every descriptor is closed.
 TEST_P(ProgressTest, AnExceptionFromTheCallbackReleasesEverything) {
   buildArchive("file('a', noise(10)); file('big', noise(300000)); file('zeros', bytes(8000000))");
   for (int throwAt : {1, 2, 3, 5, 0}) {

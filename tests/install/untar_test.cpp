@@ -89,6 +89,7 @@ std::vector<ArchiveCase> archiveCases() {
        {"ERROR: invalid long archive path"}, {}, {"ignored", "f", std::string(200, 'p')}},
       {"long_name_of_0_bytes", "file('before', '0'); longname(b''); file('f', '1')", false,
        {"ERROR: invalid long archive path"}, {{"before", "0"}}, {"f"}},
+      {"long_name_not_utf8", "longname(b'bad\\xff'); file('f', '1')", false, {"ERROR: invalid long archive path"}, {}, {"f"}},
       {"name_not_utf8", "file('before', '0'); raw(b'bad\\xc3(', data=b'x'); file('f', '1')", false,
        {"ERROR: invalid archive path"}, {{"before", "0"}}, {"f"}},
 

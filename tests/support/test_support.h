@@ -40,9 +40,7 @@ struct RunResult {
 };
 // This process's environment with `env` applied (NAME=value; a NAME alone removes that variable).
 std::vector<std::string> environmentWith(const std::vector<std::string>& env);
-// A program started with its standard output and error going to files of ours, standard input
-// from /dev/null; `env` entries as for environmentWith(). Ended when the object goes, if it has
-// not ended by then.
+// A program with its output in files of ours, input from /dev/null, ended when the object goes.
 class Background {
  public:
   Background(std::vector<std::string> argv, const std::vector<std::string>& env, const std::string& workingDirectory = "");
@@ -51,8 +49,7 @@ class Background {
   std::chrono::steady_clock::time_point started() const { return start_; }
   // The first line of standard output, waited for at most `seconds` from the start.
   std::string line(double seconds);
-  // Waits for the end for at most `seconds` from the start (0: as long as it takes); status -1
-  // when it did not end in time.
+  // Waits at most `seconds` from the start (0: no limit); status -1 when it did not end.
   RunResult finish(double seconds);
   using Result = RunResult;
 
@@ -72,9 +69,7 @@ RunResult run(const std::vector<std::string>& argv, const std::vector<std::strin
 // Runs a shell command line; status and output as above.
 RunResult shell(const std::string& command);
 
-// Makes a runtime directory with a "release" file and lib/libjli.so copied from the fake
-// library; `layout` "home" puts them in the directory, "bundle" under Contents/Home with a
-// Contents/Info.plist naming the version.
+// A runtime with a "release" file and the fake lib/libjli.so; `layout` "home" or "bundle".
 void makeFakeRuntime(const std::string& dir, const std::string& version, const std::string& layout = "home");
 // Makes Tool.app with the launcher copied to Contents/MacOS/<name> and the Info.plist given.
 std::string makeBundle(const std::string& parent, const std::string& name, const PlistValue& info);

@@ -6,6 +6,7 @@
 #include "base/fs.h"
 #include "bundle_tool.h"
 #include "install/untar.h"
+#include "tar_writer.h"
 
 namespace bwk::test {
 namespace {
@@ -39,6 +40,7 @@ TEST_F(BundleCreate, RefusalsLeaveTheOutputAsItWas) {
     EXPECT_EQ(listing(tmp / "out"), std::vector<std::string>{"Hello.app"}) << message;
     EXPECT_EQ(readFile(tmp / "out/Hello.app/marker"), "old\n") << message;
   }
+  EXPECT_TRUE(text::contains(createHello(tmp / "out", {"--runtime-as", "bundle", "--runtime-as", "archive"}).err, "given twice"));
   RunResult forced = createHello(tmp / "out", {"--force"});
   EXPECT_EQ(forced.status, 0) << forced.err;
   EXPECT_EQ(listing(tmp / "out"), std::vector<std::string>{"Hello.app"});
@@ -78,6 +80,16 @@ TEST_F(BundleCreate, ShippedRuntimeKeepsFilesModesAndInnerLinks) {
         << form << ": a link out of the runtime is replaced by its file";
     EXPECT_FALSE(fs::existsNoFollow(shippedHome + "/lib/broken")) << form;
   }
+}
+
+// A file that is shorter than when it was listed ends the archive with a reason.
+TEST(TarGzWriter, FileShorterThanListed) {
+  TempDir tmp;
+  writeFile(tmp / "f", "0123456789");
+  bundle::TarGzWriter writer;
+  ASSERT_TRUE(writer.open(tmp / "a.tar.gz"));
+  EXPECT_FALSE(writer.addFile("f", tmp / "f", 100, 0644, 0));
+  EXPECT_TRUE(text::contains(writer.error(), "shorter than when it was listed")) << writer.error();
 }
 
 }  // namespace
