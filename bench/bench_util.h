@@ -28,8 +28,14 @@ double median(std::vector<double> values);
 std::string tempDirectory(const std::string& prefix);
 int shell(const std::string& command);
 // A jlink image of the runtime at `jdk` (java.base and java.desktop) laid out as a runtime
-// bundle (Contents/Home/...), packed with GNU tar and gzip -6 as <cache>/runtime.tar.gz.
-// Built once and kept; ends the program when it cannot be built.
-std::string jlinkRuntimeArchive(const std::string& cache, const std::string& jdk);
+// bundle (Contents/Home/...), packed with GNU tar and gzip -6 as <cache>/<name>. With
+// `launcherLibrary`, that file replaces the image's lib/libjli.so. Built once and kept; ends
+// the program when it cannot be built.
+std::string jlinkRuntimeArchive(const std::string& cache, const std::string& jdk, const std::string& name = "runtime.tar.gz",
+                                const std::string& launcherLibrary = "");
+// <dir>/<name>.app with the launcher as Contents/MacOS/<name>, an empty Contents/Resources/app
+// and `info` as Info.plist; the executable's path. Ends the program when it cannot be made.
+std::string makeBundle(const std::string& dir, const std::string& name, const std::string& launcher,
+                       const std::string& info);
 
 }  // namespace bwk::bench

@@ -37,17 +37,6 @@ std::string plist(const std::string& classes, bool reuse) {
          "</string></dict></dict></plist>";
 }
 
-// Name.app with the launcher and `info`; the executable's path.
-std::string makeBundle(const std::string& dir, const std::string& name, const std::string& launcher, const std::string& info) {
-  std::string app = dir + "/" + name + ".app";
-  if (shell("mkdir -p '" + app + "/Contents/MacOS' '" + app + "/Contents/Resources/app' && cp '" + launcher + "' '" + app +
-            "/Contents/MacOS/" + name + "' && printf '%s' '" + info + "' > '" + app + "/Contents/Info.plist'") != 0) {
-    std::fprintf(stderr, "cannot make %s\n", app.c_str());
-    std::exit(1);
-  }
-  return app + "/Contents/MacOS/" + name;
-}
-
 std::vector<std::string> environmentWith(const std::vector<std::string>& changes) {
   std::vector<std::string> env;
   for (char** e = environ; *e; ++e) {

@@ -60,26 +60,6 @@ bool inflateWhole(const char* archive) {
 
 std::string selfPath() { return stdfs::read_symlink("/proc/self/exe").string(); }
 
-// A jlink image of java.base and java.desktop laid out as a runtime bundle
-// (Contents/Home/...), its launcher library replaced by the stand-in, packed with GNU tar
-// and gzip -6. Built once, kept in the cache.
-std::string runtimeArchive(const std::string& cache, const std::string& jdk) {
-  std::string archive = cache + "/runtime-fake-jli.tar.gz";
-  if (stdfs::exists(archive)) return archive;
-  std::string stage = cache + "/stage";
-  std::string command = "set -e; rm -rf '" + stage + "'; mkdir -p '" + cache + "'; '" + jdk +
-                        "/bin/jlink' --add-modules java.base,java.desktop --strip-debug --no-header-files"
-                        " --no-man-pages --output '" + stage + "/Contents/Home'; cp '" BWK_BENCH_FAKE_JLI "' '" +
-                        stage + "/Contents/Home/lib/libjli.so'; tar -C '" + stage +
-                        "' --format=gnu -cf - Contents | gzip -6 > '" + archive + ".part'; mv '" + archive +
-                        ".part' '" + archive + "'; rm -rf '" + stage + "'";
-  if (shell(command) != 0) {
-    std::fprintf(stderr, "cannot build the runtime archive in %s\n", cache.c_str());
-    std::exit(1);
-  }
-  return archive;
-}
-
 // Tool.app: the launcher, an Info.plist naming the runtime archive's tar size, the archive.
 std::string makeBundle(const std::string& dir, const std::string& archive, long long length) {
   std::string app = dir + "/Tool.app";
@@ -154,7 +134,8 @@ int main(int argc, char** argv) {
   int pairs = argc > 1 ? std::atoi(argv[1]) : 21;
   std::string jdk = argc > 2 ? argv[2] : "/usr/lib/jvm/java-17-openjdk-amd64";
   std::string cache = BWK_UNTAR_BENCH_CACHE;
-  std::string archive = runtimeArchive(cache, jdk);
+  // Its launcher library is the stand-in, which returns at once.
+  std::string archive = jlinkRuntimeArchive(cache, jdk, "runtime-fake-jli.tar.gz", BWK_BENCH_FAKE_JLI);
   std::string self = selfPath();
   long long length = inflateStreaming(archive.c_str());
   if (length < 0) {

@@ -72,18 +72,6 @@ std::string plist(const std::string& body) {
 }
 const std::string kHidden = "<key>bwk.initialProgress</key><false/>";
 
-// A bundle Name.app with `info` as its Info.plist; the executable's path.
-std::string makeBundle(const std::string& dir, const std::string& name, const std::string& launcher,
-                       const std::string& info) {
-  std::string app = dir + "/" + name + ".app";
-  if (shell("mkdir -p '" + app + "/Contents/MacOS' '" + app + "/Contents/Resources/app' && cp '" + launcher + "' '" + app +
-            "/Contents/MacOS/" + name + "' && printf '%s' '" + info + "' > '" + app + "/Contents/Info.plist'") != 0) {
-    std::fprintf(stderr, "cannot make %s\n", app.c_str());
-    std::exit(1);
-  }
-  return app + "/Contents/MacOS/" + name;
-}
-
 // One run with the X server watched: seconds from the start to the first top-level window
 // mapped (-1 when none was), to the process's end, and its peak RSS.
 struct WatchedRun {
