@@ -62,7 +62,6 @@ inline std::string jlinkStage() {
   return stage;
 }
 
-// The demo's compiled program, built with the project.
 inline std::string helloJar() { return std::string(BWK_BINARY_DIR) + "/demo/Hello.app/Contents/Resources/app/lib/hello.jar"; }
 
 }  // namespace bwk::test

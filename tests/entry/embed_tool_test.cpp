@@ -1,5 +1,4 @@
-// brackwood-embed: copies of real executables and of Mach-O files built here carry the
-// configuration, read back exactly as the launcher reads it.
+// brackwood-embed: copies carry the configuration, read back as the launcher reads it.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 

@@ -1,5 +1,4 @@
-// Progress reports of the extraction, and a callback that throws to cancel, which must leave
-// no descriptor behind; each with the archive inflated in one piece and streamed.
+// Progress reports, and cancelling from the callback, on both inflation paths.
 #include <filesystem>
 #include <optional>
 
