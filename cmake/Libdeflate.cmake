@@ -1,5 +1,17 @@
-# libdeflate inflates the runtime archive in one piece; linked from its static archive so
-# that the launcher stays self-contained.
+# libdeflate inflates the runtime archive in one piece; linked statically so that the
+# launcher stays self-contained: built from a source tree when BWK_LIBDEFLATE_SOURCE_DIR names
+# one (the macOS check does this), else the installed static archive.
+set(BWK_LIBDEFLATE_SOURCE_DIR "" CACHE PATH "A libdeflate source tree to build the library from")
+if(BWK_LIBDEFLATE_SOURCE_DIR)
+  file(GLOB libdeflate_sources ${BWK_LIBDEFLATE_SOURCE_DIR}/lib/*.c ${BWK_LIBDEFLATE_SOURCE_DIR}/lib/*/cpu_features.c)
+  if(NOT libdeflate_sources)
+    message(FATAL_ERROR "${BWK_LIBDEFLATE_SOURCE_DIR} holds no libdeflate sources (lib/*.c)")
+  endif()
+  add_library(bwk_libdeflate STATIC ${libdeflate_sources})
+  target_include_directories(bwk_libdeflate SYSTEM PUBLIC ${BWK_LIBDEFLATE_SOURCE_DIR})
+  target_compile_options(bwk_libdeflate PRIVATE -w)
+  return()
+endif()
 find_path(LIBDEFLATE_INCLUDE_DIR libdeflate.h REQUIRED)
 find_library(LIBDEFLATE_STATIC libdeflate.a)
 if(NOT LIBDEFLATE_STATIC)

@@ -1,6 +1,15 @@
-# pugixml, linked statically so that the launcher stays self-contained: Debian's static
-# archive on Linux; on macOS the package manager's CMake package, its static library when it
-# has one.
+# pugixml, linked statically so that the launcher stays self-contained: built from a source
+# tree when BWK_PUGIXML_SOURCE_DIR names one (the macOS check does this); else Debian's static
+# archive on Linux, and on macOS the package manager's CMake package, its static library when
+# it has one.
+set(BWK_PUGIXML_SOURCE_DIR "" CACHE PATH "A pugixml source tree to build the library from")
+if(BWK_PUGIXML_SOURCE_DIR)
+  add_library(bwk_pugixml STATIC ${BWK_PUGIXML_SOURCE_DIR}/src/pugixml.cpp)
+  target_include_directories(bwk_pugixml SYSTEM PUBLIC ${BWK_PUGIXML_SOURCE_DIR}/src)
+  # Its own code, not ours: its warnings are not findings of this project.
+  target_compile_options(bwk_pugixml PRIVATE -w)
+  return()
+endif()
 if(APPLE)
   find_package(pugixml CONFIG REQUIRED)
   add_library(bwk_pugixml INTERFACE)

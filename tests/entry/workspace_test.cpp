@@ -19,10 +19,11 @@ class WorkspaceRelaunch : public ::testing::Test {
  protected:
   // Tool.app whose executable "app" is a script: it writes its process id and arguments,
   // runs for `seconds`, and on a signal writes its name, lingers 0.6 s and exits.
-  void makeApp(int seconds, PlistDict info = {{"CFBundleExecutable", "app"}}) {
+  void makeApp(int seconds, PlistDict info = {{"CFBundleExecutable", "app"}}, const std::string& folder = "") {
     std::filesystem::remove(tmp / "pid");
     std::filesystem::remove(tmp / "signals");
-    bundle = makeBundle(tmp.path(), "Tool", PlistValue(info));
+    std::filesystem::create_directories(tmp / folder);
+    bundle = makeBundle(tmp / folder, "Tool", PlistValue(info));
     writeFile(bundle + "/Contents/MacOS/app",
               "#!/bin/sh\nprintf '%s\\n' \"$#\" \"$@\" > " + tmp / "args" +
                   "\nfor s in TERM INT HUP; do trap \"echo $s >> " + tmp / "signals" +
@@ -94,6 +95,14 @@ TEST_F(WorkspaceRelaunch, LivesAsLongAsTheApplication) {
     EXPECT_EQ(readFile(tmp / "args"), c.args) << label;
     EXPECT_EQ(readFile(tmp / "signals"), c.signals) << label;
   }
+}
+
+// A bundle path and an argument that are not UTF-8 (an old archive's file name, a Latin-1
+// command line) reach the application as the same bytes.
+TEST_F(WorkspaceRelaunch, BytesThatAreNotUtf8ArriveUnchanged) {
+  makeApp(0, {{"CFBundleExecutable", "app"}}, "r\xe9sum\xe9");
+  EXPECT_EQ(waitStatus(startLauncher({"__bwk_workspace_open", "caf\xe9"})), 0) << readFile(tmp / "err");
+  EXPECT_EQ(readFile(tmp / "args"), "1\ncaf\xe9\n");
 }
 
 TEST_F(WorkspaceRelaunch, AStartThatFailsGivesStatusOne) {

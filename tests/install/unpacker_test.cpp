@@ -55,6 +55,15 @@ TEST_F(UnpackerTest, RunsLibBeforeLibExtAndReportsEveryFile) {
   EXPECT_TRUE(Unpacker::unpack(tmp / "nowhere", nullptr)) << "nothing to do";
 }
 
+// The tool receives names as the bytes they are, also where they are not UTF-8.
+TEST_F(UnpackerTest, NamesThatAreNotUtf8ReachTheToolUnchanged) {
+  installTool();
+  pack({"lib/caf\xe9.jar.pack"});
+  ASSERT_TRUE(unpack());
+  EXPECT_EQ(runs(), (std::vector<std::string>{"-r " + home + "/lib/caf\xe9.jar.pack " + home + "/lib/caf\xe9.jar"}));
+  EXPECT_EQ(readFile(home + "/lib/caf\xe9.jar"), "lib/caf\xe9.jar.pack");
+}
+
 // A file gone before its turn is not run but counts; a failing run stops at once; a tool that
 // cannot start throws, and so may the progress callback, to cancel.
 TEST_F(UnpackerTest, VanishedFilesFailuresAndCancelling) {

@@ -46,7 +46,16 @@ namespace {
 // no arguments, so runApplication leaves it here first.
 AppDelegate* g_worker = nullptr;
 
-NSString* ns(const std::string& s) { return [NSString stringWithUTF8String:s.c_str()] ?: @""; }
+// Texts shown in the window and menu. They come from strings files, which are read as UTF-8;
+// anything else shows as an empty text rather than raising on a nil string.
+NSString* ns(const std::string& s) {
+  NSString* text = [NSString stringWithUTF8String:s.c_str()];
+  return text != nil ? text : @"";
+}
+
+// A value of the Info dictionary that counts only when it is a string: a number or a date
+// under a name key would raise on the first string message sent to it.
+NSString* stringValue(id value) { return [value isKindOfClass:[NSString class]] ? (NSString*)value : nil; }
 
 NSString* message(const char* key, const std::optional<std::string>& info = std::nullopt) {
   return ns(getMessage(g_worker->bundle(), key, info).value_or(""));
@@ -113,12 +122,13 @@ NSString* message(const char* key, const std::optional<std::string>& info = std:
   // would then point at nothing.
   self.window.releasedWhenClosed = NO;
 
-  NSString* name = [[NSBundle mainBundle] objectForInfoDictionaryKey:@"CFBundleDisplayName"];
-  if (name.length == 0) name = [[NSBundle mainBundle] infoDictionary][@"CFBundleName"];
+  NSString* name = bwk::stringValue([[NSBundle mainBundle] objectForInfoDictionaryKey:@"CFBundleDisplayName"]);
+  if (name.length == 0) name = bwk::stringValue([[NSBundle mainBundle] infoDictionary][@"CFBundleName"]);
   if (name.length == 0) name = [[NSProcessInfo processInfo] processName];
   std::string appName = name.UTF8String;
 
-  NSMenu* mainMenu = [NSApp mainMenu] ?: [[NSMenu alloc] init];
+  NSMenu* mainMenu = [NSApp mainMenu];
+  if (mainMenu == nil) mainMenu = [[NSMenu alloc] init];
   if (mainMenu.numberOfItems > 0) [mainMenu removeItemAtIndex:0];
   // Appended, as the packaging system's launchers have always done.
   NSMenuItem* appItem = [mainMenu addItemWithTitle:name action:nil keyEquivalent:@""];
@@ -180,7 +190,7 @@ NSString* message(const char* key, const std::optional<std::string>& info = std:
   NSBundle* bundle = [NSBundle mainBundle];
   [self.window setTitle:[bundle localizedStringForKey:@"WizardCaption" value:@"" table:nil]];
   NSString* format = [bundle localizedStringForKey:@"PrepareInstaller" value:@"" table:nil];
-  NSString* name = [bundle infoDictionary][@"CFBundleName"];
+  NSString* name = bwk::stringValue([bundle infoDictionary][@"CFBundleName"]);
   [self.label setStringValue:bwk::ns(bwk::format(format.UTF8String,
                                                  name ? std::optional<std::string>(name.UTF8String) : std::nullopt))];
   [self.cancelButton setTitle:[bundle localizedStringForKey:@"ButtonCancel" value:@"" table:nil]];

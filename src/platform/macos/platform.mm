@@ -2,19 +2,18 @@
 // Built with the macOS toolchain only.
 //
 // Memory: compiled with ARC; Core Foundation objects are released where they are made.
-// Threads: nothing here touches AppKit's views; NSRunningApplication, NSUserDefaults and
-// NSTask may be used from the worker thread.
+// Threads: nothing here touches AppKit's views; NSRunningApplication and NSUserDefaults
+// may be used from the worker thread.
 #import <AppKit/AppKit.h>
 #import <Foundation/Foundation.h>
 #include <Security/AuthSession.h>
 #include <mach-o/dyld.h>
 #include <pthread.h>
-#include <spawn.h>
 #include <sys/stat.h>
 #include <sys/sysctl.h>
-#include <sys/wait.h>
 
 #include <algorithm>
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -26,7 +25,10 @@ extern char** environ;
 namespace bwk::platform {
 
 namespace {
-std::string toString(NSString* s) { return s ? std::string([s UTF8String]) : std::string(); }
+std::string toString(NSString* s) {
+  const char* utf8 = s ? [s UTF8String] : nullptr;
+  return utf8 ? std::string(utf8) : std::string();
+}
 }  // namespace
 
 std::string homeDirectory() { return toString(NSHomeDirectory()); }
@@ -59,8 +61,10 @@ std::optional<std::string> executablePath() {
     if (_NSGetExecutablePath(big.data(), &size) != 0) return std::nullopt;
     raw = big.data();
   }
-  NSURL* url = [NSURL fileURLWithPath:[NSString stringWithUTF8String:raw.c_str()]];
-  return toString([[[url URLByResolvingSymlinksInPath] URLByStandardizingPath] path]);
+  // realpath keeps the bytes of a path that is not UTF-8, which a string object cannot hold.
+  char resolved[PATH_MAX];
+  if (realpath(raw.c_str(), resolved) == nullptr) return raw;
+  return std::string(resolved);
 }
 
 std::vector<std::pair<std::string, std::string>> environment() {
@@ -115,8 +119,12 @@ std::optional<std::string> runningApplicationBundleIdentifier() {
 bool supportsDockOptions() { return true; }
 
 void setUserDefault(const std::string& key, const std::string& value) {
-  [[NSUserDefaults standardUserDefaults] setValue:[NSString stringWithUTF8String:value.c_str()]
-                                           forKey:[NSString stringWithUTF8String:key.c_str()]];
+  // A default is text: bytes that are not UTF-8 have no string object, and a nil key or
+  // value would raise. Such a default is not stored.
+  NSString* nsKey = [NSString stringWithUTF8String:key.c_str()];
+  NSString* nsValue = [NSString stringWithUTF8String:value.c_str()];
+  if (nsKey == nil || nsValue == nil) return;
+  [[NSUserDefaults standardUserDefaults] setObject:nsValue forKey:nsKey];
 }
 
 std::optional<std::string> userLocale() {
@@ -141,7 +149,7 @@ std::optional<int> requiredRuntimeArchitecture() {
 }
 
 bool runtimeHasArchitecture(const std::string& runtimePath, int architecture) {
-  NSURL* url = [NSURL fileURLWithPath:[NSString stringWithUTF8String:runtimePath.c_str()] isDirectory:YES];
+  NSURL* url = [NSURL fileURLWithFileSystemRepresentation:runtimePath.c_str() isDirectory:YES relativeToURL:nil];
   CFBundleRef bundle = CFBundleCreate(kCFAllocatorDefault, (__bridge CFURLRef)url);
   if (!bundle) return false;
   CFArrayRef architectures = CFBundleCopyExecutableArchitectures(bundle);
@@ -169,25 +177,5 @@ std::string appletPluginLibrary() {
 
 // The suite's preferences file, which the user defaults system keeps.
 std::string installationRecordsFile() { return homeDirectory() + "/Library/Preferences/com.brackwood.installations.plist"; }
-
-std::optional<int> runProcess(const std::string& program, const std::vector<std::string>& arguments,
-                              std::string* error) {
-  @autoreleasepool {
-    NSMutableArray* args = [NSMutableArray array];
-    for (const std::string& a : arguments) [args addObject:[NSString stringWithUTF8String:a.c_str()]];
-    NSTask* task = [[NSTask alloc] init];
-    task.executableURL = [NSURL fileURLWithPath:[NSString stringWithUTF8String:program.c_str()]];
-    task.arguments = args;
-    NSError* failure = nil;
-    if (![task launchAndReturnError:&failure]) {
-      if (error) *error = "launch path not accessible: " + program + " (" + toString([failure localizedDescription]) + ")";
-      return std::nullopt;
-    }
-    [task waitUntilExit];
-    // A task ended by a signal reports the signal's number as its status.
-    if (task.terminationReason == NSTaskTerminationReasonUncaughtSignal) return 128 + task.terminationStatus;
-    return task.terminationStatus;
-  }
-}
 
 }  // namespace bwk::platform

@@ -1,4 +1,5 @@
-// Starting helper programs on Linux.
+// Starting helper programs, on every system: posix_spawn hands the program and its arguments
+// over as the bytes they are, whatever their encoding.
 #include <spawn.h>
 #include <sys/wait.h>
 
