@@ -190,24 +190,9 @@ class BinaryReader {
         if (!r) return std::nullopt;
         return PlistValue(PlistDate{*r});
       }
-      case 0x4: {
-        std::optional<uint64_t> n = length(marker, offset);
-        if (!n || !fits(offset, *n, 1) || !spend(*n)) return std::nullopt;
-        const auto* p = reinterpret_cast<const uint8_t*>(bytes_.data() + offset);
-        return PlistValue(PlistData{std::vector<uint8_t>(p, p + *n)});
-      }
-      case 0x5: {
-        std::optional<uint64_t> n = length(marker, offset);
-        if (!n || !fits(offset, *n, 1) || !spend(*n)) return std::nullopt;
-        std::string_view ascii = bytes_.substr(offset, *n);
-        bool plain = std::all_of(ascii.begin(), ascii.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; });
-        return PlistValue(plain ? std::string(ascii) : unicode::latin1ToUtf8(ascii));
-      }
-      case 0x6: {
-        std::optional<uint64_t> n = length(marker, offset);
-        if (!n || !fits(offset, *n, 2) || !spend(*n * 2)) return std::nullopt;
-        return PlistValue(unicode::utf16ToUtf8(bytes_.substr(offset, *n * 2), true));
-      }
+      case 0x4: return data(marker, offset);
+      case 0x5: return asciiString(marker, offset);
+      case 0x6: return utf16String(marker, offset);
       case 0x8: {
         // A keyed-archive reference; read as its number.
         if (low > 7) return fail("bad uid size");
@@ -216,39 +201,65 @@ class BinaryReader {
         return PlistValue(static_cast<int64_t>(*v));
       }
       case 0xA:
-      case 0xC: {  // a set is read as an array
-        std::optional<uint64_t> n = length(marker, offset);
-        std::optional<std::vector<uint64_t>> refs = n ? references(offset, *n) : std::nullopt;
-        if (!refs) return std::nullopt;
-        PlistArray items;
-        items.reserve(refs->size());
-        for (uint64_t ref : *refs) {
-          std::optional<PlistValue> item = object(ref);
-          if (!item) return std::nullopt;
-          items.push_back(std::move(*item));
-        }
-        return PlistValue(std::move(items));
-      }
-      case 0xD: {
-        std::optional<uint64_t> n = length(marker, offset);
-        if (!n || !fits(offset, *n, 2 * uint64_t{refSize_})) return std::nullopt;
-        std::optional<std::vector<uint64_t>> keys = references(offset, *n);
-        std::optional<std::vector<uint64_t>> values = keys ? references(offset + *n * refSize_, *n) : std::nullopt;
-        if (!values) return std::nullopt;
-        PlistDict entries;
-        for (uint64_t i = 0; i < *n; ++i) {
-          std::optional<PlistValue> key = object((*keys)[i]);
-          if (!key) return std::nullopt;
-          if (!key->isString()) return fail("dictionary key is not a string");
-          std::optional<PlistValue> value = object((*values)[i]);
-          if (!value) return std::nullopt;
-          entries.insert_or_assign(*key->asString(), std::move(*value));
-        }
-        return PlistValue(std::move(entries));
-      }
-      default:
-        return fail("unsupported object marker " + std::to_string(marker));
+      case 0xC: return array(marker, offset);  // a set is read as an array
+      case 0xD: return dictionary(marker, offset);
+      default: return fail("unsupported object marker " + std::to_string(marker));
     }
+  }
+
+  std::optional<PlistValue> data(uint8_t marker, uint64_t offset) {
+    std::optional<uint64_t> n = length(marker, offset);
+    if (!n || !fits(offset, *n, 1) || !spend(*n)) return std::nullopt;
+    const auto* p = reinterpret_cast<const uint8_t*>(bytes_.data() + offset);
+    return PlistValue(PlistData{std::vector<uint8_t>(p, p + *n)});
+  }
+
+  // Bytes the writer stored one to a character: ASCII, or Latin-1 from older writers.
+  std::optional<PlistValue> asciiString(uint8_t marker, uint64_t offset) {
+    std::optional<uint64_t> n = length(marker, offset);
+    if (!n || !fits(offset, *n, 1) || !spend(*n)) return std::nullopt;
+    std::string_view ascii = bytes_.substr(offset, *n);
+    bool plain = std::all_of(ascii.begin(), ascii.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; });
+    return PlistValue(plain ? std::string(ascii) : unicode::latin1ToUtf8(ascii));
+  }
+
+  std::optional<PlistValue> utf16String(uint8_t marker, uint64_t offset) {
+    std::optional<uint64_t> n = length(marker, offset);
+    if (!n || !fits(offset, *n, 2) || !spend(*n * 2)) return std::nullopt;
+    return PlistValue(unicode::utf16ToUtf8(bytes_.substr(offset, *n * 2), true));
+  }
+
+  std::optional<PlistValue> array(uint8_t marker, uint64_t offset) {
+    std::optional<uint64_t> n = length(marker, offset);
+    std::optional<std::vector<uint64_t>> refs = n ? references(offset, *n) : std::nullopt;
+    if (!refs) return std::nullopt;
+    PlistArray items;
+    items.reserve(refs->size());
+    for (uint64_t ref : *refs) {
+      std::optional<PlistValue> item = object(ref);
+      if (!item) return std::nullopt;
+      items.push_back(std::move(*item));
+    }
+    return PlistValue(std::move(items));
+  }
+
+  // All keys' references, then all values' references.
+  std::optional<PlistValue> dictionary(uint8_t marker, uint64_t offset) {
+    std::optional<uint64_t> n = length(marker, offset);
+    if (!n || !fits(offset, *n, 2 * uint64_t{refSize_})) return std::nullopt;
+    std::optional<std::vector<uint64_t>> keys = references(offset, *n);
+    std::optional<std::vector<uint64_t>> values = keys ? references(offset + *n * refSize_, *n) : std::nullopt;
+    if (!values) return std::nullopt;
+    PlistDict entries;
+    for (uint64_t i = 0; i < *n; ++i) {
+      std::optional<PlistValue> key = object((*keys)[i]);
+      if (!key) return std::nullopt;
+      if (!key->isString()) return fail("dictionary key is not a string");
+      std::optional<PlistValue> value = object((*values)[i]);
+      if (!value) return std::nullopt;
+      entries.insert_or_assign(*key->asString(), std::move(*value));
+    }
+    return PlistValue(std::move(entries));
   }
 
   std::string_view bytes_;

@@ -156,6 +156,66 @@ std::optional<Bytes> regionInMachO(std::span<const uint8_t> file) {
                file.begin() + static_cast<std::ptrdiff_t>(note->dataOffset + note->dataSize));
 }
 
+namespace {
+
+// A new note command goes right after the last load command: there must be zero bytes there.
+std::optional<std::string> roomForNoteCommand(std::span<const uint8_t> file, const Commands& commands,
+                                              uint64_t commandsEnd) {
+  uint64_t room = commands.firstContent > commandsEnd ? commands.firstContent - commandsEnd : 0;
+  if (room < macho::kNoteCommandSize)
+    return "no room for a note load command after the load commands (" + std::to_string(room) + " bytes free, " +
+           std::to_string(macho::kNoteCommandSize) + " needed)";
+  for (uint64_t i = commandsEnd; i < commandsEnd + macho::kNoteCommandSize; ++i)
+    if (file[i] != 0) return "the space after the load commands is in use";
+  return std::nullopt;
+}
+
+// The data goes at the end of the file; a previous embedding's data there is replaced
+// (a signature made after it began at the next 16-byte boundary).
+uint64_t noteDataOffset(std::span<const uint8_t> file, const Commands& commands, const Segment& linkedit) {
+  if (commands.note) {
+    uint64_t oldOffset = le64(file.data() + *commands.note + 24), oldSize = le64(file.data() + *commands.note + 32);
+    if (oldOffset >= linkedit.fileoff && oldOffset <= file.size() && oldSize <= file.size() - oldOffset &&
+        roundUp(oldOffset + oldSize, 16) >= file.size())
+      return oldOffset;
+  }
+  return roundUp(file.size(), 8);
+}
+
+// __LINKEDIT is made to cover the file to its new end, unless it would then overlap
+// another segment in memory.
+std::optional<std::string> growLinkedit(Bytes& out, const Commands& commands, const Segment& linkedit) {
+  uint64_t filesize = out.size() - linkedit.fileoff;
+  uint64_t vmsize = std::max(linkedit.vmsize, roundUp(filesize, kPage));
+  for (const Segment& s : commands.segments) {
+    if (&s != &linkedit && s.vmsize > 0 && s.vmaddr < linkedit.vmaddr + vmsize && linkedit.vmaddr < s.vmaddr + s.vmsize)
+      return "the grown __LINKEDIT would overlap segment " + s.name;
+  }
+  putLe64(out.data() + linkedit.command + 32, vmsize);
+  putLe64(out.data() + linkedit.command + 48, filesize);
+  return std::nullopt;
+}
+
+// Points the note command (the existing one, or a new one counted in the header) at the data.
+void writeNoteCommand(Bytes& out, const Commands& commands, uint64_t commandsEnd, uint64_t dataOffset,
+                      uint64_t dataSize) {
+  uint8_t* note;
+  if (commands.note) {
+    note = out.data() + *commands.note;
+  } else {
+    note = out.data() + commandsEnd;
+    putLe32(note, macho::kLoadCommandNote);
+    putLe32(note + 4, macho::kNoteCommandSize);
+    std::memcpy(note + 8, macho::NOTE_OWNER, sizeof macho::NOTE_OWNER);
+    putLe32(out.data() + 16, commands.count + 1);
+    putLe32(out.data() + 20, commands.size + static_cast<uint32_t>(macho::kNoteCommandSize));
+  }
+  putLe64(note + 24, dataOffset);
+  putLe64(note + 32, dataSize);
+}
+
+}  // namespace
+
 Outcome embedInMachO(std::span<const uint8_t> file, std::span<const uint8_t> region) {
   Outcome outcome;
   std::optional<Commands> commands = readCommands(file, outcome.error);
@@ -176,29 +236,12 @@ Outcome embedInMachO(std::span<const uint8_t> file, std::span<const uint8_t> reg
 
   uint64_t commandsEnd = macho::kHeaderSize + uint64_t{commands->size};
   if (!commands->note) {
-    uint64_t room = commands->firstContent > commandsEnd ? commands->firstContent - commandsEnd : 0;
-    if (room < macho::kNoteCommandSize) {
-      outcome.error = "no room for a note load command after the load commands (" + std::to_string(room) +
-                      " bytes free, " + std::to_string(macho::kNoteCommandSize) + " needed)";
+    if (std::optional<std::string> error = roomForNoteCommand(file, *commands, commandsEnd)) {
+      outcome.error = *error;
       return outcome;
     }
-    for (uint64_t i = commandsEnd; i < commandsEnd + macho::kNoteCommandSize; ++i) {
-      if (file[i] != 0) {
-        outcome.error = "the space after the load commands is in use";
-        return outcome;
-      }
-    }
   }
-
-  // The data goes at the end of the file; a previous embedding's data there is replaced
-  // (a signature made after it began at the next 16-byte boundary).
-  uint64_t dataOffset = roundUp(file.size(), 8);
-  if (commands->note) {
-    uint64_t oldOffset = le64(file.data() + *commands->note + 24), oldSize = le64(file.data() + *commands->note + 32);
-    if (oldOffset >= linkedit->fileoff && oldOffset <= file.size() && oldSize <= file.size() - oldOffset &&
-        roundUp(oldOffset + oldSize, 16) >= file.size())
-      dataOffset = oldOffset;
-  }
+  uint64_t dataOffset = noteDataOffset(file, *commands, *linkedit);
   if (dataOffset < linkedit->fileoff) {
     outcome.error = "__LINKEDIT lies past the end of the file";
     return outcome;
@@ -208,32 +251,11 @@ Outcome embedInMachO(std::span<const uint8_t> file, std::span<const uint8_t> reg
   out.resize(dataOffset, 0);
   out.insert(out.end(), region.begin(), region.end());
   out.resize(roundUp(out.size(), 8), 0);
-
-  uint64_t filesize = out.size() - linkedit->fileoff;
-  uint64_t vmsize = std::max(linkedit->vmsize, roundUp(filesize, kPage));
-  for (const Segment& s : commands->segments) {
-    if (&s != linkedit && s.vmsize > 0 && s.vmaddr < linkedit->vmaddr + vmsize && linkedit->vmaddr < s.vmaddr + s.vmsize) {
-      outcome.error = "the grown __LINKEDIT would overlap segment " + s.name;
-      return outcome;
-    }
+  if (std::optional<std::string> error = growLinkedit(out, *commands, *linkedit)) {
+    outcome.error = *error;
+    return outcome;
   }
-  putLe64(out.data() + linkedit->command + 32, vmsize);
-  putLe64(out.data() + linkedit->command + 48, filesize);
-
-  uint8_t* note;
-  if (commands->note) {
-    note = out.data() + *commands->note;
-  } else {
-    note = out.data() + commandsEnd;
-    putLe32(note, macho::kLoadCommandNote);
-    putLe32(note + 4, macho::kNoteCommandSize);
-    std::memcpy(note + 8, macho::NOTE_OWNER, sizeof macho::NOTE_OWNER);
-    putLe32(out.data() + 16, commands->count + 1);
-    putLe32(out.data() + 20, commands->size + static_cast<uint32_t>(macho::kNoteCommandSize));
-  }
-  putLe64(note + 24, dataOffset);
-  putLe64(note + 32, region.size());
-
+  writeNoteCommand(out, *commands, commandsEnd, dataOffset, region.size());
   outcome.file = std::move(out);
   return outcome;
 }
