@@ -14,22 +14,16 @@ namespace {
 
 using test::TempDir;
 
-// Clears the locale variables for each test and puts the old values back afterwards.
+// Clears the locale variables for each test; they are put back as they were afterwards.
 class BundleTest : public testing::Test {
  protected:
-  void SetUp() override {
-    for (const char* name : kLocale) saved_.emplace_back(name, std::getenv(name) ? std::optional<std::string>(std::getenv(name)) : std::nullopt);
-    setLocale(nullptr, nullptr, nullptr, nullptr);
-  }
-  void TearDown() override {
-    for (const auto& [name, value] : saved_) value ? setenv(name.c_str(), value->c_str(), 1) : unsetenv(name.c_str());
-  }
-  static void setLocale(const char* language, const char* all, const char* messages, const char* lang) {
+  void SetUp() override { setLocale(nullptr, nullptr, nullptr, nullptr); }
+  void setLocale(const char* language, const char* all, const char* messages, const char* lang) {
     const char* values[] = {language, all, messages, lang};
-    for (size_t i = 0; i < 4; ++i) values[i] ? setenv(kLocale[i], values[i], 1) : unsetenv(kLocale[i]);
+    for (size_t i = 0; i < 4; ++i) env.set(kLocale[i], values[i] ? std::optional<std::string>(values[i]) : std::nullopt);
   }
   static constexpr const char* kLocale[] = {"LANGUAGE", "LC_ALL", "LC_MESSAGES", "LANG"};
-  std::vector<std::pair<std::string, std::optional<std::string>>> saved_;
+  test::ScopedEnvironment env;
 };
 
 // Info.plist reads back; one that is missing or unusable gives an empty dictionary.

@@ -86,7 +86,7 @@ inline std::map<std::string, std::string> snapshot(const std::string& root, cons
 class UntarFixture : public ::testing::Test {
  protected:
   void SetUp() override {
-    ::unsetenv("BRACKWOOD_LOG");
+    env.set("BRACKWOOD_LOG", std::nullopt);
     log::resetDebugDecision();
     writeFile(root + "/outside/keep", "outside data");
     std::filesystem::create_directory(dest);
@@ -116,6 +116,7 @@ class UntarFixture : public ::testing::Test {
     return outcome;
   }
 
+  ScopedEnvironment env;
   TempDir dir, scripts;  // the script stays away from the snapshot
   std::string root = dir.path(), dest = root + "/dest", archive = root + "/archive.tar.gz";
   UnTar::Inflation inflation = UnTar::Inflation::WholeBuffer;

@@ -12,12 +12,10 @@ namespace {
 class AotCache : public LaunchFixture {
  protected:
   void SetUp() override {
-    unsetenv("BRACKWOOD_NO_AOT_CACHE");
-    savedHome = std::getenv("HOME") ? std::getenv("HOME") : "";
-    setenv("HOME", (tmp / "home").c_str(), 1);
+    env.set("BRACKWOOD_NO_AOT_CACHE", std::nullopt);
+    env.set("HOME", tmp / "home");
     makeFakeRuntime(tmp / "jdk-25.jdk", "25.0.1", "bundle");
   }
-  void TearDown() override { setenv("HOME", savedHome.c_str(), 1); }
   std::vector<std::string> optionsFor(PlistDict javaVM, const std::string& version = "25.0.1", int major = 25,
                                       const std::string& runtimePath = "jdk-25.jdk") {
     const LaunchContext& context = bundleLaunch({{"JavaVM", PlistValue(std::move(javaVM))}});
@@ -28,7 +26,7 @@ class AotCache : public LaunchFixture {
   static unsigned long crc(const std::string& s) {
     return crc32(crc32(0, Z_NULL, 0), reinterpret_cast<const Bytef*>(s.data()), static_cast<uInt>(s.size()));
   }
-  std::string savedHome;
+  ScopedEnvironment env;
   std::string appRootDir;
 };
 
@@ -38,9 +36,8 @@ TEST_F(AotCache, NothingUnlessEveryConditionHolds) {
   EXPECT_TRUE(optionsFor({{"AotCacheBuildId", "b1"}}).empty());
   EXPECT_TRUE(optionsFor({{"AotCacheEnabled", true}}).empty());
   EXPECT_TRUE(optionsFor(enabled, "24.0.2", 24).empty());
-  setenv("BRACKWOOD_NO_AOT_CACHE", "", 1);
+  env.set("BRACKWOOD_NO_AOT_CACHE", "");
   EXPECT_TRUE(optionsFor(enabled).empty());
-  unsetenv("BRACKWOOD_NO_AOT_CACHE");
 }
 
 TEST_F(AotCache, TrainsThenUsesTheDefaultLocation) {

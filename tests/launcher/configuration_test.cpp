@@ -34,7 +34,7 @@ TEST_F(Configuration, DirectoryLayouts) {
     OptionalString workingDirectory = std::nullopt;
   };
   std::string apps = tmp / "Apps";
-  setenv("BWK_T_SUB", "sub", 1);
+  ScopedEnvironment env{{"BWK_T_SUB", "sub"}};
   const std::vector<Case> cases = {
       {"baseDir of another type, working directory beside the launcher",
        {{"bwk.baseDir", 3}, {"JavaVM", PlistValue(PlistDict{{"WorkingDirectory", "work/../w"}})}}, appRoot, appRoot, bundle,
@@ -59,7 +59,6 @@ TEST_F(Configuration, DirectoryLayouts) {
   EXPECT_EQ(cli.paths.launcherDirInApp, tmp / "bin/tool.app/Contents/Resources/app");
   EXPECT_EQ(cli.serviceMode, "legacy");
   EXPECT_EQ(workingDirectory(cli, runtime()), std::nullopt);
-  unsetenv("BWK_T_SUB");
 
   // A command-line launcher that does not know its own path has no directories, and nothing
   // is read from or resolved against the current directory in their place.
@@ -78,9 +77,8 @@ TEST_F(Configuration, DirectoryLayouts) {
 
 TEST_F(Configuration, VariablesInOnePass) {
   const LaunchContext& context = bundleLaunch({{"bwk.launcherDir", "${BWK_T_DIR}"}});
-  setenv("BWK_T_PLAIN", "plain", 1);
-  setenv("BWK_T_DIR", "resolved", 1);
-  setenv("BWK_T_HOLDS_LAUNCHER", "${launcher:sys.appRootDir}", 1);
+  ScopedEnvironment env{
+      {"BWK_T_PLAIN", "plain"}, {"BWK_T_DIR", "resolved"}, {"BWK_T_HOLDS_LAUNCHER", "${launcher:sys.appRootDir}"}};
   makeFakeRuntime(tmp / "rt.jdk", "17.0.2", "bundle");
   makeFakeRuntime(tmp / "plain", "17.0.2", "home");
   struct Case {
@@ -104,13 +102,11 @@ TEST_F(Configuration, VariablesInOnePass) {
   };
   for (const Case& c : cases)
     EXPECT_EQ(replaceVariables(c.in, VariableScope{context.paths, c.runtime}), c.out) << c.in.value_or("(absent)");
-  for (const char* name : {"BWK_T_PLAIN", "BWK_T_DIR", "BWK_T_HOLDS_LAUNCHER"}) unsetenv(name);
 }
 
 TEST_F(Configuration, ArtifactPaths) {
   for (const char* file : {"x.jar", "y.JAR", "z.zip", "readme.txt", "dir.jar/inner"}) writeFile(tmp / "lib/" + file, "");
-  setenv("BWK_T_CP", "/e/1.jar:/e/2.jar", 1);
-  unsetenv("BWK_T_UNSET");
+  ScopedEnvironment env{{"BWK_T_CP", "/e/1.jar:/e/2.jar"}, {"BWK_T_UNSET", std::nullopt}};
   struct Case {
     OptionalString in, out;
   } cases[] = {
@@ -128,12 +124,11 @@ TEST_F(Configuration, ArtifactPaths) {
   std::vector<std::string> entries = text::split(*listed, ":");
   std::sort(entries.begin() + 1, entries.end());
   EXPECT_EQ(entries, (std::vector<std::string>{"first.jar", tmp / "lib/dir.jar", tmp / "lib/x.jar", tmp / "lib/z.zip"}));
-  unsetenv("BWK_T_CP");
 }
 
 TEST_F(Configuration, OptionFileLinesAndClassPath) {
   VariableScope scope{bundleLaunch({}).paths, std::nullopt};
-  setenv("BWK_TEST_OPT", "from-env", 1);
+  ScopedEnvironment env{{"BWK_TEST_OPT", "from-env"}};
   struct Case {
     const char* name;
     std::string contents;
@@ -165,7 +160,6 @@ TEST_F(Configuration, OptionFileLinesAndClassPath) {
   EXPECT_EQ(readOptionsFile(tmp / "missing.vmoptions", untouched, std::string("cp"), scope), std::string("cp"));
   EXPECT_EQ(readOptionsFile(std::nullopt, untouched, std::string("cp"), scope), std::string("cp"));
   EXPECT_TRUE(untouched.empty());
-  unsetenv("BWK_TEST_OPT");
 }
 
 TEST_F(Configuration, OptionFileIncludes) {

@@ -9,8 +9,8 @@ namespace {
 
 class PreviousInstallations : public LaunchFixture {
  protected:
-  void SetUp() override { setenv("XDG_CONFIG_HOME", (tmp / "config").c_str(), 1); }
-  void TearDown() override { unsetenv("XDG_CONFIG_HOME"); }
+  void SetUp() override { env.set("XDG_CONFIG_HOME", tmp / "config"); }
+  ScopedEnvironment env;
 
   void writeRecords(PlistDict records) {
     writePlist(tmp / "config/brackwood/com.brackwood.installations.plist",

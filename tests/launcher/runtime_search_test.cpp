@@ -113,9 +113,7 @@ TEST_F(RuntimeSearch, SearchSequenceEntries) {
   std::string r17 = runtime("r17", "17.0.2", "home");
   std::string r21 = runtime("r21", "21.0.1");
   std::string ea = runtime("ea", "22-ea");
-  setenv("BWK_TEST_RUNTIME", r17.c_str(), 1);
-  setenv("BWK_TEST_DIR", tmp.path().c_str(), 1);
-  unsetenv("BWK_TEST_UNSET");
+  ScopedEnvironment env{{"BWK_TEST_RUNTIME", r17}, {"BWK_TEST_DIR", tmp.path()}, {"BWK_TEST_UNSET", std::nullopt}};
   struct Case {
     const char* name;
     std::vector<std::string> entries;
@@ -140,8 +138,6 @@ TEST_F(RuntimeSearch, SearchSequenceEntries) {
         {{"bwk.minVersion", c.min}, {"bwk.allowBeta", c.beta}, {"JavaVM", PlistValue(PlistDict{{"SearchSequence", PlistValue(entries)}})}});
     EXPECT_EQ(chosenPath(context), c.expected) << c.name;
   }
-  unsetenv("BWK_TEST_RUNTIME");
-  unsetenv("BWK_TEST_DIR");
 }
 
 }  // namespace

@@ -39,6 +39,22 @@ TempDir::~TempDir() {
   stdfs::remove_all(path_, ec);
 }
 
+ScopedEnvironment::ScopedEnvironment(std::initializer_list<std::pair<std::string, std::optional<std::string>>> values) {
+  for (const auto& [name, value] : values) set(name, value);
+}
+
+ScopedEnvironment::~ScopedEnvironment() {
+  // Back to front, so that a variable changed twice ends with its first value.
+  for (auto it = saved_.rbegin(); it != saved_.rend(); ++it)
+    it->second ? ::setenv(it->first.c_str(), it->second->c_str(), 1) : ::unsetenv(it->first.c_str());
+}
+
+void ScopedEnvironment::set(const std::string& name, const std::optional<std::string>& value) {
+  const char* old = std::getenv(name.c_str());
+  saved_.emplace_back(name, old ? std::optional<std::string>(old) : std::nullopt);
+  value ? ::setenv(name.c_str(), value->c_str(), 1) : ::unsetenv(name.c_str());
+}
+
 void writeFile(const std::string& path, const std::string& contents) {
   stdfs::create_directories(stdfs::path(path).parent_path());
   std::ofstream out(path, std::ios::binary | std::ios::trunc);

@@ -3,6 +3,7 @@
 #include <sys/types.h>
 
 #include <chrono>
+#include <initializer_list>
 #include <map>
 #include <optional>
 #include <string>
@@ -24,6 +25,21 @@ class TempDir {
 
  private:
   std::string path_;
+};
+
+// Changes variables of this process's environment and puts every one back as it was when the
+// object goes, also when a test fails half-way. `set` with no value removes the variable.
+class ScopedEnvironment {
+ public:
+  ScopedEnvironment() = default;
+  ScopedEnvironment(std::initializer_list<std::pair<std::string, std::optional<std::string>>> values);
+  ~ScopedEnvironment();
+  ScopedEnvironment(const ScopedEnvironment&) = delete;
+  ScopedEnvironment& operator=(const ScopedEnvironment&) = delete;
+  void set(const std::string& name, const std::optional<std::string>& value);
+
+ private:
+  std::vector<std::pair<std::string, std::optional<std::string>>> saved_;  // first values, in order of change
 };
 
 // Writes a file, making its parent directories.
