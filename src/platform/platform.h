@@ -90,5 +90,10 @@ std::optional<int> runProcess(const std::string& program, const std::vector<std:
 // A non-blocking notice with a header and a message, outliving this process. False when it
 // could not be shown.
 bool displayNotice(const std::optional<std::string>& header, const std::string& message);
+// Calls `handler` once when the process ends through exit or a return from main (never when
+// a signal ends it), before the exit handlers registered earlier. `status` is the exit status
+// where the system tells it to an exit handler (Linux); absent where it does not (macOS). One
+// handler per process: a later call replaces it.
+void setExitHandler(void (*handler)(std::optional<int> status));
 
 }  // namespace bwk::platform

@@ -2,6 +2,7 @@
 // blocks the launcher nor ends with it, and holds none of its standard streams.
 #include <fcntl.h>
 #include <spawn.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -41,9 +42,16 @@ std::vector<char*> pointers(std::vector<std::string>& strings) {
 
 }  // namespace
 
+std::string noticeProcessName(const NoticeText& notice) {
+  if (notice.header && !notice.header->empty()) return *notice.header;
+  std::string executable = executablePath().value_or("exe");
+  return executable.substr(executable.rfind('/') + 1);
+}
+
 pid_t startNoticeProcess(const std::string& executable, const NoticeText& notice) {
   std::vector<std::string> env = noticeEnvironment(notice);
-  std::vector<std::string> args{executable};
+  // The process list shows the application's name rather than the executable's path.
+  std::vector<std::string> args{noticeProcessName(notice)};
   std::vector<char*> envp = pointers(env), argv = pointers(args);
 
   posix_spawn_file_actions_t actions;
@@ -86,6 +94,8 @@ bool runNoticeIfRequested() {
   // Nothing started from here (the dialog's helpers) must see the request again.
   ::unsetenv(kNoticeVariable);
   if (!notice) return true;
+  // The process name that ps and top show, as argv[0] already does for ps -f; at most 15 bytes.
+  ::prctl(PR_SET_NAME, noticeProcessName(*notice).substr(0, 15).c_str(), 0, 0, 0);
   std::string error;
   const gtk::Api* gtk = gtk::loadAndInit(false, &error);
   if (!gtk) return true;  // no way to show it; the launcher wrote the message on standard error
