@@ -15,11 +15,14 @@
 #include <system_error>
 #include <thread>
 
+#include "platform/platform.h"
+
 namespace bwk::errorPassThrough {
 
 namespace {
 
-constexpr size_t kChunk = 64 * 1024;
+constexpr size_t kPipeBytes = 1024 * 1024;
+constexpr size_t kChunk = 256 * 1024;
 
 struct State {
   int original = -1;  // the standard error the process had
@@ -114,6 +117,8 @@ bool start(size_t keptBytes) {
     return false;
   }
   ::fcntl(data[0], F_SETFL, O_NONBLOCK);
+  // Fewer turns between the writer and the thread when much is written at once.
+  platform::enlargePipe(data[0], kPipeBytes);
   if (::dup2(data[1], STDERR_FILENO) < 0) {
     for (int fd : {original, data[0], data[1], wake[0], wake[1]}) ::close(fd);
     return false;
