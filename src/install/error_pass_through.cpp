@@ -60,6 +60,11 @@ void writeAll(int fd, const char* data, size_t size) {
 
 void keep(State& s, const char* data, size_t size) {
   std::lock_guard<std::mutex> lock(s.mutex);
+  if (size >= s.keptBytes) {
+    s.cut = s.cut || !s.tail.empty() || size > s.keptBytes;
+    s.tail.assign(data + size - s.keptBytes, s.keptBytes);
+    return;
+  }
   s.tail.append(data, size);
   // Cut back to the kept size only now and then: one move per kept size passed through.
   if (s.tail.size() > 2 * s.keptBytes) {
@@ -87,7 +92,13 @@ void drain(State& s) {
   std::unique_ptr<char[]> buffer(new char[kChunk]);
   for (;;) {
     pollfd watched[2] = {{s.readEnd, POLLIN, 0}, {s.wakeRead, POLLIN, 0}};
-    if (::poll(watched, 2, -1) < 0) continue;  // EINTR
+    if (::poll(watched, 2, -1) < 0) {
+      // Writers must never wait on a pipe nobody reads: without poll (short of memory), look
+      // every millisecond.
+      if (errno != EINTR) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+      watched[0].revents = POLLIN;
+      watched[1].revents = 0;
+    }
     if (watched[0].revents && !passOnAvailable(s, buffer.get())) break;
     if (watched[1].revents) {
       // finish() has given descriptor 2 back: what this process wrote is all in the pipe.
