@@ -17,7 +17,7 @@ TEST(ErrorPassThrough, PassesEverythingOnAndKeepsTheLastBytes) {
   test::TempDir tmp;
   std::string written;
   for (int i = 0; i < 20000; ++i) written += "line " + std::to_string(i) + "\n";
-  for (size_t kept : {size_t{100}, written.size() * 2}) {
+  for (size_t kept : {size_t{100}, written.size(), written.size() * 2}) {
     pid_t child = ::fork();
     if (child == 0) {
       int file = ::open((tmp / "err").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);

@@ -43,7 +43,7 @@ TEST(StartFailure, OnlyAFailedStartGetsAnAlert) {
 // 20 lines at most; the name, what failed, and how to see more around them.
 TEST(StartFailure, TellingLinesComeFirst) {
   std::string tail = "one\ntwo\nthree\nfour\n\tat Earlier.frame(E.java:1)\n"
-                     "Exception in thread \"main\" java.lang.RuntimeException: outer\n";
+                     "Exception in thread \"main\" java.lang.RuntimeException: outer\n\n";
   for (int i = 0; i < 30; ++i) tail += "\tat A.f" + std::to_string(i) + "(A.java:1)\n";
   tail += "Caused by: java.lang.NoClassDefFoundError: javax/swing/ListModel\n\t... 30 more\n\n";
   std::optional<std::string> alert = startFailureAlert(ProcessEnd{tail, false, 1}, "Tool", "/A/Tool.app/Contents/MacOS/Tool");
