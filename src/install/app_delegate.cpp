@@ -10,6 +10,7 @@
 #include "base/fs.h"
 #include "base/log.h"
 #include "base/path.h"
+#include "install/start_failure_watch.h"
 #include "install/temporary_directory.h"
 #include "install/untar.h"
 #include "launcher/launcher.h"
@@ -205,6 +206,8 @@ void AppDelegate::worker() {
       // A signal that came after the last progress report ends the start here.
       checkCancelled();
     }
+    // Nobody sees standard error when an application is opened from the desktop.
+    if (!context.reportOnStandardError) watchJavaStart(context);
     BWK_DLOG("%s [Line %d] launching JVM");
     Launcher& loaded = launcher.load();
     if (window) window->shutDown();

@@ -4,6 +4,7 @@
 // library and the version through process-wide values, which are written once, before the
 // first JLI_Launch, and only read afterwards.
 #include <atomic>
+#include <optional>
 
 namespace bwk {
 
@@ -21,5 +22,8 @@ extern std::atomic<bool> g_javaMainInvocation;
 
 // The second call of main: JLI_Launch again, with the vector that call was given.
 int reinvokeJavaLaunch(int argc, char** argv);
+// What JLI_Launch returned last; absent while no call has returned. An exit handler reads
+// it: the runtime's library may end the process with that value without returning to us.
+std::optional<int> javaLaunchResult();
 
 }  // namespace bwk

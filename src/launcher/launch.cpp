@@ -4,6 +4,8 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <climits>
+#include <cstdint>
 #include <thread>
 
 #include <cstdio>
@@ -45,9 +47,23 @@ JLI_Launch_t JLI_LaunchFxnPtr = nullptr;
 const char* launchJavaVersion = nullptr;
 std::atomic<bool> g_javaMainInvocation{false};
 
+namespace {
+// JLI_Launch's last result widened, so that no status can be taken for "none yet".
+constexpr int64_t kNoJavaLaunchResult = INT64_MIN;
+std::atomic<int64_t> lastJavaLaunchResult{kNoJavaLaunchResult};
+}  // namespace
+
 int reinvokeJavaLaunch(int argc, char** argv) {
-  return JLI_LaunchFxnPtr(argc, argv, 0, nullptr, 0, nullptr, launchJavaVersion, launchJavaVersion, "java", "java",
-                          false, false, false, 0);
+  int status = JLI_LaunchFxnPtr(argc, argv, 0, nullptr, 0, nullptr, launchJavaVersion, launchJavaVersion, "java",
+                                "java", false, false, false, 0);
+  lastJavaLaunchResult = status;
+  return status;
+}
+
+std::optional<int> javaLaunchResult() {
+  int64_t result = lastJavaLaunchResult;
+  if (result == kNoJavaLaunchResult) return std::nullopt;
+  return static_cast<int>(result);
 }
 
 std::vector<std::string> argumentVector(const std::string& program, const JavaParameters& parameters,

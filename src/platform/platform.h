@@ -90,5 +90,13 @@ std::optional<int> runProcess(const std::string& program, const std::vector<std:
 // A non-blocking notice with a header and a message, outliving this process. False when it
 // could not be shown.
 bool displayNotice(const std::optional<std::string>& header, const std::string& message);
+// Lets the pipe `fd` hold up to `bytes` before a writer waits, where the system allows it
+// (Linux, within its limit for users); elsewhere the pipe stays as the system sizes it.
+void enlargePipe(int fd, size_t bytes);
+// Calls `handler` once when the process ends through exit or a return from main (never when
+// a signal ends it), before the exit handlers registered earlier. `status` is the exit status
+// where the system tells it to an exit handler (Linux); absent where it does not (macOS). One
+// handler per process: a later call replaces it.
+void setExitHandler(void (*handler)(std::optional<int> status));
 
 }  // namespace bwk::platform

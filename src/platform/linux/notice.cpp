@@ -2,9 +2,11 @@
 // blocks the launcher nor ends with it, and holds none of its standard streams.
 #include <fcntl.h>
 #include <spawn.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -41,9 +43,16 @@ std::vector<char*> pointers(std::vector<std::string>& strings) {
 
 }  // namespace
 
+std::string noticeProcessName(const NoticeText& notice) {
+  if (notice.header && !notice.header->empty()) return *notice.header;
+  std::string executable = executablePath().value_or("exe");
+  return executable.substr(executable.rfind('/') + 1);
+}
+
 pid_t startNoticeProcess(const std::string& executable, const NoticeText& notice) {
   std::vector<std::string> env = noticeEnvironment(notice);
-  std::vector<std::string> args{executable};
+  // The process list shows the application's name rather than the executable's path.
+  std::vector<std::string> args{noticeProcessName(notice)};
   std::vector<char*> envp = pointers(env), argv = pointers(args);
 
   posix_spawn_file_actions_t actions;
@@ -86,6 +95,12 @@ bool runNoticeIfRequested() {
   // Nothing started from here (the dialog's helpers) must see the request again.
   ::unsetenv(kNoticeVariable);
   if (!notice) return true;
+  // The process name that ps and top show, as argv[0] already does for ps -f: at most 15
+  // bytes, not ending inside a character.
+  std::string name = noticeProcessName(*notice);
+  size_t length = std::min<size_t>(name.size(), 15);
+  while (length < name.size() && length > 0 && (static_cast<unsigned char>(name[length]) & 0xc0) == 0x80) --length;
+  ::prctl(PR_SET_NAME, name.substr(0, length).c_str(), 0, 0, 0);
   std::string error;
   const gtk::Api* gtk = gtk::loadAndInit(false, &error);
   if (!gtk) return true;  // no way to show it; the launcher wrote the message on standard error

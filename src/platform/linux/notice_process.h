@@ -12,5 +12,8 @@ namespace bwk::platform {
 // the process if it ends while this one still runs. The process id, or -1 when it could not
 // be started.
 pid_t startNoticeProcess(const std::string& executable, const NoticeText& notice);
+// The name the notice's process goes by: the header (the application's name), else the
+// launcher's file name.
+std::string noticeProcessName(const NoticeText& notice);
 
 }  // namespace bwk::platform

@@ -1,0 +1,108 @@
+// Application mode with a real runtime on a private X server: a start that fails on the Java
+// side ends with an alert holding the runtime's lines; an application that ran gets none.
+#include <csignal>
+
+#include "base/fs.h"
+#include "gui_support.h"
+#include "platform/linux/notice_text.h"
+
+namespace bwk::test {
+namespace {
+
+const std::string kJdk17 = "/usr/lib/jvm/java-17-openjdk-amd64";
+
+class JavaStartFailure : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    if (!x.running()) GTEST_SKIP() << "no Xvfb here";
+    if (!fs::exists(kJdk17 + "/lib/libjli.so")) GTEST_SKIP() << "no OpenJDK 17 here";
+    ASSERT_TRUE(fs::exists(helloJar())) << "the demo program is built with the project";
+  }
+
+  std::string bundle(const std::string& mainClass, bool progressWindow) {
+    shell("rm -rf " + tmp / "Failing.app");
+    PlistDict javaVM{{"MainClass", mainClass}, {"ClassPath", "${launcher:sys.appRootDir}/lib/*"},
+                     {"SearchSequence", stringArray({"R" + kJdk17})}};
+    std::string app = makeBundle(tmp.path(), "Failing", PlistValue(PlistDict{
+        {"CFBundleName", "Failing"}, {"bwk.initialProgress", progressWindow}, {"JavaVM", PlistValue(javaVM)}}));
+    shell("mkdir -p " + app + "/Contents/Resources/app/lib && cp " + helloJar() + " " + app + "/Contents/Resources/app/lib/");
+    return app;
+  }
+
+  // The alert's process: what it was asked to show, under which name it runs. Ended here.
+  struct Alert {
+    std::optional<platform::NoticeText> notice;
+    std::string command, firstArgument;
+  };
+  std::optional<Alert> alert(double seconds) {
+    std::string window = x.waitForWindow("^Failing$", seconds);
+    if (window.empty()) return std::nullopt;
+    Alert a;
+    std::string pid = x.xdotool("getwindowpid " + window);
+    for (const std::string& entry : text::split(readFile("/proc/" + pid + "/environ"), std::string(1, '\0')))
+      if (text::startsWith(entry, std::string(platform::kNoticeVariable) + "="))
+        a.notice = platform::decodeNotice(entry.substr(entry.find('=') + 1));
+    a.command = readFile("/proc/" + pid + "/comm");
+    a.firstArgument = readFile("/proc/" + pid + "/cmdline");
+    a.firstArgument = a.firstArgument.substr(0, a.firstArgument.find('\0'));
+    if (!pid.empty()) ::kill(std::stoi(pid), SIGTERM);
+    return a;
+  }
+
+  Xvfb x;
+  TempDir tmp;
+};
+
+TEST_F(JavaStartFailure, AlertHoldsTheRuntimesLines) {
+  const struct {
+    const char* name;
+    std::string mainClass;
+    std::vector<std::string> args;
+    bool progressWindow;
+    std::string runtimeLine;
+    std::vector<std::string> lines;  // in the alert, in this order
+  } cases[] = {
+      {"misspelt main class", "Helo", {}, true, "Error: Could not find or load main class Helo\n",
+       {"Failing could not start: the Java runtime could not load or run its main class (exit status 1).",
+        "\nError: Could not find or load main class Helo\nCaused by: java.lang.ClassNotFoundException: Helo\n",
+        "BRACKWOOD_LOG=yes '" + tmp / "Failing.app/Contents/MacOS/Failing'"}},
+      {"main throws", "Hello", {"--throw=no settings"}, false, "java.lang.IllegalStateException: no settings\n",
+       {"its main method ended with an exception (exit status 1)",
+        "\nException in thread \"main\" java.lang.IllegalStateException: no settings\n"
+        "Caused by: java.io.FileNotFoundException: hello.conf\n\tat Hello.main("}},
+  };
+  for (const auto& c : cases) {
+    RunResult r = startApp(bundle(c.mainClass, c.progressWindow), c.args, {"DISPLAY=" + x.display()});
+    EXPECT_EQ(r.status, 1) << c.name << "\n" << r.err;
+    EXPECT_TRUE(text::contains(r.err, c.runtimeLine)) << "standard error still has it\n" << r.err;
+    std::optional<Alert> a = alert(10);
+    ASSERT_TRUE(a && a->notice) << c.name;
+    EXPECT_EQ(a->notice->header, "Failing");
+    size_t at = 0;
+    for (const std::string& line : c.lines) {
+      at = a->notice->message.find(line, at);
+      EXPECT_NE(at, std::string::npos) << c.name << ": " << line << "\n" << a->notice->message;
+    }
+    EXPECT_EQ(a->command, "Failing\n") << "the process list shows the application's name";
+    EXPECT_EQ(a->firstArgument, "Failing");
+  }
+}
+
+// Everything reaches standard error in order, and an application that ran gets no alert,
+// whatever its status.
+TEST_F(JavaStartFailure, NoAlertForAnApplicationThatRan) {
+  std::string app = bundle("Hello", false);
+  for (const auto& [args, status] : std::vector<std::pair<std::vector<std::string>, int>>{
+           {{"--stderr-megabytes=100"}, 0}, {{"--stderr-megabytes=1", "--exit=3"}, 3}}) {
+    RunResult r = startApp(app, args, {"DISPLAY=" + x.display()});
+    ASSERT_EQ(r.status, status) << r.err.substr(0, 2000);
+    size_t lines = args[0] == "--stderr-megabytes=100" ? 100 * 16384 : 16384;
+    ASSERT_EQ(r.err.size(), lines * 64) << r.err.substr(0, 2000);
+    for (size_t line = 0; line < lines; line += lines / 64 - 1)
+      ASSERT_EQ(r.err.substr(line * 64, 8), std::string(8 - std::to_string(line).size(), '0') + std::to_string(line)) << line;
+    EXPECT_FALSE(alert(2)) << "an alert for " << args[0];
+  }
+}
+
+}  // namespace
+}  // namespace bwk::test
