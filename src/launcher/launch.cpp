@@ -115,30 +115,37 @@ Launcher& Launcher::load() {
   return *this;
 }
 
-int Launcher::launch() {
-  if (!runtime_ || runtime_->path.empty()) {
-    BWK_DLOG("%s [Line %d] no suitable JRE found.");
-    displayError(context_, "AppleJavaMinVersionError", getJavaMinVersion(context_.configuration),
-                 context_.configuration.string("CFBundleName"));
-    return 1;
-  }
+namespace {
 
-  std::string library;
-  if (runtime_->plugin) {
-    library = platform::appletPluginLibrary();
-  } else {
-    std::vector<std::string> candidates = platform::runtimeLibraryCandidates();
-    library = path::append(runtime_->path, candidates.back());
-    for (size_t i = 0; i + 1 < candidates.size(); ++i) {
-      std::string candidate = path::append(runtime_->path, candidates[i]);
-      if (fs::exists(candidate)) {
-        library = candidate;
-        break;
-      }
-    }
+// The launcher library of the chosen runtime: the first candidate that exists, else the last
+// one untested (the applet plug-in has a library of its own).
+std::string runtimeLibraryPath(const ChosenRuntime& runtime) {
+  if (runtime.plugin) return platform::appletPluginLibrary();
+  std::vector<std::string> candidates = platform::runtimeLibraryCandidates();
+  for (size_t i = 0; i + 1 < candidates.size(); ++i) {
+    std::string candidate = path::append(runtime.path, candidates[i]);
+    if (fs::exists(candidate)) return candidate;
   }
+  return path::append(runtime.path, candidates.back());
+}
+
+// The entries of the runtime's launcher library: JLI_Launch, which must be there, and the
+// argument-file functions, which older runtimes lack.
+struct RuntimeLibrary {
+  JLI_Launch_t launch = nullptr;
+  JLI_List_new_t listNew = nullptr;
+  JLI_List_add_t listAdd = nullptr;
+  JLI_InitArgProcessing_t initArgs = nullptr;
+  JLI_PreprocessArg_t preprocess = nullptr;
+  JLI_StringDup_t stringDup = nullptr;
+  JLI_MemFree_t memFree = nullptr;
+  bool hasArgumentFileFunctions() const {
+    return listNew && listAdd && initArgs && preprocess && stringDup && memFree;
+  }
+};
+
+RuntimeLibrary loadRuntimeLibrary(const std::string& library) {
   BWK_DLOG("%s [Line %d] load library %@.", library);
-
   // Never closed: the runtime runs from it until the process ends.
   void* handle = dlopen(library.c_str(), RTLD_LAZY);
   if (!handle) {
@@ -147,53 +154,66 @@ int Launcher::launch() {
     const char* why = dlerror();
     throw PlatformException("JavaLaunchError", "Could not load JRE.", std::string(why ? why : library));
   }
-  JLI_LaunchFxnPtr = reinterpret_cast<JLI_Launch_t>(dlsym(handle, "JLI_Launch"));
-  auto listNew = reinterpret_cast<JLI_List_new_t>(dlsym(handle, "JLI_List_new"));
-  auto listAdd = reinterpret_cast<JLI_List_add_t>(dlsym(handle, "JLI_List_add"));
-  auto initArgs = reinterpret_cast<JLI_InitArgProcessing_t>(dlsym(handle, "JLI_InitArgProcessing"));
-  auto preprocess = reinterpret_cast<JLI_PreprocessArg_t>(dlsym(handle, "JLI_PreprocessArg"));
-  auto stringDup = reinterpret_cast<JLI_StringDup_t>(dlsym(handle, "JLI_StringDup"));
-  auto memFree = reinterpret_cast<JLI_MemFree_t>(dlsym(handle, "JLI_MemFree"));
-  if (!JLI_LaunchFxnPtr) throw PlatformException("JavaLaunchError", "Could not get function pointer for JLI_Launch.");
+  RuntimeLibrary loaded;
+  loaded.launch = reinterpret_cast<JLI_Launch_t>(dlsym(handle, "JLI_Launch"));
+  loaded.listNew = reinterpret_cast<JLI_List_new_t>(dlsym(handle, "JLI_List_new"));
+  loaded.listAdd = reinterpret_cast<JLI_List_add_t>(dlsym(handle, "JLI_List_add"));
+  loaded.initArgs = reinterpret_cast<JLI_InitArgProcessing_t>(dlsym(handle, "JLI_InitArgProcessing"));
+  loaded.preprocess = reinterpret_cast<JLI_PreprocessArg_t>(dlsym(handle, "JLI_PreprocessArg"));
+  loaded.stringDup = reinterpret_cast<JLI_StringDup_t>(dlsym(handle, "JLI_StringDup"));
+  loaded.memFree = reinterpret_cast<JLI_MemFree_t>(dlsym(handle, "JLI_MemFree"));
+  if (!loaded.launch) throw PlatformException("JavaLaunchError", "Could not get function pointer for JLI_Launch.");
+  return loaded;
+}
+
+// Argument files ("@file" after entry 0), expanded once by the runtime's own rules into a new
+// vector that lives until the process ends; the old vector is not freed.
+void expandArgumentFiles(const RuntimeLibrary& library, int& argc, char**& argv) {
+  bool hasArgumentFile = false;
+  for (int i = 0; i < argc && !hasArgumentFile; ++i) hasArgumentFile = argv[i][0] == '@';
+  if (!hasArgumentFile) return;
+  BWK_DLOG("%s [Line %d] @ argument found");
+  if (!library.hasArgumentFileFunctions()) {
+    BWK_DLOG("%s [Line %d] did not find all list functions %p %p %p %p %p %p",
+             reinterpret_cast<const void*>(library.listNew), reinterpret_cast<const void*>(library.listAdd),
+             reinterpret_cast<const void*>(library.initArgs), reinterpret_cast<const void*>(library.preprocess),
+             reinterpret_cast<const void*>(library.stringDup), reinterpret_cast<const void*>(library.memFree));
+    return;
+  }
+  library.initArgs(argc > 0, false);
+  JliList* list = library.listNew(static_cast<size_t>(argc) + 1);
+  library.listAdd(list, library.stringDup(argv[0]));
+  for (int i = 1; i < argc; ++i) {
+    if (JliList* expanded = library.preprocess(argv[i], true)) {
+      for (size_t k = 0; k < expanded->size; ++k) library.listAdd(list, expanded->elements[k]);
+      library.memFree(expanded->elements);
+      library.memFree(expanded);
+    } else {
+      library.listAdd(list, library.stringDup(argv[i]));
+    }
+  }
+  argc = static_cast<int>(static_cast<uint32_t>(list->size));
+  library.listAdd(list, nullptr);
+  argv = list->elements;
+}
+
+}  // namespace
+
+int Launcher::launch() {
+  if (!runtime_ || runtime_->path.empty()) {
+    BWK_DLOG("%s [Line %d] no suitable JRE found.");
+    displayError(context_, "AppleJavaMinVersionError", getJavaMinVersion(context_.configuration),
+                 context_.configuration.string("CFBundleName"));
+    return 1;
+  }
+  RuntimeLibrary library = loadRuntimeLibrary(runtimeLibraryPath(*runtime_));
+  JLI_LaunchFxnPtr = library.launch;
 
   // The vector and its strings live until the process ends: the runtime keeps pointers.
   int argc = static_cast<int>(argv_.size());
   char** argv = static_cast<char**>(std::calloc(argv_.size() + 1, sizeof(char*)));
   for (size_t i = 0; i < argv_.size(); ++i) argv[i] = strdup(argv_[i].c_str());
-
-  // Argument files, expanded once by the runtime's own rules; entry 0 never is.
-  bool hasArgumentFile = false;
-  for (int i = 0; i < argc; ++i) {
-    if (argv[i][0] == '@') {
-      hasArgumentFile = true;
-      break;
-    }
-  }
-  if (hasArgumentFile) {
-    BWK_DLOG("%s [Line %d] @ argument found");
-    if (!listNew || !listAdd || !initArgs || !preprocess || !stringDup || !memFree) {
-      BWK_DLOG("%s [Line %d] did not find all list functions %p %p %p %p %p %p",
-               reinterpret_cast<const void*>(listNew), reinterpret_cast<const void*>(listAdd),
-               reinterpret_cast<const void*>(initArgs), reinterpret_cast<const void*>(preprocess),
-               reinterpret_cast<const void*>(stringDup), reinterpret_cast<const void*>(memFree));
-    } else {
-      initArgs(argc > 0, false);
-      JliList* list = listNew(static_cast<size_t>(argc) + 1);
-      listAdd(list, stringDup(argv[0]));
-      for (int i = 1; i < argc; ++i) {
-        if (JliList* expanded = preprocess(argv[i], true)) {
-          for (size_t k = 0; k < expanded->size; ++k) listAdd(list, expanded->elements[k]);
-          memFree(expanded->elements);
-          memFree(expanded);
-        } else {
-          listAdd(list, stringDup(argv[i]));
-        }
-      }
-      argc = static_cast<int>(static_cast<uint32_t>(list->size));
-      listAdd(list, nullptr);
-      argv = list->elements;  // the old vector is not freed
-    }
-  }
+  expandArgumentFiles(library, argc, argv);
 
   platform::setUserDefault("AppleWindowTabbingMode", "manual");
   BWK_DLOG("%s [Line %d] launching %p %d", reinterpret_cast<const void*>(JLI_LaunchFxnPtr), argc);
