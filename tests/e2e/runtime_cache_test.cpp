@@ -192,6 +192,13 @@ TEST_F(RuntimeCache, RefusedCacheDirectoriesFallBackToTheTemporaryDirectory) {
          fs::createDirectory(t.runtimeDir, true);
          ASSERT_EQ(::chown(t.runtimeDir.c_str(), 65534, 65534), 0) << "the tests run as root";
        }, "runtime is not owned by the user"},
+      // Last: it changes the bundle. ".." as a directory name would lead out of the cache.
+      {"a name that is no directory name", [](RuntimeCache& t) {
+         writePlist(t.app + "/Contents/Info.plist",
+                    PlistValue(PlistDict{{"CFBundleName", ".."},
+                                         {"bwk.reuseUnpackedRuntime", true},
+                                         {"JavaVM", PlistValue(PlistDict{{"MainClass", "demo.Main"}})}}));
+       }, "no usable CFBundleIdentifier or CFBundleName"},
   };
   for (const Case& c : cases) {
     stdfs::remove_all(tmp / "cache");
