@@ -13,8 +13,10 @@
 #include <sys/stat.h>
 #include <sys/sysctl.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -28,6 +30,18 @@ namespace bwk::platform {
 namespace {
 std::string toString(NSString* s) { return s ? std::string([s UTF8String]) : std::string(); }
 }  // namespace
+
+namespace {
+std::optional<std::string> currentDirectory() {
+  char buffer[PATH_MAX];
+  if (!::getcwd(buffer, sizeof buffer)) return std::nullopt;
+  return std::string(buffer);
+}
+// Read during static initialisation, before main and so before the launcher changes directory.
+const std::optional<std::string> processStartDirectory = currentDirectory();
+}  // namespace
+
+std::optional<std::string> startDirectory() { return processStartDirectory; }
 
 std::string homeDirectory() { return toString(NSHomeDirectory()); }
 std::string temporaryDirectory() { return toString(NSTemporaryDirectory()); }
