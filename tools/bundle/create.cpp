@@ -14,6 +14,7 @@
 #include "base/path.h"
 #include "base/plist_reader.h"
 #include "base/strings.h"
+#include "class_names.h"
 #include "commands.h"
 #include "default_texts.h"
 #include "icon.h"
@@ -145,13 +146,17 @@ std::vector<std::string> collectJars(const std::vector<std::string>& given) {
   return jars;
 }
 
-bool mainClassInJars(const Request& request) {
-  std::string entry = text::replaceAll(request.mainClass, ".", "/") + ".class";
+std::vector<std::string> classPathJars(const Request& request) {
   std::vector<std::string> jars = request.jars;
   if (request.installed)
     for (const ClassPathItem& item : request.installed->classPath.items)
       if (!item.directory) jars.push_back(item.path);
-  for (const std::string& jar : jars) {
+  return jars;
+}
+
+bool mainClassInJars(const Request& request) {
+  std::string entry = text::replaceAll(request.mainClass, ".", "/") + ".class";
+  for (const std::string& jar : classPathJars(request)) {
     std::vector<std::string> names = zipEntryNames(jar, nullptr).value_or(std::vector<std::string>{});
     if (std::find(names.begin(), names.end(), entry) != names.end()) return true;
   }
@@ -253,7 +258,10 @@ Request readRequest(const ParsedArguments& args) {
     request.jars = collectJars(args.all("jar"));
   }
   requireMainClass(request.mainClass);
-  if (!mainClassInJars(request)) warn(request.mainClass + " is in none of the jars");
+  if (!mainClassInJars(request)) {
+    std::optional<std::string> nearest = nearestClassName(request.mainClass, classPathJars(request));
+    warn(request.mainClass + " is in none of the jars" + (nearest ? " (did you mean " + *nearest + "?)" : ""));
+  }
   std::optional<std::string> launcher = args.value("launcher");
   if (!launcher) launcher = defaultLauncherPath();
   if (!launcher) throw failure("the launcher is not found: give --launcher");
