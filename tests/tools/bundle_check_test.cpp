@@ -44,6 +44,16 @@ TEST_F(BundleCheck, EachDamageIsOneFindingWithFileAndKey) {
         info + "JavaVM.VMOptionArray: is a string, not an array of strings: read as missing\n"}},
       {"a main class in none of the jars", {}, {{"MainClass", "com.example.Gone"}}, {},
        {info + "JavaVM.MainClass: com.example.Gone is in none of the 1 class-path entries (no com/example/Gone.class)\n"}},
+      {"a main class in the wrong case", {}, {{"MainClass", "hellO"}}, {}, {"(no hellO.class) (did you mean Hello?)\n"}},
+      {"a shipped runtime outside the range", {{"bwk.minVersion", "21"}}, {}, {},
+       {"Contents/Resources/jre.bundle: ships runtime 17.0.2, outside the range (bwk.minVersion 21, "},
+       [](const std::string& bundle) { makeFakeRuntime(bundle + "/Contents/Resources/jre.bundle/Contents/Home", "17.0.2"); }},
+      {"manifest options the configuration leaves out", {}, {{"VMOptionArray", stringArray({"--add-opens", "java.base/java.io=ALL-UNNAMED"})}},
+       {}, {info + "JavaVM.VMOptionArray: lacks --add-exports=java.base/sun.nio.ch=ALL-UNNAMED: the manifest of hello.jar asks"},
+       [this](const std::string& bundle) {
+         writeFile(tmp / "stage/m", "Add-Opens: java.base/java.io\nAdd-Exports: java.base/sun.nio.ch\n");
+         shell("jar ufm " + bundle + "/Contents/Resources/app/lib/hello.jar " + tmp / "stage/m 2>/dev/null");
+       }},
       {"class-path entries that match nothing", {}, {}, {},
        {info + "JavaVM.ClassPath: the entry " + app + "/Contents/Resources/app/plugins/* matches nothing\n",
         info + "JavaVM.ClassPath: the entry extra.jar does not exist\n"},

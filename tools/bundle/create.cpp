@@ -179,6 +179,7 @@ void takeInstalledApplication(Request& request, const ParsedArguments& args) {
   if (text::startsWith(path::standardize(std::filesystem::absolute(request.output).string()) + "/", app.input + "/"))
     throw usageError("--output " + request.output + " lies inside --input");
   for (const std::string& warning : app.classPath.warnings) warn(warning);
+  for (const std::string& warning : app.warnings) warn(warning);
 
   std::optional<std::set<std::string>> modules;
   if (request.runtime)
