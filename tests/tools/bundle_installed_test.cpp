@@ -70,10 +70,10 @@ TEST_F(InstalledApplication, StartsAsJavaJarDoes) {
   };
   const std::vector<Case> cases = {
       {"class path of every kind",
-       "Main-Class: p/Probe \nClass-Path: lib/a.jar lib/linked.jar file:lib/sp%20ace.jar missing.jar " + tmp / "outside/abs.jar" +
+       "Main-Class: p/Probe \nClass-Path: lib/a.jar lib/linked.jar file:lib/sp%20ace.jar missing.jar ../outside/up.jar " + tmp / "outside/abs.jar" +
            "\nAdd-Opens: java.base/java.lang java.desktop/java.awt\n",
-       {"jars [main.jar, a.jar, c.jar, linked.jar, sp ace.jar, abs.jar]", "opens true", "Add-Opens java.desktop/java.awt left out",
-        "missing.jar (Class-Path of ", "1 class-path entry from outside"}},
+       {"jars [main.jar, a.jar, c.jar, linked.jar, sp ace.jar, up.jar, abs.jar]", "opens true", "Add-Opens java.desktop/java.awt left out",
+        "missing.jar (Class-Path of ", "2 class-path entries from outside"}},
       {"main class only", "Main-Class: p.Probe\n", {"jars [main.jar]", "opens false"}},
   };
   for (const Case& c : cases) {
@@ -85,6 +85,7 @@ TEST_F(InstalledApplication, StartsAsJavaJarDoes) {
     jar(app + "/lib/sp ace.jar", "");
     jar(tmp / "outside/linked.jar", "");
     jar(tmp / "outside/abs.jar", "");
+    jar(tmp / "outside/up.jar", "");
     writeFile(app + "/data/greeting.txt", "hello from beside the jar");
     shell("ln -s " + tmp / "outside/linked.jar " + app + "/lib/linked.jar && ln -s nowhere " + app + "/lib/broken.jar");
     writeFile(tmp / "caller/notes.txt", "the user's notes");
