@@ -18,6 +18,7 @@
 #include "base/log.h"
 #include "base/strings.h"
 #include "install/gz_tar_stream.h"
+#include "install/indexed_tar_stream.h"
 #include "install/inflated_tar_stream.h"
 #include "install/tar_destination.h"
 #include "install/unique_handles.h"
@@ -376,7 +377,7 @@ uint64_t parseOctal(const char* bytes, int length) {
 
 bool UnTar::untar(const std::string& archive, const std::string& destination, int32_t uncompressedLength,
                   const ProgressCallback* progress, int* destinationError) {
-  return untarWith(Inflation::WholeBuffer, archive, destination, uncompressedLength, progress, nullptr,
+  return untarWith(Inflation::Indexed, archive, destination, uncompressedLength, progress, nullptr,
                    destinationError);
 }
 
@@ -392,11 +393,22 @@ bool UnTar::untarWith(Inflation inflation, const std::string& archive, const std
   }
   if (hasCallback(progress)) (*progress)(0.0, destination.c_str());
 
-  // Whatever the whole-buffer inflate does not take, the stream reads from the start.
+  // Whatever a faster way does not take, the next one reads from the start.
   std::unique_ptr<TarStream> stream;
-  if (inflation == Inflation::WholeBuffer) stream = InflatedTarStream::inflate(handle.get());
-  if (used) *used = stream ? Inflation::WholeBuffer : Inflation::Streaming;
+  IndexedTarStream* indexed = nullptr;
+  Inflation way = Inflation::Streaming;
+  if (inflation == Inflation::Indexed) {
+    auto members = IndexedTarStream::open(handle.get(), inflatingThreads());
+    indexed = members.get();
+    stream = std::move(members);
+    if (stream) way = Inflation::Indexed;
+  }
+  if (!stream && inflation != Inflation::Streaming) {
+    stream = InflatedTarStream::inflate(handle.get());
+    if (stream) way = Inflation::WholeBuffer;
+  }
   if (!stream) stream = GzTarStream::open(handle.get());
+  if (used) *used = way;
   if (!stream) {
     BWK_SYSLOG("%s [Line %d] error opening gzip file");
     return false;
@@ -405,6 +417,9 @@ bool UnTar::untarWith(Inflation inflation, const std::string& archive, const std
   Progress percentages(progress, uncompressedLength);
   EntryReader reader(*stream, destination, percentages);
   bool ok = reader.readAll();
+  // A damaged member handed the rest over to the stream.
+  if (indexed && indexed->handedOver()) way = Inflation::Streaming;
+  if (used) *used = way;
   if (destinationError) *destinationError = reader.destinationError();
   if (!stream->close()) ok = false;
   // The inflated archive goes back to the system before anything else runs.
