@@ -38,6 +38,7 @@ class IndexedTarStream final : public TarStream {
   uint64_t position() const override;
   bool pastEnd() const override;
   size_t pieceSize() const override { return kPieceSize; }
+  bool interrupted() const override { return fallback_ && fallback_->interrupted(); }
   bool close() override;
   // True once a damaged member handed reading over to the streaming reader.
   bool handedOver() const { return fallback_ != nullptr; }

@@ -83,6 +83,11 @@ class Progress {
     return static_cast<double>(static_cast<float>(position) / total_ * 100.0f);
   }
   void report(double percent) const { (*callback_)(percent, nullptr); }
+  // A signal interrupted a read: the callback gets to see it (and may end the extraction)
+  // before the read counts as failed.
+  void interrupted(uint64_t position) const {
+    if (hasCallback(callback_)) (*callback_)(enabled_ ? percentAt(position) : 0.0, nullptr);
+  }
 
  private:
   const ProgressCallback* callback_;
@@ -136,6 +141,9 @@ class EntryReader {
   bool extractEntry(char typeflag, const char* header, const std::string& full, uint64_t size);
   bool extractFile(const std::string& path, uint64_t length, uint64_t permissions);
   void createLink(const char* header, const std::string& full);
+  void checkInterrupted() const {
+    if (stream_.interrupted()) progress_.interrupted(stream_.position());
+  }
 
   TarStream& stream_;
   TarDestination destination_;
@@ -168,6 +176,7 @@ EntryReader::Step EntryReader::readEntry() {
     }
     const char* read = nullptr;
     if (stream_.read(kHeaderRead, &read) != static_cast<long>(kHeaderRead)) {
+      checkInterrupted();
       BWK_SYSLOG("%s [Line %d] ERROR: gzread failed");
       return Step::Failed;
     }
@@ -207,7 +216,10 @@ bool EntryReader::readExactly(char* into, size_t length) {
   for (size_t got = 0; got < length;) {
     const char* data = nullptr;
     long n = stream_.read(length - got, &data);
-    if (n <= 0) return false;
+    if (n <= 0) {
+      checkInterrupted();
+      return false;
+    }
     std::memcpy(into + got, data, static_cast<size_t>(n));
     got += static_cast<size_t>(n);
   }
@@ -314,6 +326,10 @@ bool EntryReader::extractFile(const std::string& path, uint64_t length, uint64_t
     if (n <= 0 || std::fwrite(data, 1, static_cast<size_t>(n), file.get()) != static_cast<size_t>(n) ||
         std::ferror(file.get())) {
       if (n > 0 && isDestinationFailure(errno)) destinationError_ = errno;
+      if (n < 0) {
+        ::unlink(path.c_str());
+        checkInterrupted();
+      }
       BWK_SYSLOG("%s [Line %d] ERROR: stream error");
       // A file cut short by a damaged archive is worse than none: a truncated library
       // crashes the process that maps it.
