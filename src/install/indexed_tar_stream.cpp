@@ -72,7 +72,9 @@ std::unique_ptr<IndexedTarStream> IndexedTarStream::open(int fd, unsigned thread
   if (!members) return nullptr;
   uint32_t largest = 0;
   for (const IndexedMember& m : *members) largest = std::max(largest, m.size);
-  const size_t slotCount = threads <= 1 ? 1 : std::min<size_t>(threads + 1, members->size());
+  // Room for each thread to run two members ahead of the reader: a stretch of small files,
+  // slow to write, then does not leave the threads waiting for free slots.
+  const size_t slotCount = threads <= 1 ? 1 : std::min<size_t>(2 * threads + 2, members->size());
   std::unique_ptr<IndexedTarStream> stream(
       new IndexedTarStream(std::move(copy), std::move(archive), std::move(*members), threads));
   stream->slots_.resize(slotCount);

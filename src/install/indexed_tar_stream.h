@@ -2,7 +2,7 @@
 // The tar stream of an archive made of independent gzip members with an index: members are
 // inflated by several threads at once into a ring of buffers, and read in order while later
 // ones are still being inflated, so files are written as soon as their bytes are there. Memory
-// stays at (threads + 1) members whatever the archive's size. A member that turns out damaged
+// stays at 2 × (threads + 1) members whatever the archive's size. A member that turns out damaged
 // (bad data, a wrong length, a CRC-32 mismatch) hands reading over to the streaming reader
 // from the archive's start, which then goes on from the same position exactly as it would
 // have had it read the archive from the beginning.
