@@ -210,6 +210,26 @@ INSTANTIATE_TEST_SUITE_P(Archives, ArchiveCaseTest,
                            return std::string(std::get<0>(test.param).name) + "_" + inflationName(std::get<1>(test.param));
                          });
 
+// With one thread the reading thread inflates each member itself: the same files, and a
+// damaged member hands over to the stream as with several.
+class OneInflatingThread : public UntarFixture {};
+TEST_F(OneInflatingThread, SameResultAndHandOver) {
+  ::setenv("BRACKWOOD_UNPACK_THREADS", "1", 1);
+  inflation = UnTar::Inflation::Indexed;
+  for (const char* damage : {"", "BAD_CRC_IN = 5; "}) {
+    std::filesystem::remove_all(dest);
+    std::filesystem::create_directory(dest);
+    buildArchive(std::string("MEMBERS = 1000; ") + damage + "file('a', noise(3000)); dir('d'); file('d/b', noise(9000))");
+    Outcome outcome = extract();
+    const bool damaged = *damage != '\0';
+    EXPECT_EQ(outcome.ok, !damaged) << damage;
+    EXPECT_EQ(outcome.used, damaged ? UnTar::Inflation::Streaming : UnTar::Inflation::Indexed) << damage;
+    EXPECT_EQ(describe(dest + "/a"), noise(3000)) << damage;
+    EXPECT_EQ(describe(dest + "/d/b"), damaged ? "(missing)" : noise(9000)) << damage;
+  }
+  ::unsetenv("BRACKWOOD_UNPACK_THREADS");
+}
+
 // The size to inflate into, from the gzip trailer: anything implausible is left to the stream.
 TEST(WholeBufferSize, TakesOnlyPlausibleSizesUpToTheLimit) {
   constexpr uint32_t kGiB = 1u << 30;
