@@ -10,7 +10,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <limits>
-#include <new>
 #include <system_error>
 
 #include "install/gz_tar_stream.h"
@@ -78,8 +77,10 @@ std::unique_ptr<IndexedTarStream> IndexedTarStream::open(int fd, unsigned thread
   std::unique_ptr<IndexedTarStream> stream(
       new IndexedTarStream(std::move(copy), std::move(archive), std::move(*members), threads));
   stream->slots_.resize(slotCount);
+  // In large pages, faulted in at once: page by page, the ring's first use costs more than
+  // a member's inflating.
   for (Slot& slot : stream->slots_) {
-    slot.bytes.reset(new (std::nothrow) char[largest]);
+    slot.bytes = platform::MappedMemory::zeroed(largest);
     if (!slot.bytes) return nullptr;
   }
   if (stream->inline_) return stream;
@@ -131,7 +132,7 @@ void IndexedTarStream::inflateMembers() {
     slot.member = member;
     slot.state = Slot::State::Inflating;
     lock.unlock();
-    bool intact = inflateInto(member, slot.bytes.get());
+    bool intact = inflateInto(member, slot.bytes.data());
     lock.lock();
     slot.state = intact ? Slot::State::Ready : Slot::State::Damaged;
     changed_.notify_all();
@@ -142,7 +143,7 @@ const IndexedTarStream::Slot* IndexedTarStream::waitFor(size_t member) {
   Slot& slot = slots_[member % slots_.size()];
   if (inline_) {
     slot.member = member;
-    slot.state = inflateInto(member, slot.bytes.get()) ? Slot::State::Ready : Slot::State::Damaged;
+    slot.state = inflateInto(member, slot.bytes.data()) ? Slot::State::Ready : Slot::State::Damaged;
     return &slot;
   }
   std::unique_lock<std::mutex> lock(mutex_);
@@ -198,7 +199,7 @@ long IndexedTarStream::read(size_t length, const char** data) {
   }
   const uint64_t inMember = position_ - members_[currentMember_].position;
   if (inMember + count <= members_[currentMember_].size) {
-    *data = current_->bytes.get() + inMember;
+    *data = current_->bytes.data() + inMember;
     position_ += count;
     return static_cast<long>(count);
   }
@@ -214,7 +215,7 @@ long IndexedTarStream::read(size_t length, const char** data) {
     const IndexedMember& m = members_[currentMember_];
     const uint64_t offset = position_ - m.position;
     const auto part = static_cast<size_t>(std::min<uint64_t>(count - got, m.size - offset));
-    std::memcpy(straddle_.data() + got, current_->bytes.get() + offset, part);
+    std::memcpy(straddle_.data() + got, current_->bytes.data() + offset, part);
     got += part;
     position_ += part;
   }

@@ -45,7 +45,7 @@ class IndexedTarStream final : public TarStream {
 
  private:
   struct Slot {
-    std::unique_ptr<char[]> bytes;
+    platform::MappedMemory bytes;
     size_t member = 0;
     enum class State { Free, Inflating, Ready, Damaged } state = State::Free;
   };
