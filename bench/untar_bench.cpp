@@ -1,26 +1,31 @@
 // Start-up cost of a bundled runtime archive: the whole launcher process on a bundle whose
-// app/jre.tar.gz is a real runtime image (extraction, a stand-in runtime library that returns
-// at once, and the removal of the extracted runtime at exit) against `bsdtar -xf` followed by
-// `rm -rf` of the same archive, pair by pair. Beside them, for the record: the extractor
-// alone with each way of inflating, and inflating alone with each. Every contestant is a
-// process of its own (this program re-executes itself as the extractor's driver) and every
-// run goes into a fresh directory.
+// app/jre.tar.gz is a real runtime (extraction, a stand-in runtime library that returns at
+// once, and the removal of the extracted runtime at exit) against `bsdtar -xf` followed by
+// `rm -rf` of the same archive. Two runtimes (a jlink image of java.base and java.desktop, and
+// the whole JDK), each packed twice: by `brackwood-bundle create` (indexed gzip members) and by
+// `tar -czf` (one member). The launcher runs with one inflating thread
+// (BRACKWOOD_UNPACK_THREADS=1) and with all; the three contestants of an archive take turns
+// going first, pair by pair. Then each launcher configuration once more with its anonymous
+// memory sampled, against its bound. Every run goes into a fresh directory.
 //
 // Usage: untar_bench [pairs] [jdk]
 #include <fcntl.h>
+#include <sys/wait.h>
 #include <unistd.h>
 #include <zlib.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "bench_util.h"
-#include "install/inflated_tar_stream.h"
 #include "install/untar.h"
 
 using namespace bwk::bench;
@@ -28,17 +33,17 @@ namespace stdfs = std::filesystem;
 
 namespace {
 
-// The settings that inflate fastest through gz* on this machine (the defaults are an 8 KiB
-// input buffer and whatever read size the caller picks).
 constexpr unsigned kGzBuffer = 256 * 1024;
 constexpr unsigned kGzRead = 128 * 1024;
-// The launcher's peak resident set may exceed the tar stream by this much.
-constexpr double kRssAllowanceMb = 32;
+// The bounds on the launcher's anonymous memory: indexed members take 64 MB and a member per
+// thread, one member archives the tar stream and 32 MB.
+constexpr double kIndexedAllowanceMb = 64;
+constexpr double kMemberMb = 4.0 * (1 << 20) / 1e6;
+constexpr double kWholeAllowanceMb = 32;
 
-// Inflates the whole archive through zlib's gz* functions and throws the bytes away; the
-// number of bytes, or -1.
-long long inflateStreaming(const char* archive) {
-  int fd = ::open(archive, O_RDONLY | O_CLOEXEC);
+// The length of the archive's tar stream (through zlib's gz*), or -1.
+long long tarLength(const std::string& archive) {
+  int fd = ::open(archive.c_str(), O_RDONLY | O_CLOEXEC);
   gzFile stream = fd >= 0 ? gzdopen(fd, "r") : nullptr;
   if (!stream) return -1;
   gzbuffer(stream, kGzBuffer);
@@ -50,62 +55,88 @@ long long inflateStreaming(const char* archive) {
   return ok ? total : -1;
 }
 
-// Inflates the archive into memory as the extractor does, and lets it go again.
-bool inflateWhole(const char* archive) {
-  int fd = ::open(archive, O_RDONLY | O_CLOEXEC);
-  bool ok = fd >= 0 && bwk::InflatedTarStream::inflate(fd) != nullptr;
-  if (fd >= 0) ::close(fd);
-  return ok;
+// Bytes of the archive's tar stream compressed as one gzip member at level 6, as the
+// archive writer compresses each of its members.
+long long oneMemberSize(const std::string& archive) {
+  gzFile in = gzopen(archive.c_str(), "r");
+  z_stream z{};
+  if (!in || deflateInit2(&z, 6, Z_DEFLATED, 31, 8, Z_DEFAULT_STRATEGY) != Z_OK) return -1;
+  gzbuffer(in, kGzBuffer);
+  std::vector<unsigned char> input(kGzRead), output(kGzRead);
+  long long total = 0;
+  for (int flush = Z_NO_FLUSH; flush != Z_FINISH;) {
+    int n = gzread(in, input.data(), kGzRead);
+    flush = n <= 0 ? Z_FINISH : Z_NO_FLUSH;
+    z.next_in = input.data();
+    z.avail_in = n > 0 ? static_cast<unsigned>(n) : 0;
+    do {
+      z.next_out = output.data();
+      z.avail_out = kGzRead;
+      deflate(&z, flush);
+      total += kGzRead - z.avail_out;
+    } while (z.avail_out == 0);
+  }
+  deflateEnd(&z);
+  gzclose(in);
+  return total;
 }
 
 std::string selfPath() { return stdfs::read_symlink("/proc/self/exe").string(); }
 
-// Tool.app: the launcher, an Info.plist naming the runtime archive's tar size, the archive.
-std::string makeBundle(const std::string& dir, const std::string& archive, long long length) {
-  std::string app = dir + "/Tool.app";
+void runOrExit(const std::string& what, const std::string& command) {
+  if (shell(command) != 0) {
+    std::fprintf(stderr, "cannot %s\n", what.c_str());
+    std::exit(1);
+  }
+}
+
+// The runtime packed both ways, built once into the cache: <name>-create.tar.gz by the bundle
+// tool (from a directory laid out as Contents/Home with the stand-in launcher library) and
+// <name>-tar.tar.gz by tar -czf.
+struct Packed {
+  std::string create, tar;
+};
+Packed packBothWays(const std::string& cache, const std::string& name, const std::string& fillStage) {
+  Packed packed{cache + "/" + name + "-create.tar.gz", cache + "/" + name + "-tar.tar.gz"};
+  if (::access(packed.create.c_str(), R_OK) == 0 && ::access(packed.tar.c_str(), R_OK) == 0) return packed;
+  std::string stage = cache + "/" + name + "-stage", out = cache + "/" + name + "-out";
+  runOrExit("stage " + name, "set -e; rm -rf '" + stage + "' '" + out + "'; mkdir -p '" + stage + "/Contents'; " + fillStage +
+                                 "; cp '" BWK_BENCH_FAKE_JLI "' '" + stage + "/Contents/Home/lib/libjli.so'");
+  // An empty zip as the application's only jar.
+  std::ofstream(cache + "/empty.jar", std::ios::binary) << std::string("PK\5\6", 4) << std::string(18, '\0');
+  runOrExit("pack " + name + " with the bundle tool",
+            "'" BWK_BENCH_BUNDLE_TOOL "' create --name B --main-class M --jar '" + cache + "/empty.jar' --runtime '" + stage +
+                "' --runtime-as archive --output '" + out + "' > /dev/null 2>&1 && mv '" + out +
+                "/B.app/Contents/Resources/app/jre.tar.gz' '" + packed.create + "'");
+  runOrExit("pack " + name + " with tar", "tar -C '" + stage + "' -czf '" + packed.tar + "' Contents");
+  runOrExit("clean up", "rm -rf '" + stage + "' '" + out + "'");
+  return packed;
+}
+
+// A bundle with the launcher, the archive and an Info.plist naming its tar length.
+std::string makeArchiveBundle(const std::string& dir, const std::string& archive, long long length) {
   std::string info = "<?xml version=\"1.0\"?><plist version=\"1.0\"><dict>"
                      "<key>CFBundleName</key><string>Tool</string>"
                      "<key>bwk.jreUncompressedSize</key><integer>" + std::to_string(length) + "</integer>"
                      "<key>JavaVM</key><dict><key>MainClass</key><string>M</string>"
                      "<key>SearchSequence</key><array/></dict></dict></plist>";
-  if (shell("set -e; mkdir -p '" + app + "/Contents/MacOS' '" + app + "/Contents/Resources/app'; cp '" BWK_BENCH_LAUNCHER
-            "' '" + app + "/Contents/MacOS/Tool'; cp '" + archive + "' '" + app +
-            "/Contents/Resources/app/jre.tar.gz'; printf '%s' '" + info + "' > '" + app + "/Contents/Info.plist'") != 0) {
-    std::fprintf(stderr, "cannot make the bundle in %s\n", dir.c_str());
-    std::exit(1);
-  }
-  return app;
+  std::string tool = makeBundle(dir, "Tool", BWK_BENCH_LAUNCHER, info);
+  runOrExit("copy the archive", "cp '" + archive + "' '" + dir + "/Tool.app/Contents/Resources/app/jre.tar.gz'");
+  return tool;
 }
 
-// The driver modes: one extraction, or one inflation, in a process of its own.
+// The driver mode: one extraction the way asked for, in a process of its own.
 int driver(int argc, char** argv) {
-  if (argc == 6 && std::strcmp(argv[1], "--extract") == 0) {
-    // Like the installation worker: a progress callback with the expected length.
-    bwk::ProgressCallback progress = [](double, const char*) {};
-    auto inflation = std::strcmp(argv[5], "whole") == 0 ? bwk::UnTar::Inflation::WholeBuffer
+  if (argc != 6 || std::strcmp(argv[1], "--extract") != 0) return -1;
+  bwk::ProgressCallback progress = [](double, const char*) {};
+  auto inflation = std::strcmp(argv[5], "indexed") == 0 ? bwk::UnTar::Inflation::Indexed
+                   : std::strcmp(argv[5], "whole") == 0 ? bwk::UnTar::Inflation::WholeBuffer
                                                         : bwk::UnTar::Inflation::Streaming;
-    bwk::UnTar::Inflation used;
-    bool ok = bwk::UnTar::untarWith(inflation, argv[2], argv[3], std::atoi(argv[4]), &progress, &used);
-    if (!ok) return 1;
-    return used == inflation ? 0 : 3;  // 3: the archive was not taken the way asked for
-  }
-  if (argc == 4 && std::strcmp(argv[1], "--inflate") == 0) {
-    bool whole = std::strcmp(argv[3], "whole") == 0;
-    return (whole ? inflateWhole(argv[2]) : inflateStreaming(argv[2]) >= 0) ? 0 : 1;
-  }
-  return -1;
+  bwk::UnTar::Inflation used;
+  bool ok = bwk::UnTar::untarWith(inflation, argv[2], argv[3], std::atoi(argv[4]), &progress, &used);
+  if (!ok) return 1;
+  return used == inflation ? 0 : 3;  // 3: the archive was not taken the way asked for
 }
-
-struct Series {
-  std::vector<double> wall = {};
-  std::vector<double> cpu = {};
-  std::vector<long> rssKb = {};
-  void add(const Sample& s) {
-    wall.push_back(s.seconds);
-    cpu.push_back(s.cpuSeconds);
-    rssKb.push_back(s.maxRssKb);
-  }
-};
 
 Sample measureOrExit(const char* what, const std::vector<std::string>& argv, const std::vector<std::string>& env = {}) {
   Sample s = runMeasured(argv, "", env);
@@ -116,11 +147,33 @@ Sample measureOrExit(const char* what, const std::vector<std::string>& argv, con
   return s;
 }
 
+// Runs argv and samples its anonymous resident memory (RssAnon) every millisecond; the
+// largest value seen, in MB.
+double peakAnonymousMb(const std::vector<std::string>& argv, const std::vector<std::string>& env) {
+  pid_t pid = startProcess(argv, "", env);
+  std::string statusFile = "/proc/" + std::to_string(pid) + "/status";
+  long peakKb = 0;
+  for (int status; ::waitpid(pid, &status, WNOHANG) == 0;) {
+    std::ifstream in(statusFile);
+    for (std::string line; std::getline(in, line);)
+      if (line.rfind("RssAnon:", 0) == 0) peakKb = std::max(peakKb, std::atol(line.c_str() + 8));
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  return static_cast<double>(peakKb) * 1024 / 1e6;
+}
+
 std::vector<double> ratios(const std::vector<double>& a, const std::vector<double>& b) {
   std::vector<double> out;
   for (size_t i = 0; i < a.size(); ++i) out.push_back(a[i] / b[i]);
   return out;
 }
+
+struct Contest {
+  std::string title, archive, tool;
+  bool indexed;
+  long long length;
+  std::vector<double> oneThread = {}, allThreads = {}, reference = {};
+};
 
 }  // namespace
 
@@ -131,17 +184,16 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "usage: untar_bench [pairs] [jdk]\n");
     return 2;
   }
-  int pairs = argc > 1 ? std::atoi(argv[1]) : 21;
+  int pairs = argc > 1 ? std::atoi(argv[1]) : 15;
   std::string jdk = argc > 2 ? argv[2] : "/usr/lib/jvm/java-17-openjdk-amd64";
   std::string cache = BWK_UNTAR_BENCH_CACHE;
-  // Its launcher library is the stand-in, which returns at once.
-  std::string archive = jlinkRuntimeArchive(cache, jdk, "runtime-fake-jli.tar.gz", BWK_BENCH_FAKE_JLI);
-  std::string self = selfPath();
-  long long length = inflateStreaming(archive.c_str());
-  if (length < 0) {
-    std::fprintf(stderr, "cannot read %s\n", archive.c_str());
-    return 1;
-  }
+  runOrExit("make the cache", "mkdir -p '" + cache + "'");
+  const std::string jlinkStage = "'" + jdk + "/bin/jlink' --add-modules java.base,java.desktop --strip-debug "
+                                 "--no-header-files --no-man-pages --output \"$PWD/x\"";
+  Packed jlink = packBothWays(cache, "jlink",
+                              "cd '" + cache + "' && rm -rf x && " + jlinkStage + " && mv x jlink-stage/Contents/Home");
+  Packed whole = packBothWays(cache, "jdk", "cp -a '" + jdk + "/.' '" + cache + "/jdk-stage/Contents/Home'");
+
   std::string runs = cache + "/runs";
   stdfs::remove_all(runs);
   auto freshDirectory = [&](const std::string& name) {
@@ -150,80 +202,89 @@ int main(int argc, char** argv) {
     stdfs::create_directories(dir);
     return dir;
   };
-  std::string app = makeBundle(freshDirectory("bundle"), archive, length);
-  // The launcher unpacks into TMPDIR; no display, so no window.
+  std::string self = selfPath();
   std::string tmp = freshDirectory("tmp");
   std::vector<std::string> env{"PATH=/usr/bin:/bin", "HOME=" + runs, "TMPDIR=" + tmp, "LANG=C.UTF-8"};
-  std::vector<std::string> launcher{app + "/Contents/MacOS/Tool"};
+  std::vector<std::string> envOne = env;
+  envOne.push_back("BRACKWOOD_UNPACK_THREADS=1");
 
-  // The extractor must produce what bsdtar produces before its speed means anything, with
-  // either way of inflating, and the launcher must start and clean up; this also warms the
-  // page cache with the archive.
-  std::string theirs = freshDirectory("check-bsdtar");
-  measureOrExit("bsdtar", {"/usr/bin/bsdtar", "-xf", archive, "-C", theirs});
-  for (const char* how : {"whole", "stream"}) {
-    std::string mine = freshDirectory(std::string("check-") + how);
-    measureOrExit(how, {self, "--extract", archive, mine, std::to_string(length), how});
-    if (shell("diff -r --no-dereference '" + mine + "' '" + theirs + "' > /dev/null") != 0) {
-      std::fprintf(stderr, "the extractor's result (%s) differs from bsdtar's (see %s)\n", how, runs.c_str());
+  std::vector<Contest> contests;
+  for (auto [title, archive, indexed] : {std::tuple{"jlink image, by create", jlink.create, true},
+                                         std::tuple{"jlink image, by tar -czf", jlink.tar, false},
+                                         std::tuple{"whole JDK, by create", whole.create, true},
+                                         std::tuple{"whole JDK, by tar -czf", whole.tar, false}}) {
+    long long length = tarLength(archive);
+    if (length < 0) {
+      std::fprintf(stderr, "cannot read %s\n", archive.c_str());
       return 1;
     }
-    stdfs::remove_all(mine);
-  }
-  stdfs::remove_all(theirs);
-  measureOrExit("the launcher", launcher, env);
-  if (!stdfs::is_empty(tmp)) {
-    std::fprintf(stderr, "the launcher left its runtime in %s\n", tmp.c_str());
-    return 1;
+    std::string tool = makeArchiveBundle(freshDirectory("bundle-" + std::to_string(contests.size())), archive, length);
+    // The launcher's extraction must give what bsdtar gives, every way it takes, before its
+    // speed means anything; this also warms the page cache with the archive.
+    std::string theirs = freshDirectory("check-bsdtar");
+    measureOrExit("bsdtar", {"/usr/bin/bsdtar", "-xf", archive, "-C", theirs});
+    for (const char* how : {indexed ? "indexed" : "whole", "stream"}) {
+      std::string mine = freshDirectory(std::string("check-") + how);
+      measureOrExit(how, {self, "--extract", archive, mine, std::to_string(length), how});
+      if (shell("diff -r --no-dereference '" + mine + "' '" + theirs + "' > /dev/null") != 0) {
+        std::fprintf(stderr, "%s: the extractor's result (%s) differs from bsdtar's (see %s)\n", title, how, runs.c_str());
+        return 1;
+      }
+      stdfs::remove_all(mine);
+    }
+    stdfs::remove_all(theirs);
+    measureOrExit("the launcher", {tool}, env);
+    if (!stdfs::is_empty(tmp)) {
+      std::fprintf(stderr, "the launcher left its runtime in %s\n", tmp.c_str());
+      return 1;
+    }
+    contests.push_back({title, archive, tool, indexed, length});
   }
 
-  Series start, reference, whole, streaming, inflateWholeOnly, inflateStreamOnly;
   for (int pair = 0; pair < pairs; ++pair) {
-    // The two sides of a pair take turns going first.
-    for (int side = 0; side < 2; ++side) {
-      if ((side == 0) == (pair % 2 == 0)) {
-        start.add(measureOrExit("the launcher", launcher, env));
-      } else {
-        std::string dir = freshDirectory("bsdtar");
-        Sample extract = measureOrExit("bsdtar", {"/usr/bin/bsdtar", "-xf", archive, "-C", dir});
-        Sample remove = measureOrExit("rm", {"/bin/rm", "-rf", dir});
-        extract.seconds += remove.seconds;
-        extract.cpuSeconds += remove.cpuSeconds;
-        reference.add(extract);
+    for (Contest& c : contests) {
+      // The three contestants take turns going first.
+      for (int turn = 0; turn < 3; ++turn) {
+        switch ((turn + pair) % 3) {
+          case 0: c.oneThread.push_back(measureOrExit("the launcher", {c.tool}, envOne).seconds); break;
+          case 1: c.allThreads.push_back(measureOrExit("the launcher", {c.tool}, env).seconds); break;
+          default: {
+            std::string dir = freshDirectory("bsdtar");
+            Sample extract = measureOrExit("bsdtar", {"/usr/bin/bsdtar", "-xf", c.archive, "-C", dir});
+            Sample remove = measureOrExit("rm", {"/bin/rm", "-rf", dir});
+            c.reference.push_back(extract.seconds + remove.seconds);
+          }
+        }
       }
     }
-    for (auto [series, how] : {std::pair{&whole, "whole"}, std::pair{&streaming, "stream"}}) {
-      std::string dir = freshDirectory("extract");
-      series->add(measureOrExit("the extractor", {self, "--extract", archive, dir, std::to_string(length), how}));
-      stdfs::remove_all(dir);
+  }
+
+  const unsigned threads = std::min(std::max(std::thread::hardware_concurrency(), 1u), 8u);
+  std::printf("%d interleaved rounds per archive, medians per run, process start included; all = %u threads\n", pairs,
+              threads);
+  std::printf("%-26s %8s %8s %9s %9s %9s %7s %7s %10s %10s %8s\n", "archive", "gzip MB", "tar MB", "1 thread", "all",
+              "bsdtar+rm", "ratio 1", "ratio all", "anon 1 MB", "anon all MB", "bound MB");
+  for (Contest& c : contests) {
+    double one = 0, all = 0;
+    for (int i = 0; i < 3; ++i) {
+      one = std::max(one, peakAnonymousMb({c.tool}, envOne));
+      all = std::max(all, peakAnonymousMb({c.tool}, env));
     }
-    inflateWholeOnly.add(measureOrExit("libdeflate", {self, "--inflate", archive, "whole"}));
-    inflateStreamOnly.add(measureOrExit("zlib", {self, "--inflate", archive, "stream"}));
+    const double tarMb = static_cast<double>(c.length) / 1e6;
+    const double bound = c.indexed ? kIndexedAllowanceMb + threads * kMemberMb : tarMb + kWholeAllowanceMb;
+    auto ms = [](const std::vector<double>& v) { return median(v) * 1e3; };
+    std::printf("%-26s %8.1f %8.1f %6.1f ms %6.1f ms %6.1f ms %7.3f %9.3f %10.1f %11.1f %8.1f\n", c.title.c_str(),
+                static_cast<double>(stdfs::file_size(c.archive)) / 1e6, tarMb, ms(c.oneThread), ms(c.allThreads),
+                ms(c.reference), median(ratios(c.oneThread, c.reference)), median(ratios(c.allThreads, c.reference)), one,
+                all, bound);
+  }
+  for (const Contest& c : contests) {
+    if (!c.indexed) continue;
+    long long single = oneMemberSize(c.archive);
+    std::printf("%s: %lld bytes in indexed members, %lld as one member at the same level (%+.2f %%)\n", c.title.c_str(),
+                static_cast<long long>(stdfs::file_size(c.archive)), single,
+                (static_cast<double>(stdfs::file_size(c.archive)) / static_cast<double>(single) - 1) * 100);
   }
   stdfs::remove_all(runs);
-
-  double megabytes = static_cast<double>(length) / 1e6;
-  auto ms = [](const std::vector<double>& v) { return median(v) * 1e3; };
-  std::printf("runtime archive %s: %.1f MB compressed, %.1f MB tar stream\n", archive.c_str(),
-              static_cast<double>(stdfs::file_size(archive)) / 1e6, megabytes);
-  std::printf("%d interleaved pairs; medians per run, process start included:\n", pairs);
-  std::printf("  %-58s %9s %9s\n", "", "wall", "CPU");
-  auto row = [&](const char* name, const Series& s) {
-    std::printf("  %-58s %6.1f ms %6.1f ms\n", name, ms(s.wall), ms(s.cpu));
-  };
-  row("launcher start, runtime extracted and removed at exit", start);
-  row("bsdtar -xf, then rm -rf", reference);
-  row("extraction alone, inflated in one piece (libdeflate)", whole);
-  row("extraction alone, streamed (zlib gz*)", streaming);
-  row("inflating alone in one piece (libdeflate), the method used", inflateWholeOnly);
-  row("inflating alone, streamed (zlib gz*)", inflateStreamOnly);
-  std::printf("median of per-pair ratios launcher / (bsdtar + rm): %.3f (wall), %.3f (CPU)\n",
-              median(ratios(start.wall, reference.wall)), median(ratios(start.cpu, reference.cpu)));
-  std::printf("median of per-round ratios, in one piece / streamed: extraction %.3f, inflating %.3f\n",
-              median(ratios(whole.wall, streaming.wall)), median(ratios(inflateWholeOnly.wall, inflateStreamOnly.wall)));
-  long peakKb = *std::max_element(start.rssKb.begin(), start.rssKb.end());
-  std::printf("launcher peak RSS: %.1f MB at most (bound: tar stream + %.0f MB = %.1f MB); bsdtar %.1f MB\n",
-              static_cast<double>(peakKb) * 1024 / 1e6, kRssAllowanceMb, megabytes + kRssAllowanceMb,
-              static_cast<double>(*std::max_element(reference.rssKb.begin(), reference.rssKb.end())) * 1024 / 1e6);
   return 0;
 }

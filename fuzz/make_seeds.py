@@ -95,3 +95,6 @@ write("untar", "hostile.tar", tar_bytes([
     ("jre/up/escaped.txt", "file", b"no\n"),
     ("ok.txt", "file", b"yes\n"),
 ], tarfile.USTAR_FORMAT))
+# Its first bytes are also read as the count and entries of a hostile index: 2^32 members.
+write("untar", "index_count_2_32.bin", (1 << 32).to_bytes(8, "little") + (20).to_bytes(4, "little") * 4 +
+      tar_bytes([("a.txt", "file", b"a\n")], tarfile.USTAR_FORMAT))

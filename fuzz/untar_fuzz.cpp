@@ -1,7 +1,10 @@
-// Any bytes as the tar stream of a runtime archive: compressed with gzip, then extracted
-// twice into fresh directories, inflated in one piece and streamed. Whatever the headers
-// say, nothing may appear beside the destinations, and both ways must give the same result
-// and the same tree.
+// Any bytes as the tar stream of a runtime archive, compressed three ways: one gzip member
+// (extracted inflated in one piece, with the indexed way asked for, and streamed), indexed
+// gzip members of a size taken from the input (in parallel and streamed), and the same
+// members behind an index whose count and entries are the input's first bytes (hostile:
+// overlapping members, lengths past the end, counts such as 2^32). Whatever the headers and
+// the index say, nothing may appear beside the destinations, and every way must give the
+// result and the tree that streaming gives.
 #include <sys/stat.h>
 #include <zlib.h>
 
@@ -14,6 +17,7 @@
 #include <vector>
 
 #include "base/fs.h"
+#include "install/archive_index.h"
 #include "install/untar.h"
 #include "scratch_dir.h"
 
@@ -32,6 +36,39 @@ bool writeCompressed(const std::string& path, const uint8_t* data, size_t size) 
   if (!out) return false;
   bool ok = size == 0 || gzwrite(out, data, static_cast<unsigned>(size)) == static_cast<int>(size);
   return gzclose(out) == Z_OK && ok;
+}
+
+// The tar stream in gzip members of `memberSize` bytes, and an index member: the true one, or
+// one whose payload after the version byte is `hostile`.
+bool writeMembers(const std::string& path, const uint8_t* data, size_t size, size_t memberSize, const std::string* hostile) {
+  std::string out;
+  std::vector<std::pair<uint32_t, uint32_t>> members;
+  for (size_t at = 0; at < size || members.empty(); at += memberSize) {
+    size_t part = std::min(memberSize, size - at);
+    z_stream z{};
+    if (deflateInit2(&z, 1, Z_DEFLATED, 31, 8, Z_DEFAULT_STRATEGY) != Z_OK) return false;
+    std::string member(deflateBound(&z, part) + 32, '\0');
+    z.next_in = const_cast<Bytef*>(data + at);
+    z.avail_in = static_cast<uInt>(part);
+    z.next_out = reinterpret_cast<Bytef*>(member.data());
+    z.avail_out = static_cast<uInt>(member.size());
+    bool done = deflate(&z, Z_FINISH) == Z_STREAM_END;
+    member.resize(z.total_out);
+    deflateEnd(&z);
+    if (!done) return false;
+    out += member;
+    members.emplace_back(static_cast<uint32_t>(member.size()), static_cast<uint32_t>(part));
+  }
+  std::string index = bwk::encodeArchiveIndex(members);
+  if (hostile && !index.empty()) {
+    // The same envelope around the input's bytes: 12 bytes of header and XLEN, 4 of field head.
+    std::string payload = "\1" + *hostile;
+    const size_t xlen = 4 + payload.size() + 6;
+    auto le16 = [](size_t v) { return std::string{static_cast<char>(v & 0xff), static_cast<char>(v >> 8 & 0xff)}; };
+    index = index.substr(0, 10) + le16(xlen) + "Bk" + le16(payload.size()) + payload + "Be" + le16(2) + le16(xlen) +
+            index.substr(index.size() - 10);
+  }
+  return bwk::fs::writeFile(path, out + index);
 }
 
 std::vector<std::string> sortedNames(const std::string& dir) {
@@ -87,5 +124,18 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   Result whole = extract(layout, bwk::UnTar::Inflation::WholeBuffer, length);
   Result streamed = extract(layout, bwk::UnTar::Inflation::Streaming, length);
   require(whole == streamed, "inflating in one piece and streaming gave different results");
+  require(extract(layout, bwk::UnTar::Inflation::Indexed, length) == streamed,
+          "an archive without an index gave a different result with the indexed way asked for");
+
+  // Members of 512 to 4095 bytes, so that headers and files straddle them.
+  const size_t memberSize = 512 + (size > 0 ? data[size - 1] : 0) * 14;
+  for (bool hostileIndex : {false, true}) {
+    std::string hostile(reinterpret_cast<const char*>(data), std::min<size_t>(size, 8 + 8 * 16));
+    require(writeMembers(layout.archive, data, size, memberSize, hostileIndex ? &hostile : nullptr),
+            "cannot write the archive");
+    Result members = extract(layout, bwk::UnTar::Inflation::Streaming, length);
+    require(extract(layout, bwk::UnTar::Inflation::Indexed, length) == members,
+            hostileIndex ? "a hostile index changed the result" : "inflating indexed members gave a different result");
+  }
   return 0;
 }

@@ -2,6 +2,8 @@
 // hands it to the launcher, launches and ends the process with the launch's status.
 #include "install/app_delegate.h"
 
+#include <pthread.h>
+
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
@@ -36,20 +38,32 @@ void on_exit_cleanup() {
 // A termination signal that came while the runtime was being installed; 0 when none. The
 // handler can only leave it here, and the worker looks at it at every progress report.
 volatile std::sig_atomic_t pendingSignal = 0;
+// The thread that installs; set before the handlers are, read only by them.
+pthread_t installingThread;
 
-void notePendingSignal(int signal) { pendingSignal = signal; }
+// The signal may have gone to another thread (the window's): it is passed on to the
+// installing thread too, so that a read it waits in (a stalled pipe or network file system)
+// is interrupted instead of holding the start until data comes.
+void notePendingSignal(int signal) {
+  pendingSignal = signal;
+  if (!pthread_equal(pthread_self(), installingThread)) pthread_kill(installingThread, signal);
+}
 
 // While the runtime is installed, SIGINT, SIGTERM and SIGHUP do not end the process at once:
-// the worker stops at its next progress report, removes the temporary directory and ends
-// with the signal's status. Signals the process ignores stay ignored.
+// the worker stops at its next progress report, or as soon as a read is interrupted, removes
+// the temporary directory and ends with the signal's status. Signals the process ignores stay
+// ignored.
 class InstallationSignals {
  public:
   InstallationSignals() {
+    installingThread = pthread_self();
     for (size_t i = 0; i < kCount; ++i) {
       struct sigaction note {};
       note.sa_handler = notePendingSignal;
       sigemptyset(&note.sa_mask);
-      note.sa_flags = SA_RESTART;
+      // Without SA_RESTART: a read waiting for data ends with EINTR and extraction asks the
+      // progress callback, which sees the signal.
+      note.sa_flags = 0;
       ::sigaction(kSignals[i], nullptr, &previous_[i]);
       if (previous_[i].sa_handler != SIG_IGN) ::sigaction(kSignals[i], &note, nullptr);
     }

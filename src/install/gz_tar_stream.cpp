@@ -3,6 +3,7 @@
 #include <fcntl.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <limits>
 
 namespace bwk {
@@ -27,7 +28,12 @@ std::unique_ptr<GzTarStream> GzTarStream::open(int fd) {
 
 long GzTarStream::read(size_t length, const char** data) {
   *data = buffer_;
-  return gzread(stream_.get(), buffer_, static_cast<unsigned>(std::min(length, kPieceSize)));
+  errno = 0;
+  int n = gzread(stream_.get(), buffer_, static_cast<unsigned>(std::min(length, kPieceSize)));
+  // zlib gives up on a read that a signal interrupted, and keeps the error.
+  int code = Z_OK;
+  interrupted_ = n < 0 && errno == EINTR && (gzerror(stream_.get(), &code), code == Z_ERRNO);
+  return n;
 }
 
 // A relative seek that only ever moves forward. A length above the signed offset range

@@ -20,6 +20,7 @@ class GzTarStream final : public TarStream {
   uint64_t position() const override;
   bool pastEnd() const override;
   size_t pieceSize() const override { return kPieceSize; }
+  bool interrupted() const override { return interrupted_; }
   bool close() override;
 
  private:
@@ -27,6 +28,7 @@ class GzTarStream final : public TarStream {
 
   static constexpr size_t kPieceSize = 32768;
   UniqueGz stream_;
+  bool interrupted_ = false;
   char buffer_[kPieceSize];
 };
 

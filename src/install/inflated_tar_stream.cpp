@@ -29,7 +29,7 @@ uint32_t littleEndian32(const char* bytes) {
 }  // namespace
 
 std::optional<size_t> wholeBufferSize(uint64_t fileSize, uint32_t trailerSize) {
-  if (fileSize <= kGzipOverhead || fileSize > kWholeBufferArchiveLimit) return std::nullopt;
+  if (fileSize <= kGzipOverhead) return std::nullopt;
   if (trailerSize == 0 || trailerSize > kWholeBufferLimit) return std::nullopt;
   if (trailerSize / kDeflateMaxRatio > fileSize - kGzipOverhead) return std::nullopt;
   return static_cast<size_t>(trailerSize);

@@ -12,17 +12,15 @@
 
 namespace bwk {
 
-// Above this the archive is read as a stream, whatever memory there is.
+// Above this the archive is read as a stream, whatever memory there is. The archive itself
+// is mapped from the file (page cache, not memory of the process's own), so only the tar
+// stream counts, and it is given back as its files are written.
 constexpr uint64_t kWholeBufferLimit = uint64_t{1} << 30;
-// While it is inflated, the archive is in memory beside the whole tar stream. Extraction may
-// take the tar stream's size and 32 MiB; an archive larger than this is read as a stream so
-// that it never takes more.
-constexpr uint64_t kWholeBufferArchiveLimit = uint64_t{28} << 20;
 
 // The size to inflate a gzip file of `fileSize` bytes into, given the size its trailer
 // announces (the last four bytes, the length modulo 2^32): nothing when the file is too short
-// to be gzip or larger than kWholeBufferArchiveLimit, the size is 0 or above
-// kWholeBufferLimit, or more than deflate can make of the file's bytes.
+// to be gzip, the size is 0 or above kWholeBufferLimit, or more than deflate can make of the
+// file's bytes.
 std::optional<size_t> wholeBufferSize(uint64_t fileSize, uint32_t trailerSize);
 
 class InflatedTarStream final : public TarStream {

@@ -23,6 +23,8 @@ class TarStream {
   virtual bool pastEnd() const = 0;
   // The most that one read() hands out; reads of file data ask for this much.
   virtual size_t pieceSize() const = 0;
+  // True when the last read failed because a signal interrupted the wait for input.
+  virtual bool interrupted() const { return false; }
   // Ends reading. False when the stream turned out to be cut short or damaged.
   virtual bool close() = 0;
 };

@@ -18,6 +18,7 @@
 #include "base/log.h"
 #include "base/strings.h"
 #include "install/gz_tar_stream.h"
+#include "install/indexed_tar_stream.h"
 #include "install/inflated_tar_stream.h"
 #include "install/tar_destination.h"
 #include "install/unique_handles.h"
@@ -82,6 +83,11 @@ class Progress {
     return static_cast<double>(static_cast<float>(position) / total_ * 100.0f);
   }
   void report(double percent) const { (*callback_)(percent, nullptr); }
+  // A signal interrupted a read: the callback gets to see it (and may end the extraction)
+  // before the read counts as failed.
+  void interrupted(uint64_t position) const {
+    if (hasCallback(callback_)) (*callback_)(enabled_ ? percentAt(position) : 0.0, nullptr);
+  }
 
  private:
   const ProgressCallback* callback_;
@@ -135,6 +141,9 @@ class EntryReader {
   bool extractEntry(char typeflag, const char* header, const std::string& full, uint64_t size);
   bool extractFile(const std::string& path, uint64_t length, uint64_t permissions);
   void createLink(const char* header, const std::string& full);
+  void checkInterrupted() const {
+    if (stream_.interrupted()) progress_.interrupted(stream_.position());
+  }
 
   TarStream& stream_;
   TarDestination destination_;
@@ -167,6 +176,7 @@ EntryReader::Step EntryReader::readEntry() {
     }
     const char* read = nullptr;
     if (stream_.read(kHeaderRead, &read) != static_cast<long>(kHeaderRead)) {
+      checkInterrupted();
       BWK_SYSLOG("%s [Line %d] ERROR: gzread failed");
       return Step::Failed;
     }
@@ -206,7 +216,10 @@ bool EntryReader::readExactly(char* into, size_t length) {
   for (size_t got = 0; got < length;) {
     const char* data = nullptr;
     long n = stream_.read(length - got, &data);
-    if (n <= 0) return false;
+    if (n <= 0) {
+      checkInterrupted();
+      return false;
+    }
     std::memcpy(into + got, data, static_cast<size_t>(n));
     got += static_cast<size_t>(n);
   }
@@ -313,6 +326,10 @@ bool EntryReader::extractFile(const std::string& path, uint64_t length, uint64_t
     if (n <= 0 || std::fwrite(data, 1, static_cast<size_t>(n), file.get()) != static_cast<size_t>(n) ||
         std::ferror(file.get())) {
       if (n > 0 && isDestinationFailure(errno)) destinationError_ = errno;
+      if (n < 0) {
+        ::unlink(path.c_str());
+        checkInterrupted();
+      }
       BWK_SYSLOG("%s [Line %d] ERROR: stream error");
       // A file cut short by a damaged archive is worse than none: a truncated library
       // crashes the process that maps it.
@@ -376,7 +393,7 @@ uint64_t parseOctal(const char* bytes, int length) {
 
 bool UnTar::untar(const std::string& archive, const std::string& destination, int32_t uncompressedLength,
                   const ProgressCallback* progress, int* destinationError) {
-  return untarWith(Inflation::WholeBuffer, archive, destination, uncompressedLength, progress, nullptr,
+  return untarWith(Inflation::Indexed, archive, destination, uncompressedLength, progress, nullptr,
                    destinationError);
 }
 
@@ -392,11 +409,22 @@ bool UnTar::untarWith(Inflation inflation, const std::string& archive, const std
   }
   if (hasCallback(progress)) (*progress)(0.0, destination.c_str());
 
-  // Whatever the whole-buffer inflate does not take, the stream reads from the start.
+  // Whatever a faster way does not take, the next one reads from the start.
   std::unique_ptr<TarStream> stream;
-  if (inflation == Inflation::WholeBuffer) stream = InflatedTarStream::inflate(handle.get());
-  if (used) *used = stream ? Inflation::WholeBuffer : Inflation::Streaming;
+  IndexedTarStream* indexed = nullptr;
+  Inflation way = Inflation::Streaming;
+  if (inflation == Inflation::Indexed) {
+    auto members = IndexedTarStream::open(handle.get(), inflatingThreads());
+    indexed = members.get();
+    stream = std::move(members);
+    if (stream) way = Inflation::Indexed;
+  }
+  if (!stream && inflation != Inflation::Streaming) {
+    stream = InflatedTarStream::inflate(handle.get());
+    if (stream) way = Inflation::WholeBuffer;
+  }
   if (!stream) stream = GzTarStream::open(handle.get());
+  if (used) *used = way;
   if (!stream) {
     BWK_SYSLOG("%s [Line %d] error opening gzip file");
     return false;
@@ -405,6 +433,9 @@ bool UnTar::untarWith(Inflation inflation, const std::string& archive, const std
   Progress percentages(progress, uncompressedLength);
   EntryReader reader(*stream, destination, percentages);
   bool ok = reader.readAll();
+  // A damaged member handed the rest over to the stream.
+  if (indexed && indexed->handedOver()) way = Inflation::Streaming;
+  if (used) *used = way;
   if (destinationError) *destinationError = reader.destinationError();
   if (!stream->close()) ok = false;
   // The inflated archive goes back to the system before anything else runs.

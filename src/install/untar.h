@@ -11,9 +11,11 @@ uint64_t parseOctal(const char* bytes, int length);
 
 class UnTar {
  public:
-  // How the archive is inflated. WholeBuffer inflates it into memory in one piece where the
-  // archive allows it and streams otherwise; Streaming always streams.
-  enum class Inflation { WholeBuffer, Streaming };
+  // How the archive is inflated, the fastest way first. Indexed inflates the members of an
+  // archive that carries an index on several threads; WholeBuffer inflates one gzip member
+  // into memory in one piece; Streaming reads any archive through zlib. Each way takes what
+  // it can and leaves the rest to the ways after it.
+  enum class Inflation { Indexed, WholeBuffer, Streaming };
 
   // Extracts `archive` into the existing directory `destination`. `uncompressedLength` is
   // the expected size of the tar stream, used only for percentages. True on success.

@@ -115,6 +115,24 @@ TEST_F(Reliability, UnpackingPackedJars) {
   }
 }
 
+// An archive that stops coming (here a pipe whose writer stalls after a few bytes): a
+// termination signal ends the start while the writer still waits, with the signal's status
+// and without the temporary directory.
+TEST_F(Reliability, SignalsEndAStartWaitingForItsArchive) {
+  std::string app = bundleWithArchive();
+  std::string archive = app + "/Contents/Resources/app/jre.tar.gz";
+  ASSERT_EQ(shell("mv " + archive + " " + tmp / "real.tgz && mkfifo " + archive).status, 0);
+  for (int signal : {SIGTERM, SIGHUP}) {
+    std::string script = "(head -c 600 " + tmp / "real.tgz" + "; exec sleep 20) > " + archive + " 2>/dev/null & writer=$!\n" +
+                         app + "/Contents/MacOS/Tool & tool=$!\n"
+                         "sleep 1; kill -" + std::to_string(signal) + " $tool; wait $tool; echo $?\n"
+                         "kill -0 $writer && echo still-waiting; kill $writer";
+    RunResult r = run({"/bin/sh", "-c", script}, env(), cwd);
+    EXPECT_EQ(r.out, std::to_string(128 + signal) + "\nstill-waiting\n") << r.err;
+    EXPECT_EQ(left(temp), std::vector<std::string>{}) << signal;
+  }
+}
+
 TEST_F(Reliability, ConcurrentStartsEachUseTheirOwnDirectory) {
   std::string app = bundleWithArchive();
   std::string tool = tmp / "tool";

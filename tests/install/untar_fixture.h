@@ -15,13 +15,15 @@
 namespace bwk::test {
 
 // file(), dir(), link(), hardlink(), special(), raw() and longname() add entries; file()
-// prints "<data offset> <size>". The GZ_* knobs damage the gzip stream.
+// prints "<data offset> <size>". The GZ_* knobs damage the gzip stream; MEMBERS cuts it into gzip
+// members of that many tar bytes (INDEXED adds their index), BAD_CRC_IN spoils one member's CRC-32.
 inline const char* kArchivePrelude = R"PY(
-import io, random, sys, tarfile, zlib
+import io, random, struct, sys, tarfile, zlib
 OUT, ROOT = sys.argv[1], sys.argv[2]
 _buf = io.BytesIO()
 tf = tarfile.open(fileobj=_buf, mode='w', format=tarfile.GNU_FORMAT)
 END, PLAIN, GZ_DROP, GZ_BAD_AT, GZ_SPLIT_AT, GZ_TRAILING, GZ_SIZE = True, False, 0, None, None, b'', None
+INDEXED, MEMBERS, BAD_CRC_IN = False, None, None
 def _pad(n): return b'\0' * (-n % 512)
 def _add(name, kind, size=0, mode=0o644, link='', data=b''):
     ti = tarfile.TarInfo(name)
@@ -57,6 +59,17 @@ bad = gz(b'')[:10] + b'\x07' + b'\0' * 64  # a deflate block of an invalid type
 if PLAIN: out = data
 elif GZ_BAD_AT is not None: out = (gz(data[:GZ_BAD_AT]) if GZ_BAD_AT else b'') + bad
 elif GZ_SPLIT_AT is not None: out = gz(data[:GZ_SPLIT_AT]) + gz(data[GZ_SPLIT_AT:])
+elif MEMBERS or INDEXED:
+    step = MEMBERS or max(700, len(data) // 4000)  # small, within what one index lists
+    parts = [data[i:i + step] for i in range(0, len(data), step)] or [b'']
+    ms = [bytearray(gz(p)) for p in parts]
+    if BAD_CRC_IN is not None: ms[BAD_CRC_IN][-8] ^= 1
+    out = b''.join(ms)
+    if INDEXED:
+        payload = b'\1' + struct.pack('<Q', len(ms)) + b''.join(struct.pack('<II', len(m), len(p)) for m, p in zip(ms, parts))
+        xlen = 4 + len(payload) + 6
+        out += (b'\x1f\x8b\x08\x04\0\0\0\0\0\xff' + struct.pack('<H', xlen) + b'Bk' + struct.pack('<H', len(payload)) +
+                payload + b'Be\x02\0' + struct.pack('<H', xlen) + b'\x03\0' + b'\0' * 8)
 else: out = gz(data)
 if GZ_SIZE is not None: out = out[:-4] + GZ_SIZE.to_bytes(4, 'little')
 open(OUT, 'wb').write(out[:len(out) - GZ_DROP] + GZ_TRAILING)
@@ -92,9 +105,12 @@ class UntarFixture : public ::testing::Test {
     std::filesystem::create_directory(dest);
   }
 
-  // Writes the archive from a script body; returns what the script printed.
+  // Writes the archive from a script body; returns what the script printed. For the indexed
+  // way of inflating, an archive that is not damaged on purpose comes in indexed members.
   std::string buildArchive(const std::string& body) {
-    writeFile(scripts / "build.py", std::string(kArchivePrelude) + body + "\n" + kArchiveEpilogue);
+    bool plain = body.find("GZ_") != std::string::npos || body.find("PLAIN") != std::string::npos;
+    std::string indexed = inflation == UnTar::Inflation::Indexed && !plain ? "INDEXED = True\n" : "";
+    writeFile(scripts / "build.py", std::string(kArchivePrelude) + indexed + body + "\n" + kArchiveEpilogue);
     RunResult r = run({"/usr/bin/python3", scripts / "build.py", archive, root});
     EXPECT_EQ(r.status, 0) << r.err;
     return r.out;
@@ -122,7 +138,10 @@ class UntarFixture : public ::testing::Test {
   UnTar::Inflation inflation = UnTar::Inflation::WholeBuffer;
 };
 
-inline const std::vector<UnTar::Inflation> kInflations{UnTar::Inflation::WholeBuffer, UnTar::Inflation::Streaming};
-inline std::string inflationName(UnTar::Inflation i) { return i == UnTar::Inflation::WholeBuffer ? "WholeBuffer" : "Streaming"; }
+inline const std::vector<UnTar::Inflation> kInflations{UnTar::Inflation::Indexed, UnTar::Inflation::WholeBuffer,
+                                                       UnTar::Inflation::Streaming};
+inline std::string inflationName(UnTar::Inflation i) {
+  return i == UnTar::Inflation::Indexed ? "Indexed" : i == UnTar::Inflation::WholeBuffer ? "WholeBuffer" : "Streaming";
+}
 
 }  // namespace bwk::test

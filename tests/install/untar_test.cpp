@@ -37,6 +37,12 @@ std::string big() {  // bytes(range(251)) * 12240
   return s;
 }
 
+std::string noise(size_t n) {  // random.Random(1).randbytes(n), as the archive scripts make it
+  RunResult r = run({"/usr/bin/python3", "-c", "import random,sys; sys.stdout.buffer.write(random.Random(1).randbytes(" +
+                                                   std::to_string(n) + "))"});
+  return r.out;
+}
+
 std::vector<ArchiveCase> archiveCases() {
   return {
       {"files_directories_links_and_modes",
@@ -135,6 +141,16 @@ std::vector<ArchiveCase> archiveCases() {
       {"gzip_with_bytes_after_it", "file('a', 'x'); GZ_TRAILING = b'not gzip' * 20", true, {}, {{"a", "x"}}},
       {"gzip_trailer_with_a_wrong_length", "file('a', noise(5000)); file('b', 'y'); GZ_SIZE = 123", false,
        {"ERROR: gzread failed"}, {}, {"a", "b"}},
+      // Members of 4096 tar bytes, the eleventh (inside 'big') with a wrong CRC-32: every way
+      // ends as the stream does, with what came before and without the file cut short.
+      {"member_with_a_wrong_crc",
+       "MEMBERS = 4096; BAD_CRC_IN = 10; file('a', 'first'); file('big', noise(200000)); file('c', 'after')", false,
+       {"ERROR: stream error", "ERROR: extract file failed"}, {{"a", "first"}}, {"big", "c"}},
+      {"member_with_a_wrong_crc_after_whole_files",
+       "MEMBERS = 1024; BAD_CRC_IN = 3; file('a', noise(1500)); file('b', 'x'); file('c', noise(3000))", false,
+       {"ERROR: gzread failed"}, {{"a", noise(1500)}, {"b", "x"}}, {"c"}},
+      {"members_of_one_block_each", "MEMBERS = 512; dir('d'); file('d/a', noise(5000)); link('d/l', 'a'); file('e')", true,
+       {}, {{"d/a", noise(5000)}, {"d/l", "->a"}, {"e", ""}}},
       {"not_an_archive", "PLAIN = True; _buf.write(noise(3000)); END = False", false, {"ERROR: no magic number"}},
       {"empty_file", "PLAIN = True; END = False", false, {"ERROR: gzread failed"}},
   };
@@ -167,9 +183,13 @@ TEST_P(ArchiveCaseTest, ExtractsExactlyWhatIsSafe) {
   Outcome outcome = extract();
 
   EXPECT_EQ(outcome.ok, c.ok);
-  // Only one intact gzip member is inflated in one piece.
-  bool damaged = text::contains(c.script, "GZ_") || text::contains(c.script, "PLAIN");
-  EXPECT_EQ(outcome.used, damaged ? UnTar::Inflation::Streaming : inflation);
+  // Only one intact gzip member is inflated in one piece, and only intact indexed members in
+  // parallel; a damaged member hands over to the stream.
+  bool damaged = text::contains(c.script, "GZ_") || text::contains(c.script, "PLAIN") || text::contains(c.script, "BAD_CRC");
+  bool members = text::contains(c.script, "MEMBERS");
+  UnTar::Inflation expectedWay =
+      damaged || (members && inflation == UnTar::Inflation::WholeBuffer) ? UnTar::Inflation::Streaming : inflation;
+  EXPECT_EQ(outcome.used, expectedWay);
   std::vector<std::string> expected;
   for (const std::string& m : c.messages) expected.push_back(expand(m));
   EXPECT_EQ(outcome.messages, expected);
@@ -190,6 +210,26 @@ INSTANTIATE_TEST_SUITE_P(Archives, ArchiveCaseTest,
                            return std::string(std::get<0>(test.param).name) + "_" + inflationName(std::get<1>(test.param));
                          });
 
+// With one thread the reading thread inflates each member itself: the same files, and a
+// damaged member hands over to the stream as with several.
+class OneInflatingThread : public UntarFixture {};
+TEST_F(OneInflatingThread, SameResultAndHandOver) {
+  ::setenv("BRACKWOOD_UNPACK_THREADS", "1", 1);
+  inflation = UnTar::Inflation::Indexed;
+  for (const char* damage : {"", "BAD_CRC_IN = 5; "}) {
+    std::filesystem::remove_all(dest);
+    std::filesystem::create_directory(dest);
+    buildArchive(std::string("MEMBERS = 1000; ") + damage + "file('a', noise(3000)); dir('d'); file('d/b', noise(9000))");
+    Outcome outcome = extract();
+    const bool damaged = *damage != '\0';
+    EXPECT_EQ(outcome.ok, !damaged) << damage;
+    EXPECT_EQ(outcome.used, damaged ? UnTar::Inflation::Streaming : UnTar::Inflation::Indexed) << damage;
+    EXPECT_EQ(describe(dest + "/a"), noise(3000)) << damage;
+    EXPECT_EQ(describe(dest + "/d/b"), damaged ? "(missing)" : noise(9000)) << damage;
+  }
+  ::unsetenv("BRACKWOOD_UNPACK_THREADS");
+}
+
 // The size to inflate into, from the gzip trailer: anything implausible is left to the stream.
 TEST(WholeBufferSize, TakesOnlyPlausibleSizesUpToTheLimit) {
   constexpr uint32_t kGiB = 1u << 30;
@@ -200,7 +240,7 @@ TEST(WholeBufferSize, TakesOnlyPlausibleSizesUpToTheLimit) {
       {1018, 1033032, std::nullopt},
       {18, 1, std::nullopt},  // too short for a gzip header and trailer
       {19, 1, 1},
-      {28u << 20, 80000000, 80000000},  // the largest archive inflated whole
+      {300u << 20, 900000000, 900000000},  // archives of any size: only the tar stream counts
   };
   for (const auto& [fileSize, trailer, expected] : cases)
     EXPECT_EQ(wholeBufferSize(fileSize, trailer), expected) << fileSize << " " << trailer;

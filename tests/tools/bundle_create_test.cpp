@@ -5,6 +5,7 @@
 
 #include "base/fs.h"
 #include "bundle_tool.h"
+#include "install/archive_index.h"
 #include "install/untar.h"
 #include "tar_writer.h"
 
@@ -90,6 +91,42 @@ TEST(TarGzWriter, FileShorterThanListed) {
   ASSERT_TRUE(writer.open(tmp / "a.tar.gz"));
   EXPECT_FALSE(writer.addFile("f", tmp / "f", 100, 0644, 0));
   EXPECT_TRUE(text::contains(writer.error(), "shorter than when it was listed")) << writer.error();
+}
+
+// Members of the chosen size and their index; every other reader sees one .tar.gz with the
+// same entries; the launcher takes the indexed way and gets the same files.
+TEST(TarGzWriter, IndexedMembersThatEveryReaderReads) {
+  TempDir tmp;
+  std::string big;
+  for (uint32_t x = 1; big.size() < 9u << 20; x = x * 1103515245u + 12345u) big.push_back(static_cast<char>(x >> 16));
+  writeFile(tmp / "big", big);
+  writeFile(tmp / "small", "small");
+  bundle::TarGzWriter writer;
+  ASSERT_TRUE(writer.open(tmp / "a.tar.gz"));
+  ASSERT_TRUE(writer.addDirectory("d", 0755, 0) && writer.addFile("d/big", tmp / "big", big.size(), 0644, 0) &&
+              writer.addFile("d/small", tmp / "small", 5, 0600, 0) && writer.addSymlink("d/l", "small", 0) && writer.finish());
+
+  std::string archive = readFile(tmp / "a.tar.gz");
+  auto members = readArchiveIndex(archive.data(), archive.size());
+  ASSERT_TRUE(members);
+  ASSERT_EQ(members->size(), 3u);
+  EXPECT_EQ((*members)[0].size, bundle::TarGzWriter::kMemberSize);
+  EXPECT_EQ((*members)[1].size, bundle::TarGzWriter::kMemberSize);
+  EXPECT_EQ((*members)[2].position + (*members)[2].size, writer.uncompressedSize());
+
+  const std::string expected = "d/\nd/big\nd/small\nd/l\n";
+  EXPECT_EQ(shell("gzip -t " + tmp / "a.tar.gz").status, 0);
+  EXPECT_EQ(shell("tar -tzf " + tmp / "a.tar.gz").out, expected);
+  EXPECT_EQ(shell("bsdtar -tf " + tmp / "a.tar.gz").out, expected);
+  EXPECT_EQ(run({"/usr/bin/python3", "-c", "import sys, tarfile\nfor m in tarfile.open(sys.argv[1]): print(m.name + ('/' if m.isdir() else ''))",
+                 tmp / "a.tar.gz"}).out, expected);
+
+  shell("mkdir " + tmp / "out");
+  UnTar::Inflation used = UnTar::Inflation::Streaming;
+  ASSERT_TRUE(UnTar::untarWith(UnTar::Inflation::Indexed, tmp / "a.tar.gz", tmp / "out", 0, nullptr, &used));
+  EXPECT_EQ(used, UnTar::Inflation::Indexed);
+  EXPECT_EQ(readFile(tmp / "out/d/big"), big);
+  EXPECT_EQ(readFile(tmp / "out/d/small"), "small");
 }
 
 }  // namespace

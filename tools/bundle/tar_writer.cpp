@@ -7,9 +7,11 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <utility>
 #include <vector>
 
 #include "base/strings.h"
+#include "install/archive_index.h"
 
 namespace bwk::bundle {
 
@@ -17,7 +19,7 @@ namespace {
 
 constexpr size_t kBlock = 512;
 constexpr size_t kNameField = 100;
-constexpr unsigned kGzBufferSize = 256 * 1024;
+constexpr size_t kOutputBufferSize = 256 * 1024;
 
 // An octal number in a field of `width` bytes: digits, then a NUL.
 bool putOctal(char* field, size_t width, uint64_t value) {
@@ -32,7 +34,8 @@ bool putOctal(char* field, size_t width, uint64_t value) {
 }  // namespace
 
 TarGzWriter::~TarGzWriter() {
-  if (gz_) gzclose(gz_);
+  if (deflating_) deflateEnd(&deflate_);
+  if (file_) std::fclose(file_);
 }
 
 bool TarGzWriter::fail(const std::string& reason) {
@@ -41,24 +44,55 @@ bool TarGzWriter::fail(const std::string& reason) {
 }
 
 bool TarGzWriter::open(const std::string& path) {
-  gz_ = gzopen(path.c_str(), "wb6");
-  if (!gz_) return fail(path + ": " + std::strerror(errno));
-  gzbuffer(gz_, kGzBufferSize);
+  file_ = std::fopen(path.c_str(), "wb");
+  if (!file_) return fail(path + ": " + std::strerror(errno));
+  // Level 6, and a gzip header and trailer around each member (window bits 15 + 16).
+  if (deflateInit2(&deflate_, 6, Z_DEFLATED, 15 + 16, 8, Z_DEFAULT_STRATEGY) != Z_OK)
+    return fail("compressing: out of memory");
+  deflating_ = true;
+  out_.resize(kOutputBufferSize);
   return true;
+}
+
+bool TarGzWriter::output(const void* data, size_t length) {
+  if (length > 0 && std::fwrite(data, 1, length, file_) != length) return fail(std::string("writing: ") + std::strerror(errno));
+  fileLength_ += length;
+  return true;
+}
+
+bool TarGzWriter::compress(const char* data, size_t length, int flush) {
+  deflate_.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(data));
+  deflate_.avail_in = static_cast<uInt>(length);
+  for (;;) {
+    deflate_.next_out = out_.data();
+    deflate_.avail_out = static_cast<uInt>(out_.size());
+    int status = deflate(&deflate_, flush);
+    if (status == Z_STREAM_ERROR) return fail("compressing: the archive could not be completed");
+    if (!output(out_.data(), out_.size() - deflate_.avail_out)) return false;
+    if (flush == Z_FINISH ? status == Z_STREAM_END : deflate_.avail_out != 0) return true;
+  }
+}
+
+// Ends the member being written with its trailer and starts the next from a fresh state.
+bool TarGzWriter::endMember() {
+  if (!compress(nullptr, 0, Z_FINISH)) return false;
+  members_.emplace_back(static_cast<uint32_t>(fileLength_ - memberStart_), inMember_);
+  memberStart_ = fileLength_;
+  inMember_ = 0;
+  return deflateReset(&deflate_) == Z_OK || fail("compressing: the archive could not be completed");
 }
 
 bool TarGzWriter::write(const void* data, size_t length) {
   if (!error_.empty()) return false;
   const char* bytes = static_cast<const char*>(data);
   while (length > 0) {
-    unsigned chunk = static_cast<unsigned>(std::min<size_t>(length, 1u << 30));
-    if (gzwrite(gz_, bytes, chunk) != static_cast<int>(chunk)) {
-      int code = 0;
-      return fail(std::string("compressing: ") + gzerror(gz_, &code));
-    }
-    bytes += chunk;
-    length -= chunk;
-    written_ += chunk;
+    size_t part = std::min<size_t>(length, kMemberSize - inMember_);
+    if (!compress(bytes, part, Z_NO_FLUSH)) return false;
+    inMember_ += static_cast<uint32_t>(part);
+    written_ += part;
+    bytes += part;
+    length -= part;
+    if (inMember_ == kMemberSize && !endMember()) return false;
   }
   return true;
 }
@@ -127,10 +161,14 @@ bool TarGzWriter::addFile(const std::string& name, const std::string& source, ui
 
 bool TarGzWriter::finish() {
   static const char kZeros[2 * kBlock] = {};
-  bool ok = write(kZeros, sizeof kZeros);
-  int status = gzclose(gz_);
-  gz_ = nullptr;
-  if (ok && status != Z_OK) return fail("compressing: the archive could not be completed");
+  bool ok = write(kZeros, sizeof kZeros) && (inMember_ == 0 || endMember());
+  // Without an index (more members than it can list) the archive is still read, as a stream.
+  if (ok) {
+    std::string index = encodeArchiveIndex(members_);
+    ok = output(index.data(), index.size());
+  }
+  std::FILE* file = std::exchange(file_, nullptr);
+  if (std::fclose(file) != 0 && ok) return fail(std::string("writing: ") + std::strerror(errno));
   return ok;
 }
 

@@ -3,8 +3,12 @@
 // memory for it.
 #include "platform/mapped_memory.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdint>
+#include <system_error>
+#include <thread>
+#include <vector>
 
 namespace bwk::platform {
 
@@ -37,8 +41,27 @@ MappedMemory MappedMemory::zeroed(size_t length) {
   // Without large pages (switched off, or none to be had) small ones do, only slower.
   ::madvise(memory.data(), size, MADV_HUGEPAGE);
 #ifdef MADV_POPULATE_WRITE
+  // Zeroing the fresh pages is a good part of the cost of a large buffer: it is done in
+  // large-page slices on as many threads as there are processors (at most 8).
+  const size_t pages = size / kLargePage;
+  const size_t threads = std::clamp<size_t>(std::thread::hardware_concurrency(), 1, std::min<size_t>(8, pages));
+  std::vector<int> errors(threads, 0);
+  auto populate = [&](size_t slice) {
+    const size_t first = pages * slice / threads, last = pages * (slice + 1) / threads;
+    if (::madvise(memory.data() + first * kLargePage, (last - first) * kLargePage, MADV_POPULATE_WRITE) != 0)
+      errors[slice] = errno;
+  };
+  std::vector<std::thread> helpers;
+  try {
+    for (size_t slice = 1; slice < threads; ++slice) helpers.emplace_back(populate, slice);
+  } catch (const std::system_error&) {
+    // Fewer helpers: the slices without one are populated as they are touched.
+  }
+  populate(0);
+  for (std::thread& helper : helpers) helper.join();
   // Kernels before 5.14 do not know it (EINVAL): their pages come as they are touched.
-  if (::madvise(memory.data(), size, MADV_POPULATE_WRITE) != 0 && errno != EINVAL) return {};
+  for (int error : errors)
+    if (error != 0 && error != EINVAL) return {};
 #endif
   return memory;
 }

@@ -1,0 +1,96 @@
+// The index of an archive in gzip members: read back as written, and ignored whenever it does
+// not describe the file exactly.
+#include <gtest/gtest.h>
+#include <zlib.h>
+
+#include <functional>
+
+#include "install/archive_index.h"
+
+namespace bwk::test {
+namespace {
+
+std::string gzipMember(const std::string& data) {
+  z_stream z{};
+  deflateInit2(&z, 6, Z_DEFLATED, 31, 8, Z_DEFAULT_STRATEGY);
+  std::string out(deflateBound(&z, data.size()) + 32, '\0');
+  z.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(data.data()));
+  z.avail_in = static_cast<uInt>(data.size());
+  z.next_out = reinterpret_cast<Bytef*>(out.data());
+  z.avail_out = static_cast<uInt>(out.size());
+  deflate(&z, Z_FINISH);
+  out.resize(z.total_out);
+  deflateEnd(&z);
+  return out;
+}
+
+void put32(std::string& s, size_t at, uint32_t v) {
+  for (int i = 0; i < 4; ++i) s[at + i] = static_cast<char>(v >> (8 * i) & 0xff);
+}
+
+// Three members and their index; `entries` is where the index's member list starts.
+struct Archive {
+  std::string bytes;
+  std::vector<std::string> members;
+  size_t entries = 0;
+  Archive() {
+    std::vector<std::pair<uint32_t, uint32_t>> list;
+    for (std::string data : {std::string(3000, 'a'), std::string("bcd"), std::string(70000, 'e')}) {
+      members.push_back(gzipMember(data));
+      list.emplace_back(static_cast<uint32_t>(members.back().size()), static_cast<uint32_t>(data.size()));
+      bytes += members.back();
+    }
+    entries = bytes.size() + 12 + 4 + 9;
+    bytes += encodeArchiveIndex(list);
+  }
+};
+
+TEST(ArchiveIndex, ReadsBackWhatWasWritten) {
+  Archive a;
+  auto members = readArchiveIndex(a.bytes.data(), a.bytes.size());
+  ASSERT_TRUE(members);
+  ASSERT_EQ(members->size(), 3u);
+  const uint64_t l0 = a.members[0].size(), l1 = a.members[1].size();
+  EXPECT_EQ((*members)[0].offset, 0u);
+  EXPECT_EQ((*members)[1].offset, l0);
+  EXPECT_EQ((*members)[2].offset, l0 + l1);
+  EXPECT_EQ((*members)[2].length, a.members[2].size());
+  EXPECT_EQ((*members)[1].position, 3000u);
+  EXPECT_EQ((*members)[2].position, 3003u);
+  EXPECT_EQ((*members)[2].size, 70000u);
+  EXPECT_TRUE(encodeArchiveIndex({}).empty());
+  EXPECT_TRUE(encodeArchiveIndex(std::vector<std::pair<uint32_t, uint32_t>>(kIndexedMemberMaxCount + 1, {20, 1})).empty());
+  EXPECT_FALSE(encodeArchiveIndex(std::vector<std::pair<uint32_t, uint32_t>>(kIndexedMemberMaxCount, {20, 1})).empty());
+}
+
+TEST(ArchiveIndex, AnIndexThatDoesNotFitTheFileIsIgnored) {
+  const std::vector<std::pair<const char*, std::function<void(Archive&)>>> cases = {
+      {"count 2^32", [](Archive& a) { a.bytes[a.entries - 4] = 1; }},
+      {"count 0", [](Archive& a) { a.bytes[a.entries - 8] = 0; }},
+      {"count one more than listed", [](Archive& a) { a.bytes[a.entries - 8] = 4; }},
+      {"version 2", [](Archive& a) { a.bytes[a.entries - 9] = 2; }},
+      {"overlapping members", [](Archive& a) {
+         put32(a.bytes, a.entries, static_cast<uint32_t>(a.members[0].size() + 8));
+         put32(a.bytes, a.entries + 8, static_cast<uint32_t>(a.members[1].size() - 8));
+       }},
+      {"a gap between members", [](Archive& a) { put32(a.bytes, a.entries + 8, static_cast<uint32_t>(a.members[1].size() - 1)); }},
+      {"a length past the end", [](Archive& a) { put32(a.bytes, a.entries + 16, 0xffffffffu); }},
+      {"a tar length the trailer does not state", [](Archive& a) { put32(a.bytes, a.entries + 4, 3001); }},
+      {"a member above the largest size", [](Archive& a) { put32(a.bytes, a.entries + 20, kIndexedMemberMaxSize + 1); }},
+      {"a member that is no gzip", [](Archive& a) { a.bytes[a.members[0].size()] = 0; }},
+      {"a byte more at the end", [](Archive& a) { a.bytes += '\0'; }},
+      {"a byte less at the start", [](Archive& a) { a.bytes.erase(0, 1); }},
+      {"cut inside the index", [](Archive& a) { a.bytes.erase(a.entries, 1); }},
+      {"no index", [](Archive& a) { a.bytes.resize(a.bytes.size() - 30); }},
+      {"the repeated length differs", [](Archive& a) { a.bytes[a.bytes.size() - 12] ^= 1; }},
+      {"the header's extra flag unset", [](Archive& a) { a.bytes[a.entries - 25 + 3] = 0; }},
+  };
+  for (const auto& [name, spoil] : cases) {
+    Archive a;
+    spoil(a);
+    EXPECT_FALSE(readArchiveIndex(a.bytes.data(), a.bytes.size())) << name;
+  }
+}
+
+}  // namespace
+}  // namespace bwk::test
