@@ -23,6 +23,10 @@ OptionalString replaceVariables(const OptionalString& input, const VariableScope
     s = text::replaceAll(std::move(s), "${launcher:sys.launcherDirectory}", *scope.paths.launcherDirInApp);
   s = text::replaceAll(std::move(s), "${launcher:sys.pathlistSeparator}", ":");
   s = text::replaceAll(std::move(s), "${launcher:sys.userHome}", platform::homeDirectory());
+  // Unknown, it stays in the text: a working directory made of it is then not found, and the
+  // start stays where it was started.
+  if (OptionalString caller = platform::startDirectory())
+    s = text::replaceAll(std::move(s), "${launcher:sys.callerDirectory}", *caller);
   s = text::replaceAll(std::move(s), "${launcher:sys.tempDir}", platform::temporaryDirectory());
   if (scope.runtimePath && s.find("${launcher:sys.jvmHome}") != std::string::npos) {
     std::string home = runtimeHome(*scope.runtimePath);

@@ -14,6 +14,10 @@ namespace bwk::platform {
 std::string homeDirectory();
 // TMPDIR when set and not empty, else "/tmp/"; always with a trailing "/".
 std::string temporaryDirectory();
+// The current directory the process was started in, read before anything could change it:
+// the shell's directory, or whatever the system gives a start from the desktop. Absent when
+// it could not be read (removed before the start).
+std::optional<std::string> startDirectory();
 // Where the launcher keeps data of the user's that can be made again: on Linux
 // ${XDG_CACHE_HOME:-~/.cache}/brackwood (a relative XDG_CACHE_HOME is ignored), on macOS
 // ~/Library/Caches. No trailing "/". May not exist yet.

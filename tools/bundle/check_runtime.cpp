@@ -41,6 +41,19 @@ std::optional<std::string> shippedRuntimeProblem(const std::string& runtime) {
   return std::nullopt;
 }
 
+// A shipped runtime is started whatever its version, so a range it falls outside of does
+// not hold: the bundle runs on a version it says it does not accept.
+void checkShippedVersion(const LaunchContext& context, const std::string& runtime, const std::string& file, Findings& findings) {
+  std::shared_ptr<RuntimeBundle> opened = RuntimeBundle::open(runtime);
+  std::optional<AcceptedVersion> version = opened ? checkJavaVersion(opened.get(), std::nullopt, std::nullopt, true, false) : std::nullopt;
+  if (!version) return;
+  const PlistValue& info = context.configuration;
+  OptionalString min = info.string("bwk.minVersion"), max = info.string("bwk.maxVersion");
+  if (checkBundleVersion(min, max, true, false, version->version, std::nullopt, std::nullopt)) return;
+  findings.add(file, "", "ships runtime " + version->version + ", outside the range (bwk.minVersion " + min.value_or("(none)") +
+                             ", bwk.maxVersion " + max.value_or("(none)") + "); it is started all the same");
+}
+
 // The length of the uncompressed stream, or the reason it cannot be read to its end.
 std::optional<uint64_t> uncompressedLength(const std::string& archive, std::string* error) {
   gzFile gz = gzopen(archive.c_str(), "rb");
@@ -103,6 +116,7 @@ void checkArchive(const LaunchContext& context, const std::string& archive, Find
     findings.add(archive, "",
                  "wrong layout: unpacked, it " + *problem + ". The archive must hold Contents/Home/...; its top level holds " +
                      topLevel(unpacked));
+  else checkShippedVersion(context, unpacked, archive, findings);
   fs::removeItem(temporary);
 }
 
@@ -182,6 +196,7 @@ std::optional<std::string> checkRuntimes(const LaunchContext& context, Findings&
     std::string runtime = path::append(bundle, location);
     if (!fs::exists(runtime)) continue;
     if (std::optional<std::string> problem = shippedRuntimeProblem(runtime)) findings.add(runtime, "", *problem);
+    else checkShippedVersion(context, runtime, runtime, findings);
     return runtime;
   }
   std::string archive = path::append(context.bundle->resourcePath(), "app/jre.tar.gz");

@@ -14,12 +14,15 @@
 #include "base/path.h"
 #include "base/plist_reader.h"
 #include "base/strings.h"
+#include "class_names.h"
 #include "commands.h"
 #include "default_texts.h"
 #include "icon.h"
+#include "installed_application.h"
 #include "launcher/runtime_checks.h"
 #include "launcher/version_compare.h"
 #include "launcher_copy.h"
+#include "manifest_options.h"
 #include "plist_writer.h"
 #include "runtime_shipping.h"
 #include "staged_output.h"
@@ -32,8 +35,14 @@ namespace {
 
 const OptionDefinition kCreateOptions[] = {
     {"name", "NAME", false, "application name: NAME.app, Contents/MacOS/NAME, CFBundleName"},
-    {"main-class", "CLASS", false, "the Java main class"},
-    {"jar", "PATH", true, "a jar, or a directory whose .jar and .zip files are all taken (repeatable; class-path order)"},
+    {"input", "DIR", false, "an installed application: DIR is shipped whole as Contents/Resources/app"},
+    {"main-jar", "JAR", false, "(with --input) the jar `java -jar` is given, relative to DIR: class path, main class, options"},
+    {"main-class", "CLASS", false, "the Java main class (with --main-jar: instead of its manifest's Main-Class)"},
+    {"jar", "PATH", true,
+     "a jar, or a directory whose .jar and .zip files are all taken (repeatable; class-path order); with --input, inside DIR"},
+    {"working-directory", "bundle|caller|DIR", false,
+     "where the application runs: the bundle, the directory it is started from (default), or DIR"},
+    {"app-version", "V", false, "CFBundleShortVersionString and CFBundleVersion (default: the main jar's Implementation-Version)"},
     {"java-option", "OPT", true, "a runtime option, VMOptionArray (repeatable)"},
     {"argument", "ARG", true, "an application argument before those of the command line, ArgumentArray (repeatable)"},
     {"min-version", "V", false, "lowest runtime version accepted (bwk.minVersion)"},
@@ -54,15 +63,20 @@ const OptionDefinition kCreateOptions[] = {
 
 constexpr const char* kCreateSynopsis =
     "usage: brackwood-bundle create --name NAME --main-class CLASS --jar PATH... --output DIR [options]\n"
+    "       brackwood-bundle create --name NAME --input DIR --main-jar JAR --output DIR [options]\n"
     "Writes DIR/NAME.app: Info.plist, the launcher (stripped) as Contents/MacOS/NAME, the jars in\n"
-    "Contents/Resources/app/lib, Localizable.strings, the icon and the runtime. An existing output is\n"
-    "refused without --force; a failure leaves no half-written bundle.";
+    "Contents/Resources/app/lib (or the --input directory as Contents/Resources/app),\n"
+    "Localizable.strings, the icon and the runtime. An existing output is refused without --force; a\n"
+    "failure leaves no half-written bundle.";
 
 struct Request {
   std::string name, mainClass, output, launcher;
   std::vector<std::string> jars;  // files, in class-path order
+  std::optional<InstalledApplication> installed;
   std::vector<std::string> javaOptions, arguments;
-  std::optional<std::string> minVersion, maxVersion, identifier, icon, service, strings;
+  std::optional<std::string> minVersion, maxVersion, identifier, icon, service, strings, appVersion;
+  std::optional<std::string> workingDirectory;  // the value of WorkingDirectory; absent: the launcher's default
+  bool nativeAccess = false;
   std::optional<ShippedRuntime> runtime;
   bool archive = false, force = false, embed = false, passthrough = false;
 };
@@ -132,23 +146,78 @@ std::vector<std::string> collectJars(const std::vector<std::string>& given) {
   return jars;
 }
 
+std::vector<std::string> classPathJars(const Request& request) {
+  std::vector<std::string> jars = request.jars;
+  if (request.installed)
+    for (const ClassPathItem& item : request.installed->classPath.items)
+      if (!item.directory) jars.push_back(item.path);
+  return jars;
+}
+
 bool mainClassInJars(const Request& request) {
   std::string entry = text::replaceAll(request.mainClass, ".", "/") + ".class";
-  for (const std::string& jar : request.jars) {
+  for (const std::string& jar : classPathJars(request)) {
     std::vector<std::string> names = zipEntryNames(jar, nullptr).value_or(std::vector<std::string>{});
     if (std::find(names.begin(), names.end(), entry) != names.end()) return true;
   }
   return false;
 }
 
+// "bundle" is the launcher's default for a bundle; a command-line launcher stays in the
+// caller's directory unless told otherwise.
+std::optional<std::string> workingDirectoryValue(const std::string& given, bool embed) {
+  if (given.empty()) throw usageError("--working-directory takes bundle, caller or a directory");
+  if (given == "bundle") return embed ? std::optional<std::string>("${launcher:sys.appRootDir}") : std::nullopt;
+  if (given == "caller") return embed ? std::nullopt : std::optional<std::string>("${launcher:sys.callerDirectory}");
+  return given;
+}
+
+// The main jar and what `java -jar` takes from it; the runtime is known by now.
+void takeInstalledApplication(Request& request, const ParsedArguments& args) {
+  request.installed = bundle::readInstalledApplication(*args.value("input"), *args.value("main-jar"), args.all("jar"));
+  const InstalledApplication& app = *request.installed;
+  if (text::startsWith(path::standardize(std::filesystem::absolute(request.output).string()) + "/", app.input + "/"))
+    throw usageError("--output " + request.output + " lies inside --input");
+  for (const std::string& warning : app.classPath.warnings) warn(warning);
+
+  std::optional<std::set<std::string>> modules;
+  if (request.runtime)
+    modules = runtimeModules(request.runtime->bundleShaped ? path::append(request.runtime->directory, "Contents/Home")
+                                                           : request.runtime->directory);
+  ManifestOptions fromManifest = manifestOptions(app.manifest, modules);
+  for (const std::string& note : fromManifest.notes) warn(note);
+  if (fromManifest.agentClass)
+    throw failure(app.mainJar + ": Launcher-Agent-Class " + *fromManifest.agentClass +
+                  ": the launcher cannot start an agent before the main class, as `java -jar` does");
+  std::optional<std::string> mainClass = args.value("main-class");
+  if (!mainClass) mainClass = fromManifest.mainClass;
+  if (!mainClass) throw usageError(app.mainJar + " names no Main-Class in its manifest: give --main-class");
+  request.mainClass = *mainClass;
+  request.javaOptions.insert(request.javaOptions.begin(), fromManifest.options.begin(), fromManifest.options.end());
+  request.nativeAccess = fromManifest.nativeAccess;
+  if (!request.appVersion) request.appVersion = app.manifest.value("Implementation-Version");
+
+  // Names the shipped directory must leave to the bundle.
+  std::vector<std::string> reserved{kExternalClassPathFolder};
+  if (request.embed) reserved.insert(reserved.end(), {request.name, "Contents", ".brackwood"});
+  else if (request.runtime && args.value("runtime-as") == "archive") reserved.push_back("jre.tar.gz");
+  for (const std::string& name : reserved)
+    if (fs::existsNoFollow(path::append(app.input, name)))
+      throw failure(path::append(app.input, name) + ": the bundle needs this name for itself");
+}
+
 Request readRequest(const ParsedArguments& args) {
   Request request;
-  for (const char* required : {"name", "main-class", "jar", "output"})
+  bool installed = args.has("input");
+  if (installed != args.has("main-jar")) throw usageError(installed ? "--input needs --main-jar" : "--main-jar needs --input");
+  for (const char* required : {"name", "output"})
     if (!args.has(required)) throw usageError(std::string("--") + required + " is required");
+  if (!installed && !args.has("main-class")) throw usageError("--main-class is required (or --input with --main-jar)");
+  if (!installed && !args.has("jar")) throw usageError("--jar is required (or --input with --main-jar)");
   if (!args.words.empty()) throw usageError("unexpected word '" + args.words[0] + "'");
   request.name = *args.value("name");
-  request.mainClass = *args.value("main-class");
   request.output = *args.value("output");
+  request.appVersion = args.value("app-version");
   request.javaOptions = args.all("java-option");
   request.arguments = args.all("argument");
   request.minVersion = args.value("min-version");
@@ -170,11 +239,9 @@ Request readRequest(const ParsedArguments& args) {
     throw usageError("--runtime-as archive needs a bundle: a command-line launcher does not unpack archives");
   if (request.embed && request.icon) throw usageError("--icon needs a bundle");
   requireName(request.name);
-  requireMainClass(request.mainClass);
   requireVersions(request);
+  request.workingDirectory = workingDirectoryValue(args.value("working-directory").value_or("caller"), request.embed);
 
-  request.jars = collectJars(args.all("jar"));
-  if (!mainClassInJars(request)) warn(request.mainClass + " is in none of the jars");
   if (std::optional<std::string> runtime = args.value("runtime")) {
     std::string error;
     request.runtime = inspectRuntime(*runtime, &error);
@@ -183,6 +250,17 @@ Request readRequest(const ParsedArguments& args) {
                             std::nullopt))
       warn("the runtime's version " + request.runtime->version +
            " is outside the range given; a shipped runtime is used whatever the range says");
+  }
+  if (installed) {
+    takeInstalledApplication(request, args);
+  } else {
+    request.mainClass = *args.value("main-class");
+    request.jars = collectJars(args.all("jar"));
+  }
+  requireMainClass(request.mainClass);
+  if (!mainClassInJars(request)) {
+    std::optional<std::string> nearest = nearestClassName(request.mainClass, classPathJars(request));
+    warn(request.mainClass + " is in none of the jars" + (nearest ? " (did you mean " + *nearest + "?)" : ""));
   }
   std::optional<std::string> launcher = args.value("launcher");
   if (!launcher) launcher = defaultLauncherPath();
@@ -196,8 +274,14 @@ PlistValue configuration(const Request& request, const std::optional<uint64_t>& 
   auto strings = [](const std::vector<std::string>& list) { return PlistValue(PlistArray(list.begin(), list.end())); };
   std::vector<std::string> classPath;
   for (const std::string& jar : request.jars) classPath.push_back("${launcher:sys.appRootDir}/lib/" + path::lastComponent(jar));
+  if (request.installed)
+    for (const std::string& entry : request.installed->entries) classPath.push_back("${launcher:sys.appRootDir}/" + entry);
   PlistDict javaVM{{"MainClass", request.mainClass}, {"ClassPath", text::join(classPath, ":")}};
   if (!request.javaOptions.empty()) javaVM["VMOptionArray"] = strings(request.javaOptions);
+  // `java -jar` grants native access from the runtime that reads the manifest attribute on.
+  if (request.nativeAccess)
+    javaVM["VersionSpecificVMOptions"] = PlistValue(PlistArray{PlistValue("22-9999"), strings({"--enable-native-access=ALL-UNNAMED"})});
+  if (request.workingDirectory) javaVM["WorkingDirectory"] = *request.workingDirectory;
   if (!request.arguments.empty()) javaVM["ArgumentArray"] = strings(request.arguments);
 
   PlistDict info{{"CFBundleName", request.name}, {"JavaVM", PlistValue(std::move(javaVM))}};
@@ -212,6 +296,10 @@ PlistValue configuration(const Request& request, const std::optional<uint64_t>& 
     info["CFBundleDevelopmentRegion"] = "en";
   }
   if (request.identifier) info["CFBundleIdentifier"] = *request.identifier;
+  if (request.appVersion) {
+    info["CFBundleShortVersionString"] = *request.appVersion;
+    info["CFBundleVersion"] = *request.appVersion;
+  }
   if (request.icon) info["CFBundleIconFile"] = "app.icns";
   if (request.minVersion) info["bwk.minVersion"] = *request.minVersion;
   if (request.maxVersion) info["bwk.maxVersion"] = *request.maxVersion;
@@ -278,12 +366,24 @@ std::vector<std::string> build(const Request& request, const std::string& root) 
   std::string resources = path::append(contents, "Resources");
   std::string appRoot = request.embed ? root : path::append(resources, "app");
 
+  std::string error;
+  if (request.installed) {
+    const InstalledApplication& app = *request.installed;
+    if (!copyTree(app.input, appRoot, warnings, &error)) throw failure(error);
+    for (const auto& [source, place] : app.copies) {
+      std::string target = path::append(appRoot, place);
+      if (fs::isDirectory(source) ? !copyTree(source, target, warnings, &error) : (copyFile(source, target), false))
+        throw failure(error);
+    }
+    if (!app.copies.empty())
+      summary.push_back(std::to_string(app.copies.size()) + " class-path entr" + (app.copies.size() == 1 ? "y" : "ies") +
+                        " from outside " + app.input + " copied to Contents/Resources/app/" + kExternalClassPathFolder);
+  }
   for (const std::string& jar : request.jars) copyFile(jar, path::append(appRoot, "lib/" + path::lastComponent(jar)));
   writeFile(path::append(resources, "en.lproj/Localizable.strings"), stringsTable(strings(request)), 0644);
   if (request.icon) writeFile(path::append(resources, "app.icns"), iconContainer(*request.icon), 0644);
 
   std::optional<uint64_t> archiveSize;
-  std::string error;
   if (request.runtime && request.archive) {
     std::string archive = path::append(appRoot, "jre.tar.gz");
     archiveSize = packRuntime(*request.runtime, archive, warnings, &error);
@@ -308,7 +408,8 @@ std::vector<std::string> build(const Request& request, const std::string& root) 
   summary.insert(summary.begin(), "launcher " + megabytes(launcher->originalSize) + ", copied stripped: " +
                                       megabytes(launcher->bytes.size()));
   if (!request.embed) writeFile(path::append(contents, "Info.plist"), plist, 0644);
-  summary.push_back(std::to_string(request.jars.size()) + " jar(s) on the class path");
+  size_t entries = request.jars.size() + (request.installed ? request.installed->entries.size() : 0);
+  summary.push_back(std::to_string(entries) + " class-path entr" + (entries == 1 ? "y" : "ies") + ", main class " + request.mainClass);
   return summary;
 }
 

@@ -53,17 +53,15 @@ std::optional<ShippedRuntime> inspectRuntime(const std::string& directory, std::
   return ShippedRuntime{directory, accepted->version, fs::isDirectory(path::append(directory, "Contents/Home"))};
 }
 
-bool copyRuntime(const ShippedRuntime& runtime, const std::string& bundleDirectory, std::vector<std::string>& warnings,
-                 std::string* error) {
-  std::string home = runtime.bundleShaped ? bundleDirectory : path::append(bundleDirectory, "Contents/Home");
-  if (!fs::createDirectory(home, true)) {
-    *error = home + ": cannot be made";
+bool copyTree(const std::string& from, const std::string& to, std::vector<std::string>& warnings, std::string* error) {
+  if (!fs::createDirectory(to, true)) {
+    *error = to + ": cannot be made";
     return false;
   }
   // Directories get their own modes once everything inside them is written.
   std::vector<std::pair<std::string, mode_t>> directoryModes;
-  TreeWalk walk = walkRuntimeTree(runtime.directory, [&](const TreeEntry& entry, std::string& reason) {
-    std::string target = path::append(home, entry.relative);
+  TreeWalk walk = walkRuntimeTree(from, [&](const TreeEntry& entry, std::string& reason) {
+    std::string target = path::append(to, entry.relative);
     bool ok = true;
     switch (entry.kind) {
       case TreeEntry::Kind::Directory:
@@ -85,6 +83,12 @@ bool copyRuntime(const ShippedRuntime& runtime, const std::string& bundleDirecto
   warnings.insert(warnings.end(), walk.warnings.begin(), walk.warnings.end());
   if (!walk.error.empty()) *error = walk.error;
   return walk.error.empty();
+}
+
+bool copyRuntime(const ShippedRuntime& runtime, const std::string& bundleDirectory, std::vector<std::string>& warnings,
+                 std::string* error) {
+  std::string home = runtime.bundleShaped ? bundleDirectory : path::append(bundleDirectory, "Contents/Home");
+  return copyTree(runtime.directory, home, warnings, error);
 }
 
 std::optional<uint64_t> packRuntime(const ShippedRuntime& runtime, const std::string& archive,

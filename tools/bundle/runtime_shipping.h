@@ -21,6 +21,10 @@ struct ShippedRuntime {
 // the launcher would not accept it (no version, no launcher library).
 std::optional<ShippedRuntime> inspectRuntime(const std::string& directory, std::string* error);
 
+// Copies the directory `from` to `to` (made with its parents) with the link rules of the
+// runtime walk; the modes of files and directories gain the owner's read and write.
+bool copyTree(const std::string& from, const std::string& to, std::vector<std::string>& warnings, std::string* error);
+
 // Copies the runtime to `bundleDirectory` (which must not exist yet).
 bool copyRuntime(const ShippedRuntime& runtime, const std::string& bundleDirectory,
                  std::vector<std::string>& warnings, std::string* error);

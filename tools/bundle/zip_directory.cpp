@@ -1,11 +1,13 @@
 // The end record is found by searching backwards from the end (it may be followed by a
 // comment of up to 64 KiB); zip64 archives keep the real directory position in a second end
-// record that a locator just before the first one points to.
+// record that a locator just before the first one points to. Zip64 sizes of single entries
+// are not read: no manifest comes near 4 GiB.
 #include "zip_directory.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <zlib.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -97,14 +99,14 @@ bool findDirectory(const File& file, uint64_t fileSize, Directory& directory, st
   return fail(error, "not a zip file (no end of central directory)");
 }
 
-}  // namespace
+// One entry of the central directory: what is needed to find and read its data.
+struct CentralEntry {
+  std::string name;
+  uint16_t method = 0;
+  uint64_t compressedSize = 0, size = 0, localHeader = 0;
+};
 
-std::optional<std::vector<std::string>> zipEntryNames(const std::string& path, std::string* error) {
-  File file(path);
-  if (!file.ok()) {
-    fail(error, std::strerror(errno));
-    return std::nullopt;
-  }
+std::optional<std::vector<CentralEntry>> centralEntries(const File& file, std::string* error) {
   std::optional<uint64_t> fileSize = file.size();
   if (!fileSize) {
     fail(error, "not a regular file");
@@ -117,23 +119,100 @@ std::optional<std::vector<std::string>> zipEntryNames(const std::string& path, s
     fail(error, "its central directory cannot be read");
     return std::nullopt;
   }
-  std::vector<std::string> names;
+  std::vector<CentralEntry> entries;
   size_t at = 0;
   for (uint64_t i = 0; i < directory.count; ++i) {
     if (bytes.size() - at < kEntrySize || u32(bytes.data() + at) != kEntrySignature) {
       fail(error, "its central directory is damaged");
       return std::nullopt;
     }
-    size_t nameLength = u16(bytes.data() + at + 28);
-    size_t rest = nameLength + u16(bytes.data() + at + 30) + u16(bytes.data() + at + 32);
+    const uint8_t* record = bytes.data() + at;
+    size_t nameLength = u16(record + 28);
+    size_t rest = nameLength + u16(record + 30) + u16(record + 32);
     if (bytes.size() - at - kEntrySize < rest) {
       fail(error, "its central directory is damaged");
       return std::nullopt;
     }
-    names.emplace_back(reinterpret_cast<const char*>(bytes.data() + at + kEntrySize), nameLength);
+    entries.push_back({std::string(reinterpret_cast<const char*>(record + kEntrySize), nameLength), u16(record + 10), u32(record + 20),
+                       u32(record + 24), u32(record + 42)});
     at += kEntrySize + rest;
   }
+  return entries;
+}
+
+// Stored or deflated data, as jars hold it.
+std::optional<std::string> entryData(const File& file, const CentralEntry& entry, std::string* error) {
+  constexpr size_t kLocalSize = 30;
+  constexpr uint64_t kLargest = 64 << 20;  // more than any manifest needs
+  std::vector<uint8_t> local;
+  if (!file.read(entry.localHeader, local, kLocalSize) || u32(local.data()) != 0x04034b50) {
+    fail(error, entry.name + ": its local header is damaged");
+    return std::nullopt;
+  }
+  if (entry.compressedSize > kLargest || entry.size > kLargest) {
+    fail(error, entry.name + ": too large");
+    return std::nullopt;
+  }
+  std::vector<uint8_t> packed;
+  if (!file.read(entry.localHeader + kLocalSize + u16(local.data() + 26) + u16(local.data() + 28), packed,
+                 static_cast<size_t>(entry.compressedSize))) {
+    fail(error, entry.name + ": cannot be read");
+    return std::nullopt;
+  }
+  if (entry.method == 0) return std::string(packed.begin(), packed.end());
+  if (entry.method != 8) {
+    fail(error, entry.name + ": compressed with method " + std::to_string(entry.method));
+    return std::nullopt;
+  }
+  std::string out(static_cast<size_t>(entry.size), '\0');
+  z_stream stream{};
+  if (inflateInit2(&stream, -MAX_WBITS) != Z_OK) {
+    fail(error, "no inflater");
+    return std::nullopt;
+  }
+  stream.next_in = packed.data();
+  stream.avail_in = static_cast<uInt>(packed.size());
+  stream.next_out = reinterpret_cast<Bytef*>(out.data());
+  stream.avail_out = static_cast<uInt>(out.size());
+  int status = inflate(&stream, Z_FINISH);
+  inflateEnd(&stream);
+  if (status != Z_STREAM_END || stream.total_out != out.size()) {
+    fail(error, entry.name + ": its compressed data is damaged");
+    return std::nullopt;
+  }
+  return out;
+}
+
+}  // namespace
+
+std::optional<std::vector<std::string>> zipEntryNames(const std::string& path, std::string* error) {
+  File file(path);
+  if (!file.ok()) {
+    fail(error, std::strerror(errno));
+    return std::nullopt;
+  }
+  std::optional<std::vector<CentralEntry>> entries = centralEntries(file, error);
+  if (!entries) return std::nullopt;
+  std::vector<std::string> names;
+  for (CentralEntry& entry : *entries) names.push_back(std::move(entry.name));
   return names;
+}
+
+std::optional<std::optional<std::string>> zipEntryContent(const std::string& path, const std::string& name, std::string* error) {
+  File file(path);
+  if (!file.ok()) {
+    fail(error, std::strerror(errno));
+    return std::nullopt;
+  }
+  std::optional<std::vector<CentralEntry>> entries = centralEntries(file, error);
+  if (!entries) return std::nullopt;
+  for (const CentralEntry& entry : *entries) {
+    if (entry.name != name) continue;
+    std::optional<std::string> data = entryData(file, entry, error);
+    if (!data) return std::nullopt;
+    return std::optional<std::string>(std::move(*data));
+  }
+  return std::optional<std::string>();
 }
 
 }  // namespace bwk::bundle

@@ -18,6 +18,18 @@ extern char** environ;
 
 namespace bwk::platform {
 
+namespace {
+std::optional<std::string> currentDirectory() {
+  char buffer[PATH_MAX];
+  if (!::getcwd(buffer, sizeof buffer)) return std::nullopt;
+  return std::string(buffer);
+}
+// Read during static initialisation, before main and so before the launcher changes directory.
+const std::optional<std::string> processStartDirectory = currentDirectory();
+}  // namespace
+
+std::optional<std::string> startDirectory() { return processStartDirectory; }
+
 std::string homeDirectory() {
   struct passwd pw;
   struct passwd* result = nullptr;

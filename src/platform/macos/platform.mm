@@ -11,6 +11,8 @@
 #include <pthread.h>
 #include <sys/stat.h>
 #include <sys/sysctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <climits>
@@ -30,6 +32,18 @@ std::string toString(NSString* s) {
   return utf8 ? std::string(utf8) : std::string();
 }
 }  // namespace
+
+namespace {
+std::optional<std::string> currentDirectory() {
+  char buffer[PATH_MAX];
+  if (!::getcwd(buffer, sizeof buffer)) return std::nullopt;
+  return std::string(buffer);
+}
+// Read during static initialisation, before main and so before the launcher changes directory.
+const std::optional<std::string> processStartDirectory = currentDirectory();
+}  // namespace
+
+std::optional<std::string> startDirectory() { return processStartDirectory; }
 
 std::string homeDirectory() { return toString(NSHomeDirectory()); }
 std::string temporaryDirectory() { return toString(NSTemporaryDirectory()); }
