@@ -32,6 +32,7 @@ TEST_F(BundleCheck, EachDamageIsOneFindingWithFileAndKey) {
     std::map<std::string, std::string> files;  // written, relative to the output directory
     std::vector<std::string> expected;         // lines, or parts of one line
     std::function<void(const std::string& app)> damage = nullptr;
+    size_t findings = 0;  // how many, when that is the point
   };
   const std::string app = tmp / "out/Hello.app";
   const std::vector<Case> cases = {
@@ -44,6 +45,17 @@ TEST_F(BundleCheck, EachDamageIsOneFindingWithFileAndKey) {
         info + "JavaVM.VMOptionArray: is a string, not an array of strings: read as missing\n"}},
       {"a main class in none of the jars", {}, {{"MainClass", "com.example.Gone"}}, {},
        {info + "JavaVM.MainClass: com.example.Gone is in none of the 1 class-path entries (no com/example/Gone.class)\n"}},
+      {"a main class in the wrong case", {}, {{"MainClass", "hellO"}}, {}, {"(no hellO.class) (did you mean Hello?)\n"}},
+      {"a shipped runtime outside the range", {{"bwk.minVersion", "21"}}, {}, {},
+       {"Contents/Resources/jre.bundle: ships runtime 17.0.2, outside the range (bwk.minVersion 21, "},
+       [](const std::string& bundle) { makeFakeRuntime(bundle + "/Contents/Resources/jre.bundle/Contents/Home", "17.0.2"); }},
+      {"manifest options the configuration leaves out", {}, {{"VMOptionArray", stringArray({"--add-opens", "java.base/java.io=ALL-UNNAMED"})}},
+       {}, {info + "JavaVM.VMOptionArray: lacks --add-exports=java.base/sun.nio.ch=ALL-UNNAMED: the manifest of hello.jar asks"},
+       [this](const std::string& bundle) {
+         writeFile(tmp / "stage/m", "Add-Opens: java.base/java.io\nAdd-Exports: java.base/sun.nio.ch\n");
+         shell("jar ufm " + bundle + "/Contents/Resources/app/lib/hello.jar " + tmp / "stage/m 2>/dev/null");
+       },
+       2},  // the option given as two words counts (the other finding is about those two words)
       {"class-path entries that match nothing", {}, {}, {},
        {info + "JavaVM.ClassPath: the entry " + app + "/Contents/Resources/app/plugins/* matches nothing\n",
         info + "JavaVM.ClassPath: the entry extra.jar does not exist\n"},
@@ -86,6 +98,9 @@ TEST_F(BundleCheck, EachDamageIsOneFindingWithFileAndKey) {
     RunResult r = bundleTool({"check", app});
     EXPECT_EQ(r.status, 1) << c.name << ": " << r.out << r.err;
     for (const std::string& part : c.expected) EXPECT_TRUE(text::contains(r.out, part)) << c.name << ": " << part << "\n" << r.out;
+    if (c.findings) {
+      EXPECT_TRUE(text::contains(r.out, ": " + std::to_string(c.findings) + " finding")) << c.name << ": " << r.out;
+    }
     // As many JSON findings as lines.
     RunResult counted = shell(std::string(BWK_BUNDLE) + " check --json " + app +
                               " | python3 -c 'import json,sys; print(len(json.load(sys.stdin)[\"findings\"]))'");

@@ -26,9 +26,10 @@ constexpr const char* kCheckSynopsis =
     "usage: brackwood-bundle check APP [--json]\n"
     "Reads APP as the launcher does and prints one line per finding (file: key: message): unknown\n"
     "keys, values of the wrong type, a main class in none of the class-path entries, entries that\n"
-    "match nothing, a version range no installed runtime satisfies, a runtime archive in the wrong\n"
-    "layout or size, a shipped runtime without a module the classes use (jdeps of a JDK at hand),\n"
-    "malformed option files, strings files or icon.\n"
+    "match nothing, a version range no installed runtime satisfies or a shipped runtime falls outside,\n"
+    "a runtime archive in the wrong layout or size, a shipped runtime without a module the classes\n"
+    "use (jdeps of a JDK at hand), manifest Add-Opens/Add-Exports of the main jar that no option\n"
+    "applies, malformed option files, strings files or icon.\n"
     "Exit status: 0 no findings, 1 findings, 2 usage errors.";
 
 std::string resolvedPath(const std::string& given) {

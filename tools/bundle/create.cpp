@@ -211,6 +211,7 @@ void takeInstalledApplication(Request& request, const ParsedArguments& args) {
   if (text::startsWith(path::standardize(std::filesystem::absolute(request.output).string()) + "/", app.input + "/"))
     throw usageError("--output " + request.output + " lies inside --input");
   for (const std::string& warning : app.classPath.warnings) warn(warning);
+  for (const std::string& warning : app.warnings) warn(warning);
 
   std::optional<std::set<std::string>> modules;
   if (request.runtime)
@@ -490,7 +491,8 @@ std::vector<std::string> build(const Request& request, const std::string& root) 
     }
     if (!app.copies.empty())
       summary.push_back(std::to_string(app.copies.size()) + " class-path entr" + (app.copies.size() == 1 ? "y" : "ies") +
-                        " from outside " + app.input + " copied to Contents/Resources/app/" + kExternalClassPathFolder);
+                        " from outside " + app.input + " copied to " +
+                        (request.embed ? "" : "Contents/Resources/app/") + kExternalClassPathFolder);
   }
   for (const std::string& jar : request.jars) copyFile(jar, path::append(appRoot, "lib/" + path::lastComponent(jar)));
   writeFile(path::append(resources, "en.lproj/Localizable.strings"), stringsTable(strings(request)), 0644);

@@ -96,6 +96,19 @@ InstalledApplication readInstalledApplication(const std::string& input, const st
     if (text::contains(inside, ":")) throw failure(item.path + ": a ':' in its name would split the class path");
     app.entries.push_back(inside);
   }
+  // The runtime also reads the manifests of the shipped jars, and finds the entries inside
+  // the installation through them before those the class path adds from outside it.
+  for (size_t i = 0; i < app.entries.size(); ++i) {
+    if (!text::startsWith(app.entries[i], std::string(kExternalClassPathFolder) + "/")) continue;
+    for (size_t later = i + 1; later < app.entries.size(); ++later) {
+      if (text::startsWith(app.entries[later], std::string(kExternalClassPathFolder) + "/") ||
+          app.classPath.items[later].listedBy.empty())
+        continue;
+      app.warnings.push_back(app.classPath.items[i].path + " is searched after " + app.entries[later] +
+                             " in the bundle (java -jar searches it before); a class in both is taken from the latter");
+      break;
+    }
+  }
   return app;
 }
 
