@@ -47,6 +47,8 @@ TEST_F(BundleRuntime, JdkShippedWithoutWhatNoStartNeeds) {
       EXPECT_FALSE(fs::existsNoFollow(shipped + "/" + gone)) << form << ": " << gone;
     for (const char* kept : {"legal/java.base/LICENSE", "release", "lib/modules", "lib/libjli.so"})
       EXPECT_TRUE(fs::exists(shipped + "/" + kept)) << form << ": " << kept;
+    RunResult checked = bundleTool({"check", tmp / form + "/Hello.app"});
+    EXPECT_TRUE(text::contains(checked.err, "were not checked: its release file names no MODULES")) << form << ": " << checked.err;
   }
 }
 

@@ -7,6 +7,7 @@
 #include "base/fs.h"
 #include "base/path.h"
 #include "check_steps.h"
+#include "manifest_options.h"
 #include "module_deps.h"
 #include "platform/platform.h"
 
@@ -50,8 +51,10 @@ void checkRuntimeModules(const ShippedModules& shipped, const std::vector<std::s
   std::string error;
   std::optional<std::map<std::string, std::string>> uses = moduleUses(*jdeps, *feature, items, &error);
   if (!uses) return couldNotCheck(shipped, error);
+  // Only modules the JDK running jdeps has: any other name is no module.
+  std::optional<std::set<std::string>> known = runtimeModules(path::parent(path::parent(*jdeps)));
   for (const auto& [module, use] : *uses)
-    if (!shipped.modules->count(module))
+    if (!shipped.modules->count(module) && (!known || known->count(module)))
       findings.add(shipped.location, "",
                    "lacks the module " + module + ", which the application's classes need (" + use +
                        "): the start ends in NoClassDefFoundError");

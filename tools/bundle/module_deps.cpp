@@ -75,7 +75,8 @@ std::map<std::string, std::string> parseClassUses(const std::string& output) {
     if (words.size() < 4 || words[1] != "->") continue;
     std::string module = words.back();
     if (module.size() > 2 && module.front() == '(' && module.back() == ')') module = module.substr(1, module.size() - 2);
-    if (!isModuleName(module) || module == "found") continue;
+    // Other entries of the class path show as their file names, classes not found as "not found".
+    if (!isModuleName(module) || module == "found" || text::endsWith(module, ".jar") || text::endsWith(module, ".zip")) continue;
     uses.emplace(module, words[0] + " uses " + words[2]);
   }
   return uses;

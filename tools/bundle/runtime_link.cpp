@@ -33,6 +33,19 @@ std::vector<std::string> optionValues(const std::vector<std::string>& options, c
   return values;
 }
 
+// A path list split at ":", except inside "${...}" (the launcher's variables hold one).
+std::vector<std::string> pathEntries(const std::string& list) {
+  std::vector<std::string> entries{""};
+  int depth = 0;
+  for (size_t i = 0; i < list.size(); ++i) {
+    if (list.compare(i, 2, "${") == 0) ++depth;
+    else if (list[i] == '}' && depth > 0) --depth;
+    if (list[i] == ':' && depth == 0) entries.emplace_back();
+    else entries.back() += list[i];
+  }
+  return entries;
+}
+
 bool isPseudoModule(const std::string& name) { return text::startsWith(name, "ALL-"); }
 
 std::string program(const ShippedRuntime& runtime, const std::string& name) {
@@ -68,7 +81,7 @@ NamedModules modulesInOptions(const std::vector<std::string>& options) {
     for (const std::string& name : text::split(value, ","))
       if (!name.empty()) named.modules.insert(name);
   for (const std::string& value : optionValues(options, {"-p", "--module-path"}))
-    for (const std::string& entry : text::split(value, ":"))
+    for (const std::string& entry : pathEntries(value))
       if (!entry.empty()) named.modulePath.push_back(entry);
   return named;
 }
