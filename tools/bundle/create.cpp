@@ -486,8 +486,8 @@ std::vector<std::string> build(const Request& request, const std::string& root) 
     if (!copyTree(app.input, appRoot, warnings, &error)) throw failure(error);
     for (const auto& [source, place] : app.copies) {
       std::string target = path::append(appRoot, place);
-      if (fs::isDirectory(source) ? !copyTree(source, target, warnings, &error) : (copyFile(source, target), false))
-        throw failure(error);
+      if (!fs::isDirectory(source)) copyFile(source, target);
+      else if (!copyTree(source, target, warnings, &error)) throw failure(error);
     }
     if (!app.copies.empty())
       summary.push_back(std::to_string(app.copies.size()) + " class-path entr" + (app.copies.size() == 1 ? "y" : "ies") +
