@@ -12,3 +12,4 @@ build/bin/untar_bench 21
 build/bin/window_bench build/bin/brackwood-launcher build/fake_jli/libjli.so build/demo/Hello.app/Contents/Resources/app/lib/hello.jar /usr/lib/jvm/java-17-openjdk-amd64 30
 build/bin/runtime_cache_bench build/bin/brackwood-launcher /usr/lib/jvm/java-17-openjdk-amd64 20
 build/bin/error_stream_bench build/bin/brackwood-launcher build/demo/Hello.app/Contents/Resources/app/lib/hello.jar /usr/lib/jvm/java-17-openjdk-amd64 200 20
+build/bin/runtime_choice_bench build/bin/brackwood-bundle build/bin/brackwood-launcher /usr/lib/jvm/java-17-openjdk-amd64 /usr/lib/jvm/temurin-25-jdk-amd64 15

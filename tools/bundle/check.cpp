@@ -27,8 +27,9 @@ constexpr const char* kCheckSynopsis =
     "Reads APP as the launcher does and prints one line per finding (file: key: message): unknown\n"
     "keys, values of the wrong type, a main class in none of the class-path entries, entries that\n"
     "match nothing, a version range no installed runtime satisfies or a shipped runtime falls outside,\n"
-    "a runtime archive in the wrong layout or size, manifest Add-Opens/Add-Exports of the main jar\n"
-    "that no option applies, malformed option files, strings files or icon.\n"
+    "a runtime archive in the wrong layout or size, a shipped runtime without a module the classes\n"
+    "use (jdeps of a JDK at hand), manifest Add-Opens/Add-Exports of the main jar that no option\n"
+    "applies, malformed option files, strings files or icon.\n"
     "Exit status: 0 no findings, 1 findings, 2 usage errors.";
 
 std::string resolvedPath(const std::string& given) {
@@ -65,8 +66,10 @@ int runCheck(std::span<const std::string> words) {
   const LaunchContext context = LaunchContext::forBundle(bundle, {path::append(app, "Contents/MacOS/check")}, true);
   checkResources(context, findings);
   checkOptions(context, findings);
-  std::optional<std::string> runtime = checkRuntimes(context, findings);
-  checkClassPath(context, runtime, findings);
+  std::optional<ShippedModules> shipped;
+  std::optional<std::string> runtime = checkRuntimes(context, findings, shipped);
+  std::vector<std::string> classes = checkClassPath(context, runtime, findings);
+  if (shipped && !classes.empty()) checkRuntimeModules(*shipped, classes, findings);
 
   std::string report = args->has("json") ? jsonReport(findings) : humanReport(findings);
   std::fputs(report.c_str(), stdout);

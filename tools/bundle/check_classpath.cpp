@@ -97,7 +97,8 @@ void checkManifestOptions(const std::string& mainJar, const std::vector<std::str
 
 }  // namespace
 
-void checkClassPath(const LaunchContext& context, const std::optional<std::string>& runtimePath, Findings& findings) {
+std::vector<std::string> checkClassPath(const LaunchContext& context, const std::optional<std::string>& runtimePath,
+                                        Findings& findings) {
   std::string info = path::append(context.bundle->path(), "Contents/Info.plist");
   VariableScope scope{context.paths, runtimePath};
   ClassPathSource source = configuredClassPath(context, scope);
@@ -130,7 +131,7 @@ void checkClassPath(const LaunchContext& context, const std::optional<std::strin
   OptionalString mainClass = context.javaVM().string("MainClass");
   if (!mainClass) {
     findings.add(info, "JavaVM.MainClass", "missing: the runtime is asked to start the class '(null)'");
-    return;
+    return items;
   }
   std::string entry = text::replaceAll(*mainClass, ".", "/") + ".class";
   // A modular application may hold it on the module path.
@@ -141,9 +142,10 @@ void checkClassPath(const LaunchContext& context, const std::optional<std::strin
     findings.add(info, "JavaVM.MainClass",
                  *mainClass + " is in none of the " + std::to_string(items.size()) + " class-path entries (no " + entry + ")")
         .suggestion = nearestClassName(*mainClass, items);
-    return;
+    return items;
   }
   if (!fs::isDirectory(*mainJar)) checkManifestOptions(*mainJar, source.options, runtimePath, info, findings);
+  return items;
 }
 
 }  // namespace bwk::bundle

@@ -16,6 +16,7 @@
 #include "launcher/runtime_search.h"
 #include "launcher/variables.h"
 #include "launcher/version_compare.h"
+#include "manifest_options.h"
 #include "platform/platform.h"
 
 namespace bwk::bundle {
@@ -84,7 +85,14 @@ std::string topLevel(const std::string& directory) {
   return text::join(names, ", ");
 }
 
-void checkArchive(const LaunchContext& context, const std::string& archive, Findings& findings) {
+ShippedModules modulesOf(const std::string& location, const std::string& runtime) {
+  std::shared_ptr<RuntimeBundle> opened = RuntimeBundle::open(runtime);
+  std::optional<AcceptedVersion> version = opened ? checkJavaVersion(opened.get(), std::nullopt, std::nullopt, true, false) : std::nullopt;
+  return ShippedModules{location, version ? version->version : "", runtimeModules(runtimeHome(runtime))};
+}
+
+void checkArchive(const LaunchContext& context, const std::string& archive, Findings& findings,
+                  std::optional<ShippedModules>& shipped) {
   std::string info = path::append(context.bundle->path(), "Contents/Info.plist");
   std::string error;
   std::optional<uint64_t> length = uncompressedLength(archive, &error);
@@ -116,7 +124,10 @@ void checkArchive(const LaunchContext& context, const std::string& archive, Find
     findings.add(archive, "",
                  "wrong layout: unpacked, it " + *problem + ". The archive must hold Contents/Home/...; its top level holds " +
                      topLevel(unpacked));
-  else checkShippedVersion(context, unpacked, archive, findings);
+  else {
+    checkShippedVersion(context, unpacked, archive, findings);
+    shipped = modulesOf(archive, unpacked);
+  }
   fs::removeItem(temporary);
 }
 
@@ -190,24 +201,31 @@ bool searchAccepts(const LaunchContext& context, std::vector<RuntimeSeen>& seen,
 
 }  // namespace
 
-std::optional<std::string> checkRuntimes(const LaunchContext& context, Findings& findings) {
+std::optional<std::string> checkRuntimes(const LaunchContext& context, Findings& findings,
+                                         std::optional<ShippedModules>& shipped) {
   const std::string& bundle = context.bundle->path();
   for (const char* location : kShippedRuntimeLocations) {
     std::string runtime = path::append(bundle, location);
     if (!fs::exists(runtime)) continue;
-    if (std::optional<std::string> problem = shippedRuntimeProblem(runtime)) findings.add(runtime, "", *problem);
-    else checkShippedVersion(context, runtime, runtime, findings);
+    if (std::optional<std::string> problem = shippedRuntimeProblem(runtime)) {
+      findings.add(runtime, "", *problem);
+    } else {
+      checkShippedVersion(context, runtime, runtime, findings);
+      shipped = modulesOf(runtime, runtime);
+    }
     return runtime;
   }
   std::string archive = path::append(context.bundle->resourcePath(), "app/jre.tar.gz");
   if (fs::exists(archive)) {
-    checkArchive(context, archive, findings);
+    checkArchive(context, archive, findings, shipped);
     return std::nullopt;
   }
   if (context.paths.appRootDir) {
     for (const char* privateRuntime : {".brackwood/jre.bundle", ".brackwood/jre"}) {
       std::string runtime = path::append(*context.paths.appRootDir, privateRuntime);
-      if (fs::isDirectory(runtime)) return runtime;
+      if (!fs::isDirectory(runtime)) continue;
+      if (!shippedRuntimeProblem(runtime)) shipped = modulesOf(runtime, runtime);
+      return runtime;
     }
   }
 

@@ -14,6 +14,7 @@
 #include "base/path.h"
 #include "base/plist_reader.h"
 #include "base/strings.h"
+#include "build_id.h"
 #include "class_names.h"
 #include "commands.h"
 #include "default_texts.h"
@@ -23,8 +24,12 @@
 #include "launcher/version_compare.h"
 #include "launcher_copy.h"
 #include "manifest_options.h"
+#include "module_deps.h"
 #include "plist_writer.h"
+#include "runtime_link.h"
 #include "runtime_shipping.h"
+#include "runtime_trim.h"
+#include "runtime_tree.h"
 #include "staged_output.h"
 #include "tool_error.h"
 #include "zip_directory.h"
@@ -52,6 +57,14 @@ const OptionDefinition kCreateOptions[] = {
     {"runtime", "DIR", false, "a runtime to ship (a JDK, a jlink image or a runtime bundle); without it the launcher searches"},
     {"runtime-as", "bundle|archive", false,
      "ship it as Contents/Resources/jre.bundle (default), or as app/jre.tar.gz unpacked at every start"},
+    {"jlink", nullptr, false,
+     "ship a runtime linked by the --runtime JDK of only the modules the application needs (jdeps over its jars)"},
+    {"add-modules", "M,...", true, "(with --jlink) modules to link beside those found"},
+    {"progress-window", "auto|always|never", false,
+     "bwk.initialProgress: auto (default) shows the window only while a runtime archive is unpacked"},
+    {"reuse-unpacked-runtime", nullptr, false, "(with --runtime-as archive) unpack it once into the user's cache (bwk.reuseUnpackedRuntime)"},
+    {"aot-cache", nullptr, false,
+     "AotCacheEnabled: runtimes from 25 on start from a cache the first start writes; AotCacheBuildId a digest of the jars"},
     {"strings", "FILE", false, "a Localizable.strings table whose texts replace the English defaults, key by key"},
     {"allow-passthrough", nullptr, false, "command-line words -J<option> become runtime options (bwk.allowPassthrough)"},
     {"output", "DIR", false, "where NAME.app goes (made when missing)"},
@@ -79,6 +92,9 @@ struct Request {
   bool nativeAccess = false;
   std::optional<ShippedRuntime> runtime;
   bool archive = false, force = false, embed = false, passthrough = false;
+  bool jlink = false, reuseUnpacked = false, aotCache = false;
+  std::vector<std::string> addedModules;
+  std::string progressWindow = "auto";
 };
 
 void warn(const std::string& message) { std::fprintf(stderr, "brackwood-bundle: warning: %s\n", message.c_str()); }
@@ -163,6 +179,22 @@ bool mainClassInJars(const Request& request) {
   return false;
 }
 
+// How the runtime is made and how a start begins: linked or trimmed, the progress window,
+// the cache of unpacked runtimes, the AOT cache.
+void readStartChoices(Request& request, const ParsedArguments& args) {
+  request.jlink = args.has("jlink");
+  request.addedModules = args.all("add-modules");
+  request.reuseUnpacked = args.has("reuse-unpacked-runtime");
+  request.aotCache = args.has("aot-cache");
+  request.progressWindow = args.value("progress-window").value_or("auto");
+  if (request.jlink && !args.has("runtime")) throw usageError("--jlink needs --runtime: the JDK that links the runtime");
+  if (!request.addedModules.empty() && !request.jlink) throw usageError("--add-modules needs --jlink");
+  if (request.reuseUnpacked && !request.archive) throw usageError("--reuse-unpacked-runtime needs --runtime-as archive");
+  if (request.progressWindow != "auto" && request.progressWindow != "always" && request.progressWindow != "never")
+    throw usageError("--progress-window takes auto, always or never, not '" + request.progressWindow + "'");
+  if (request.embed && args.has("progress-window")) throw usageError("--progress-window needs a bundle: a command-line launcher shows none");
+}
+
 // "bundle" is the launcher's default for a bundle; a command-line launcher stays in the
 // caller's directory unless told otherwise.
 std::optional<std::string> workingDirectoryValue(const std::string& given, bool embed) {
@@ -239,6 +271,7 @@ Request readRequest(const ParsedArguments& args) {
   if (request.embed && request.archive)
     throw usageError("--runtime-as archive needs a bundle: a command-line launcher does not unpack archives");
   if (request.embed && request.icon) throw usageError("--icon needs a bundle");
+  readStartChoices(request, args);
   requireName(request.name);
   requireVersions(request);
   request.workingDirectory = workingDirectoryValue(args.value("working-directory").value_or("caller"), request.embed);
@@ -247,6 +280,8 @@ Request readRequest(const ParsedArguments& args) {
     std::string error;
     request.runtime = inspectRuntime(*runtime, &error);
     if (!request.runtime) throw failure(error);
+    if (request.jlink)
+      if (std::optional<std::string> problem = linkProblem(*request.runtime)) throw failure(*problem);
     if (!checkBundleVersion(request.minVersion, request.maxVersion, true, false, request.runtime->version, std::nullopt,
                             std::nullopt))
       warn("the runtime's version " + request.runtime->version +
@@ -270,8 +305,15 @@ Request readRequest(const ParsedArguments& args) {
   return request;
 }
 
+// Only an archive to unpack gives the window something to show; without one it would only
+// delay the start.
+bool showsProgressWindow(const Request& request) {
+  return request.progressWindow == "always" || (request.progressWindow == "auto" && request.archive);
+}
+
 // The configuration: Info.plist, or the one embedded in a command-line launcher.
-PlistValue configuration(const Request& request, const std::optional<uint64_t>& archiveSize) {
+PlistValue configuration(const Request& request, const std::optional<uint64_t>& archiveSize,
+                         const std::optional<std::string>& buildId) {
   auto strings = [](const std::vector<std::string>& list) { return PlistValue(PlistArray(list.begin(), list.end())); };
   std::vector<std::string> classPath;
   for (const std::string& jar : request.jars) classPath.push_back("${launcher:sys.appRootDir}/lib/" + path::lastComponent(jar));
@@ -284,6 +326,10 @@ PlistValue configuration(const Request& request, const std::optional<uint64_t>& 
     javaVM["VersionSpecificVMOptions"] = PlistValue(PlistArray{PlistValue("22-9999"), strings({"--enable-native-access=ALL-UNNAMED"})});
   if (request.workingDirectory) javaVM["WorkingDirectory"] = *request.workingDirectory;
   if (!request.arguments.empty()) javaVM["ArgumentArray"] = strings(request.arguments);
+  if (buildId) {
+    javaVM["AotCacheEnabled"] = true;
+    javaVM["AotCacheBuildId"] = *buildId;
+  }
 
   PlistDict info{{"CFBundleName", request.name}, {"JavaVM", PlistValue(std::move(javaVM))}};
   if (request.embed) {
@@ -305,6 +351,8 @@ PlistValue configuration(const Request& request, const std::optional<uint64_t>& 
   if (request.minVersion) info["bwk.minVersion"] = *request.minVersion;
   if (request.maxVersion) info["bwk.maxVersion"] = *request.maxVersion;
   if (request.passthrough) info["bwk.allowPassthrough"] = true;
+  if (!request.embed) info["bwk.initialProgress"] = showsProgressWindow(request);
+  if (request.reuseUnpacked) info["bwk.reuseUnpackedRuntime"] = true;
   // The launcher reads the size as a 32-bit number.
   if (archiveSize) info["bwk.jreUncompressedSize"] = static_cast<int64_t>(std::min<uint64_t>(*archiveSize, 0x7fffffff));
   return PlistValue(std::move(info));
@@ -359,6 +407,71 @@ void copyFile(const std::string& from, const std::string& to) {
     throw failure(to + ": cannot be written: " + ec.message());
 }
 
+uint64_t compressedSize(const std::string& file) {
+  std::error_code ec;
+  uintmax_t size = std::filesystem::file_size(file, ec);
+  return ec ? 0 : size;
+}
+
+// What jdeps reads: the class path, every other jar shipped with the application (plugins
+// it loads later), the module path of its runtime options.
+std::vector<std::string> applicationClasses(const Request& request, const std::string& appRoot) {
+  std::vector<std::string> items = request.jars;
+  if (request.installed) {
+    for (const ClassPathItem& item : request.installed->classPath.items) items.push_back(item.path);
+    std::set<std::string> listed(items.begin(), items.end());
+    walkRuntimeTree(request.installed->input, [&](const TreeEntry& entry, std::string&) {
+      if (entry.kind == TreeEntry::Kind::File && text::endsWith(entry.relative, ".jar") && !listed.count(entry.source))
+        items.push_back(entry.source);
+      return true;
+    });
+  }
+  for (const std::string& entry : modulesInOptions(request.javaOptions).modulePath) {
+    std::string placed = text::replaceAll(entry, "${launcher:sys.appRootDir}", appRoot);
+    if (fs::exists(placed)) items.push_back(placed);
+  }
+  return items;
+}
+
+// The runtime as the bundle ships it: linked of the modules the application needs, or the
+// runtime given without what no start needs.
+ShippedRuntime runtimeToShip(const Request& request, const std::string& linkDirectory, const std::string& appRoot,
+                             std::vector<std::string>& summary, std::vector<std::string>& warnings) {
+  ShippedRuntime runtime = *request.runtime;
+  if (!request.jlink) {
+    uint64_t whole = shippedSize(runtime);
+    std::vector<std::string> names = leaveOutUnneeded(runtime);
+    if (!names.empty())
+      summary.push_back("left out of the runtime, as no start needs them: " + text::join(names, ", ") + " (" +
+                        megabytes(whole - shippedSize(runtime)) + " saved; --jlink ships only the modules used)");
+    return runtime;
+  }
+  LinkedRuntime linked =
+      linkRuntime(LinkInput{runtime, applicationClasses(request, appRoot), request.javaOptions, request.addedModules, !request.archive}, linkDirectory);
+  warnings.insert(warnings.end(), linked.notes.begin(), linked.notes.end());
+  summary.push_back("runtime linked of " + std::to_string(linked.modules.size()) + " modules (and what they require): " +
+                    text::join(linked.modules, ","));
+  return linked.runtime;
+}
+
+// One line on how a start begins, so that the choice made is seen.
+std::string startSummary(const Request& request, const std::optional<std::string>& buildId) {
+  std::string line;
+  if (request.embed) line = "start: no progress window (a command-line launcher)";
+  else if (showsProgressWindow(request))
+    line = request.archive ? "start: the progress window shows while the runtime archive is unpacked"
+                           : "start: the progress window shows until the launch (--progress-window always)";
+  else line = std::string("start: fast, no progress window") + (request.archive ? " (--progress-window never)" : " (nothing to unpack)");
+  if (request.reuseUnpacked) line += "; the archive is unpacked once into the user's cache";
+  else if (request.archive) line += "; the archive is unpacked at every start (--reuse-unpacked-runtime keeps it)";
+  if (buildId) {
+    line += "; AOT cache " + *buildId + ", written by the first start";
+    std::optional<int> feature = request.runtime ? featureRelease(request.runtime->version) : std::nullopt;
+    if (feature && *feature < 25) line += ", used by runtimes from 25 on only: the shipped one is " + request.runtime->version;
+  }
+  return line;
+}
+
 // Everything inside the staging directory; returns the lines of the summary.
 std::vector<std::string> build(const Request& request, const std::string& root) {
   std::vector<std::string> summary, warnings;
@@ -386,21 +499,29 @@ std::vector<std::string> build(const Request& request, const std::string& root) 
   if (request.icon) writeFile(path::append(resources, "app.icns"), iconContainer(*request.icon), 0644);
 
   std::optional<uint64_t> archiveSize;
-  if (request.runtime && request.archive) {
-    std::string archive = path::append(appRoot, "jre.tar.gz");
-    archiveSize = packRuntime(*request.runtime, archive, warnings, &error);
-    if (!archiveSize) throw failure(error);
-    summary.push_back("runtime " + request.runtime->version + " packed as Contents/Resources/app/jre.tar.gz (" +
-                      megabytes(*archiveSize) + " unpacked)");
-  } else if (request.runtime) {
-    // A command-line launcher finds its runtime as the private one of its installation.
-    std::string where = request.embed ? ".brackwood/jre.bundle" : "Contents/Resources/jre.bundle";
-    if (!copyRuntime(*request.runtime, path::append(root, where), warnings, &error)) throw failure(error);
-    summary.push_back("runtime " + request.runtime->version + " copied to " + where);
+  if (request.runtime) {
+    std::string linkDirectory = path::append(root, ".linked-runtime");
+    ShippedRuntime runtime = runtimeToShip(request, linkDirectory, appRoot, summary, warnings);
+    if (request.archive) {
+      std::string archive = path::append(appRoot, "jre.tar.gz");
+      archiveSize = packRuntime(runtime, archive, warnings, &error);
+      if (!archiveSize) throw failure(error);
+      summary.push_back("runtime " + runtime.version + " packed as Contents/Resources/app/jre.tar.gz (" +
+                        megabytes(compressedSize(archive)) + ", " + megabytes(*archiveSize) + " unpacked)");
+    } else {
+      // A command-line launcher finds its runtime as the private one of its installation.
+      std::string where = request.embed ? ".brackwood/jre.bundle" : "Contents/Resources/jre.bundle";
+      if (!copyRuntime(runtime, path::append(root, where), warnings, &error)) throw failure(error);
+      summary.push_back("runtime " + runtime.version + " copied to " + where + " (" + megabytes(shippedSize(runtime)) + ")");
+    }
+    if (request.jlink && !fs::removeItem(linkDirectory)) throw failure(linkDirectory + ": cannot be removed");
   }
   for (const std::string& warning : warnings) warn(warning);
 
-  PlistValue config = configuration(request, archiveSize);
+  std::optional<std::string> buildId;
+  if (request.aotCache) buildId = applicationBuildId(appRoot);
+  summary.push_back(startSummary(request, buildId));
+  PlistValue config = configuration(request, archiveSize, buildId);
   std::string plist = xmlPropertyList(config);
   std::optional<PreparedLauncher> launcher =
       prepareLauncher(request.launcher, request.embed ? std::optional<std::string>(plist) : std::nullopt, &error);

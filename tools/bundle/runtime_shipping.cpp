@@ -50,10 +50,11 @@ std::optional<ShippedRuntime> inspectRuntime(const std::string& directory, std::
     *error = directory + ": no runtime launcher library (lib/libjli or lib/jli/libjli) in it";
     return std::nullopt;
   }
-  return ShippedRuntime{directory, accepted->version, fs::isDirectory(path::append(directory, "Contents/Home"))};
+  return ShippedRuntime{directory, accepted->version, fs::isDirectory(path::append(directory, "Contents/Home")), {}};
 }
 
-bool copyTree(const std::string& from, const std::string& to, std::vector<std::string>& warnings, std::string* error) {
+bool copyTree(const std::string& from, const std::string& to, std::vector<std::string>& warnings, std::string* error,
+              const std::set<std::string>& leaveOut) {
   if (!fs::createDirectory(to, true)) {
     *error = to + ": cannot be made";
     return false;
@@ -78,7 +79,7 @@ bool copyTree(const std::string& from, const std::string& to, std::vector<std::s
     }
     if (!ok) reason = target + ": " + std::strerror(errno);
     return ok;
-  });
+  }, leaveOut);
   for (auto it = directoryModes.rbegin(); it != directoryModes.rend(); ++it) ::chmod(it->first.c_str(), it->second);
   warnings.insert(warnings.end(), walk.warnings.begin(), walk.warnings.end());
   if (!walk.error.empty()) *error = walk.error;
@@ -88,7 +89,7 @@ bool copyTree(const std::string& from, const std::string& to, std::vector<std::s
 bool copyRuntime(const ShippedRuntime& runtime, const std::string& bundleDirectory, std::vector<std::string>& warnings,
                  std::string* error) {
   std::string home = runtime.bundleShaped ? bundleDirectory : path::append(bundleDirectory, "Contents/Home");
-  return copyTree(runtime.directory, home, warnings, error);
+  return copyTree(runtime.directory, home, warnings, error, runtime.leftOut);
 }
 
 std::optional<uint64_t> packRuntime(const ShippedRuntime& runtime, const std::string& archive,
@@ -115,7 +116,7 @@ std::optional<uint64_t> packRuntime(const ShippedRuntime& runtime, const std::st
       }
       if (!written) reason = writer.error();
       return written;
-    });
+    }, runtime.leftOut);
     warnings.insert(warnings.end(), walk.warnings.begin(), walk.warnings.end());
     ok = walk.error.empty();
   }

@@ -4,6 +4,7 @@
 // unpacks at every start. Both hold the runtime's home at Contents/Home.
 #include <cstdint>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -15,6 +16,7 @@ struct ShippedRuntime {
   // It already has the bundle shape (Contents/Home, perhaps Contents/Info.plist) and is
   // shipped as it is; otherwise it is a runtime home and goes to Contents/Home.
   bool bundleShaped = false;
+  std::set<std::string> leftOut;  // paths below `directory` that are not shipped
 };
 
 // Opens the directory the way the launcher opens a runtime. Absent, with the reason, when
@@ -22,8 +24,10 @@ struct ShippedRuntime {
 std::optional<ShippedRuntime> inspectRuntime(const std::string& directory, std::string* error);
 
 // Copies the directory `from` to `to` (made with its parents) with the link rules of the
-// runtime walk; the modes of files and directories gain the owner's read and write.
-bool copyTree(const std::string& from, const std::string& to, std::vector<std::string>& warnings, std::string* error);
+// runtime walk, without what `leaveOut` names; the modes of files and directories gain the
+// owner's read and write.
+bool copyTree(const std::string& from, const std::string& to, std::vector<std::string>& warnings, std::string* error,
+              const std::set<std::string>& leaveOut = {});
 
 // Copies the runtime to `bundleDirectory` (which must not exist yet).
 bool copyRuntime(const ShippedRuntime& runtime, const std::string& bundleDirectory,

@@ -38,8 +38,9 @@ std::string relativeTo(const std::string& from, const std::string& target) {
 
 class Walker {
  public:
-  Walker(std::string rootReal, const std::function<bool(const TreeEntry&, std::string&)>& visit)
-      : rootReal_(std::move(rootReal)), visit_(visit) {}
+  Walker(std::string rootReal, const std::function<bool(const TreeEntry&, std::string&)>& visit,
+         const std::set<std::string>& leaveOut)
+      : rootReal_(std::move(rootReal)), visit_(visit), leaveOut_(leaveOut) {}
 
   // `directory` is read; its entries are named below `relative`. `chain` holds the real
   // paths of the directories being walked, so that a link back up is not followed for ever.
@@ -50,6 +51,7 @@ class Walker {
     for (const std::string& name : *names) {
       std::string source = path::append(directory, name);
       std::string entryPath = relative.empty() ? name : relative + "/" + name;
+      if (leaveOut_.count(entryPath)) continue;
       struct stat st {};
       if (::lstat(source.c_str(), &st) != 0) return fail(source + ": " + std::strerror(errno));
       if (S_ISLNK(st.st_mode)) {
@@ -127,14 +129,16 @@ class Walker {
 
   std::string rootReal_;
   const std::function<bool(const TreeEntry&, std::string&)>& visit_;
+  const std::set<std::string>& leaveOut_;
 };
 
 }  // namespace
 
-TreeWalk walkRuntimeTree(const std::string& root, const std::function<bool(const TreeEntry&, std::string&)>& visit) {
+TreeWalk walkRuntimeTree(const std::string& root, const std::function<bool(const TreeEntry&, std::string&)>& visit,
+                         const std::set<std::string>& leaveOut) {
   std::optional<std::string> rootReal = realPath(root);
   if (!rootReal) return TreeWalk{{}, root + ": " + std::strerror(errno)};
-  Walker walker(*rootReal, visit);
+  Walker walker(*rootReal, visit, leaveOut);
   std::vector<std::string> chain{*rootReal};
   walker.walk(*rootReal, "", chain);
   return std::move(walker.result);

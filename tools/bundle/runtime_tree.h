@@ -7,6 +7,7 @@
 #include <sys/types.h>
 
 #include <functional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -28,8 +29,9 @@ struct TreeWalk {
   std::string error;  // set when the walk stopped
 };
 
-// Visits every entry below `root`; a visitor returning false stops the walk (it sets the
-// error itself).
-TreeWalk walkRuntimeTree(const std::string& root, const std::function<bool(const TreeEntry&, std::string&)>& visit);
+// Visits every entry below `root` except those named in `leaveOut` (relative paths, with
+// what they hold); a visitor returning false stops the walk (it sets the error itself).
+TreeWalk walkRuntimeTree(const std::string& root, const std::function<bool(const TreeEntry&, std::string&)>& visit,
+                         const std::set<std::string>& leaveOut = {});
 
 }  // namespace bwk::bundle

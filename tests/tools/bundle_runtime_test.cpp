@@ -1,0 +1,158 @@
+// brackwood-bundle and the runtime a bundle ships: what is left out of a JDK, the runtime
+// linked of the modules the application uses, check naming a module the runtime lacks, and
+// the keys that decide how a start begins.
+#include "base/fs.h"
+#include "base/plist_reader.h"
+#include "bundle_tool.h"
+#include "install/untar.h"
+
+namespace bwk::test {
+namespace {
+
+const std::string kJdk = "/usr/lib/jvm/java-17-openjdk-amd64";
+
+class BundleRuntime : public ::testing::Test {
+ protected:
+  PlistDict info(const std::string& app) { return *readPropertyListFile(app + "/Contents/Info.plist")->asDictionary(); }
+  // The shipped runtime's home, unpacked first when it is an archive.
+  std::string shippedHome(const std::string& app, const std::string& form) {
+    if (form == "bundle") return app + "/Contents/Resources/jre.bundle/Contents/Home";
+    std::string unpacked = tmp / ("unpacked-" + std::to_string(++unpacks_));
+    shell("mkdir -p " + unpacked);
+    EXPECT_TRUE(UnTar::untar(app + "/Contents/Resources/app/jre.tar.gz", unpacked, 0, nullptr));
+    return unpacked + "/Contents/Home";
+  }
+  TempDir tmp;
+
+ private:
+  int unpacks_ = 0;
+};
+
+TEST_F(BundleRuntime, JdkShippedWithoutWhatNoStartNeeds) {
+  std::string home = tmp / "jdk";
+  makeFakeRuntime(home, "17.0.2");
+  for (const char* file : {"jmods/java.base.jmod", "include/jni.h", "man/man1/java.1", "demo/README", "src.zip",
+                           "legal/java.base/LICENSE", "lib/modules"})
+    writeFile(home + "/" + file, std::string(1000, 'x'));
+  shell("ln -s /nonexistent/src.zip " + home + "/lib/src.zip");
+  for (const std::string form : {"bundle", "archive"}) {
+    RunResult r = createHello(tmp / form, {"--runtime", home, "--runtime-as", form});
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_TRUE(text::contains(r.out, "left out of the runtime, as no start needs them: jmods/, src.zip, lib/src.zip, "
+                                      "include/, man/, demo/ (0.0 MB saved"))
+        << r.out;
+    EXPECT_FALSE(text::contains(r.err, "src.zip")) << "no warning for the sources' broken link: " << r.err;
+    std::string shipped = shippedHome(tmp / form + "/Hello.app", form);
+    for (const char* gone : {"jmods", "include", "man", "demo", "src.zip", "lib/src.zip"})
+      EXPECT_FALSE(fs::existsNoFollow(shipped + "/" + gone)) << form << ": " << gone;
+    for (const char* kept : {"legal/java.base/LICENSE", "release", "lib/modules", "lib/libjli.so"})
+      EXPECT_TRUE(fs::exists(shipped + "/" + kept)) << form << ": " << kept;
+    RunResult checked = bundleTool({"check", tmp / form + "/Hello.app"});
+    EXPECT_TRUE(text::contains(checked.err, "were not checked: its release file names no MODULES")) << form << ": " << checked.err;
+  }
+}
+
+TEST_F(BundleRuntime, StartChoicesBecomeKeys) {
+  makeFakeRuntime(tmp / "jdk", "17.0.2");
+  struct Case {
+    std::vector<std::string> words;
+    std::optional<bool> initialProgress, reuse, aot;
+    std::string said;
+  };
+  const std::vector<std::string> archive{"--runtime", tmp / "jdk", "--runtime-as", "archive"};
+  auto with = [](std::vector<std::string> a, const std::vector<std::string>& b) {
+    a.insert(a.end(), b.begin(), b.end());
+    return a;
+  };
+  const std::vector<Case> cases = {
+      {{}, false, std::nullopt, std::nullopt, "start: fast, no progress window (nothing to unpack)"},
+      {{"--runtime", tmp / "jdk"}, false, std::nullopt, std::nullopt, "no progress window"},
+      {archive, true, std::nullopt, std::nullopt, "the progress window shows while the runtime archive is unpacked"},
+      {with(archive, {"--progress-window", "never", "--reuse-unpacked-runtime"}), false, true, std::nullopt,
+       "unpacked once into the user's cache"},
+      {{"--progress-window", "always", "--aot-cache"}, true, std::nullopt, true, "AOT cache "},
+      {{"--embed", "--aot-cache"}, std::nullopt, std::nullopt, true, "a command-line launcher"},
+  };
+  for (const Case& c : cases) {
+    shell("rm -rf " + tmp / "out");
+    RunResult r = createHello(tmp / "out", c.words);
+    ASSERT_EQ(r.status, 0) << c.said << ": " << r.err;
+    EXPECT_TRUE(text::contains(r.out, c.said)) << r.out;
+    if (!c.words.empty() && c.words.front() == "--embed") continue;  // its configuration is embedded; the summary said it
+    PlistDict config = info(tmp / "out/Hello.app");
+    EXPECT_EQ(PlistValue(config).boolean("bwk.initialProgress"), c.initialProgress) << c.said;
+    EXPECT_EQ(PlistValue(config).boolean("bwk.reuseUnpackedRuntime"), c.reuse) << c.said;
+    EXPECT_EQ(config["JavaVM"].boolean("AotCacheEnabled"), c.aot) << c.said;
+    EXPECT_EQ(config["JavaVM"].string("AotCacheBuildId").has_value(), c.aot.has_value()) << c.said;
+  }
+  const std::vector<std::pair<std::vector<std::string>, std::string>> refused = {
+      {{"--reuse-unpacked-runtime"}, "--reuse-unpacked-runtime needs --runtime-as archive"},
+      {{"--progress-window", "sometimes"}, "--progress-window takes auto, always or never"},
+      {{"--embed", "--progress-window", "never"}, "--progress-window needs a bundle"},
+      {{"--jlink"}, "--jlink needs --runtime"},
+      {{"--add-modules", "java.sql"}, "--add-modules needs --jlink"},
+      {{"--jlink", "--runtime", tmp / "jdk"}, "no bin/jlink"},
+  };
+  for (const auto& [words, message] : refused) {
+    RunResult r = createHello(tmp / "refused", words);
+    EXPECT_NE(r.status, 0) << message;
+    EXPECT_TRUE(text::contains(r.err, message)) << message << ": " << r.err;
+  }
+}
+
+// The identifier names the code shipped: the same jars give the same one, any changed byte another.
+TEST_F(BundleRuntime, AotBuildIdFollowsTheJarsContents) {
+  auto buildId = [&](const std::string& jar) {
+    shell("rm -rf " + tmp / "out");
+    EXPECT_EQ(bundleTool({"create", "--name", "Hello", "--main-class", "Hello", "--jar", jar, "--output", tmp / "out",
+                          "--aot-cache"}).status, 0);
+    return *info(tmp / "out/Hello.app")["JavaVM"].string("AotCacheBuildId");
+  };
+  shell("mkdir -p " + tmp / "a " + tmp / "b && cp " + helloJar() + " " + tmp / "a/hello.jar && cp " + helloJar() + " " +
+        tmp / "b/hello.jar && printf x >> " + tmp / "b/hello.jar");
+  std::string first = buildId(tmp / "a/hello.jar");
+  EXPECT_EQ(first.size(), 24u);
+  EXPECT_EQ(buildId(tmp / "a/hello.jar"), first);
+  EXPECT_NE(buildId(tmp / "b/hello.jar"), first) << "one more byte at the end of the jar";
+}
+
+// A real JDK links the runtime; check then finds it complete, and names what a runtime too
+// small lacks, shipped either way.
+TEST_F(BundleRuntime, LinkedRuntimeRunsAndCheckNamesAMissingModule) {
+  if (!fs::exists(kJdk + "/jmods")) GTEST_SKIP() << "no JDK with jmods at " << kJdk;
+  RunResult r = createHello(tmp / "linked", {"--runtime", kJdk, "--jlink", "--add-modules", "java.sql", "--java-option",
+                                             "--add-opens=java.naming/javax.naming=ALL-UNNAMED"});
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_TRUE(text::contains(r.out, "java.base,java.management,java.naming,java.sql,jdk.charsets,jdk.crypto.ec,jdk.localedata,jdk.zipfs"))
+      << r.out;
+  std::string app = tmp / "linked/Hello.app";
+  std::string home = shippedHome(app, "bundle");
+  std::string release = readFile(home + "/release");
+  EXPECT_TRUE(text::contains(release, " java.management ") && !text::contains(release, "java.desktop")) << release;
+  EXPECT_FALSE(fs::exists(home + "/jmods") || fs::exists(home + "/include")) << "headers and jmods are not linked";
+  std::vector<std::string> env;
+#if defined(__SANITIZE_ADDRESS__)
+  // The sanitizer's dlopen hides the caller's search path, so libjimage, unpacking a class
+  // compressed in the image, would not find libzip beside it.
+  env.push_back("LD_LIBRARY_PATH=" + home + "/lib");
+#endif
+  RunResult started = startApp(app, {}, env);
+  EXPECT_EQ(started.status, 0) << started.err;
+  EXPECT_TRUE(text::contains(started.out, "Hello from Java 17")) << started.out << started.err;
+  RunResult checked = bundleTool({"check", app});
+  EXPECT_EQ(checked.status, 0) << checked.out << checked.err;
+  EXPECT_NE(createHello(tmp / "x", {"--runtime", kJdk, "--jlink", "--add-modules", "java.nothing"}).status, 0);
+
+  shell(kJdk + "/bin/jlink --add-modules java.base --output " + tmp / "base-only");
+  for (const std::string form : {"bundle", "archive"}) {
+    ASSERT_EQ(createHello(tmp / form, {"--runtime", tmp / "base-only", "--runtime-as", form}).status, 0);
+    RunResult c = bundleTool({"check", tmp / form + "/Hello.app"});
+    EXPECT_EQ(c.status, 1) << form;
+    EXPECT_TRUE(text::contains(c.out, "lacks the module java.management, which the application's classes need (Hello uses "
+                                      "java.lang.management.ManagementFactory)"))
+        << form << ": " << c.out << c.err;
+  }
+}
+
+}  // namespace
+}  // namespace bwk::test

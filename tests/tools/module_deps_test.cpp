@@ -1,0 +1,46 @@
+// What jdeps prints, read: the module of each dependence (internal APIs too, missing classes
+// and other jars not), the release of a version, the modules runtime options name.
+#include <gtest/gtest.h>
+
+#include "module_deps.h"
+#include "runtime_link.h"
+
+namespace bwk::bundle {
+namespace {
+
+TEST(ModuleDeps, ClassUsesNameOneUsePerModule) {
+  const std::string output =
+      "app.jar -> java.base\n"
+      "app.jar -> java.desktop\n"
+      "   com.example.Main          -> java.lang.Object            java.base\n"
+      "   com.example.Main          -> javax.swing.JFrame          java.desktop\n"
+      "   com.example.View          -> javax.swing.JPanel          java.desktop\n"
+      "   com.example.Fast          -> sun.misc.Unsafe             JDK internal API (jdk.unsupported)\n"
+      "   com.example.Main          -> org.gone.Thing              not found\n"
+      "   com.example.Main          -> com.example.lib.Util        lib.jar\n"
+      "\tcom.example.Sql\t-> java.sql.Connection\tjava.sql\n";
+  const std::map<std::string, std::string> expected = {
+      {"java.base", "com.example.Main uses java.lang.Object"},
+      {"java.desktop", "com.example.Main uses javax.swing.JFrame"},
+      {"jdk.unsupported", "com.example.Fast uses sun.misc.Unsafe"},
+      {"java.sql", "com.example.Sql uses java.sql.Connection"},
+  };
+  EXPECT_EQ(parseClassUses(output), expected);
+}
+
+TEST(ModuleDeps, FeatureRelease) {
+  const std::vector<std::pair<std::string, std::optional<int>>> cases = {
+      {"17.0.13", 17}, {"25", 25}, {"21-ea", 21}, {"1.8.0_402", 8}, {"", std::nullopt}, {"ea", std::nullopt}};
+  for (const auto& [version, feature] : cases) EXPECT_EQ(featureRelease(version), feature) << version;
+}
+
+TEST(ModuleDeps, ModulesRuntimeOptionsName) {
+  NamedModules named = modulesInOptions({"--add-opens", "java.desktop/sun.awt=ALL-UNNAMED", "--add-exports=java.base/sun.nio.ch=ALL-UNNAMED",
+                                         "--add-modules=java.sql,jdk.jfr", "-p", "${launcher:sys.appRootDir}/mods:extra",
+                                         "--module-path=other", "-Dp=--add-modules", "--add-modules"});
+  EXPECT_EQ(named.modules, (std::set<std::string>{"java.desktop", "java.base", "java.sql", "jdk.jfr"}));
+  EXPECT_EQ(named.modulePath, (std::vector<std::string>{"${launcher:sys.appRootDir}/mods", "extra", "other"}));
+}
+
+}  // namespace
+}  // namespace bwk::bundle
