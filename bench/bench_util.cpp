@@ -83,13 +83,15 @@ std::string jlinkRuntimeArchive(const std::string& cache, const std::string& jdk
   std::string archive = cache + "/" + name;
   if (::access(archive.c_str(), R_OK) == 0) return archive;
   std::string stage = cache + "/stage";
-  std::string command = "set -e; rm -rf '" + stage + "'; mkdir -p '" + cache + "'; '" + jdk +
-                        "/bin/jlink' --add-modules java.base,java.desktop --strip-debug --no-header-files"
-                        " --no-man-pages --output '" + stage + "/Contents/Home'; " +
-                        (launcherLibrary.empty() ? std::string() : "cp '" + launcherLibrary + "' '" + stage + "/Contents/Home/lib/libjli.so'; ") +
-                        "tar -C '" + stage +
-                        "' --format=gnu -cf - Contents | gzip -6 > '" + archive + ".part'; mv '" + archive +
-                        ".part' '" + archive + "'; rm -rf '" + stage + "'";
+  std::string command =
+      "set -e; rm -rf '" + stage + "'; mkdir -p '" + cache + "'; '" + jdk +
+      "/bin/jlink' --add-modules java.base,java.desktop --strip-debug --no-header-files"
+      " --no-man-pages --output '" +
+      stage + "/Contents/Home'; " +
+      (launcherLibrary.empty() ? std::string()
+                               : "cp '" + launcherLibrary + "' '" + stage + "/Contents/Home/lib/libjli.so'; ") +
+      "tar -C '" + stage + "' --format=gnu -cf - Contents | gzip -6 > '" + archive + ".part'; mv '" + archive +
+      ".part' '" + archive + "'; rm -rf '" + stage + "'";
   if (shell(command) != 0) {
     std::fprintf(stderr, "cannot build the runtime archive in %s\n", cache.c_str());
     std::exit(1);
@@ -100,8 +102,9 @@ std::string jlinkRuntimeArchive(const std::string& cache, const std::string& jdk
 std::string makeBundle(const std::string& dir, const std::string& name, const std::string& launcher,
                        const std::string& info) {
   std::string app = dir + "/" + name + ".app";
-  if (shell("mkdir -p '" + app + "/Contents/MacOS' '" + app + "/Contents/Resources/app' && cp '" + launcher + "' '" + app +
-            "/Contents/MacOS/" + name + "' && printf '%s' '" + info + "' > '" + app + "/Contents/Info.plist'") != 0) {
+  if (shell("mkdir -p '" + app + "/Contents/MacOS' '" + app + "/Contents/Resources/app' && cp '" + launcher + "' '" +
+            app + "/Contents/MacOS/" + name + "' && printf '%s' '" + info + "' > '" + app + "/Contents/Info.plist'") !=
+      0) {
     std::fprintf(stderr, "cannot make %s\n", app.c_str());
     std::exit(1);
   }

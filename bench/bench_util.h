@@ -31,8 +31,8 @@ int shell(const std::string& command);
 // bundle (Contents/Home/...), packed with GNU tar and gzip -6 as <cache>/<name>. With
 // `launcherLibrary`, that file replaces the image's lib/libjli.so. Built once and kept; ends
 // the program when it cannot be built.
-std::string jlinkRuntimeArchive(const std::string& cache, const std::string& jdk, const std::string& name = "runtime.tar.gz",
-                                const std::string& launcherLibrary = "");
+std::string jlinkRuntimeArchive(const std::string& cache, const std::string& jdk,
+                                const std::string& name = "runtime.tar.gz", const std::string& launcherLibrary = "");
 // <dir>/<name>.app with the launcher as Contents/MacOS/<name>, an empty Contents/Resources/app
 // and `info` as Info.plist; the executable's path. Ends the program when it cannot be made.
 std::string makeBundle(const std::string& dir, const std::string& name, const std::string& launcher,

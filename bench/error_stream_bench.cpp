@@ -22,7 +22,8 @@ std::vector<std::string> environmentWith(const std::string& extra) {
   std::vector<std::string> env;
   for (char** e = environ; *e; ++e) {
     std::string entry = *e;
-    if (entry.rfind("DISPLAY=", 0) != 0 && entry.rfind("WAYLAND_DISPLAY=", 0) != 0 && entry.rfind("BRACKWOOD_LOG=", 0) != 0)
+    if (entry.rfind("DISPLAY=", 0) != 0 && entry.rfind("WAYLAND_DISPLAY=", 0) != 0 &&
+        entry.rfind("BRACKWOOD_LOG=", 0) != 0)
       env.push_back(entry);
   }
   if (!extra.empty()) env.push_back(extra);
@@ -47,11 +48,16 @@ int main(int argc, char** argv) {
   std::string dir = tempDirectory("bwk-error-stream");
   // No progress window: application mode then loads no window toolkit, and needs no display
   // server, only the variable that tells of a graphical session.
-  std::string info = "<?xml version=\"1.0\"?><plist version=\"1.0\"><dict><key>bwk.initialProgress</key><false/>"
-                     "<key>JavaVM</key><dict><key>MainClass</key><string>Hello</string>"
-                     "<key>ClassPath</key><string>" + jar + "</string>"
-                     "<key>SearchSequence</key><array><string>R" + jdk + "</string></array>"
-                     "</dict></dict></plist>";
+  std::string info =
+      "<?xml version=\"1.0\"?><plist version=\"1.0\"><dict><key>bwk.initialProgress</key><false/>"
+      "<key>JavaVM</key><dict><key>MainClass</key><string>Hello</string>"
+      "<key>ClassPath</key><string>" +
+      jar +
+      "</string>"
+      "<key>SearchSequence</key><array><string>R" +
+      jdk +
+      "</string></array>"
+      "</dict></dict></plist>";
   std::string executable = makeBundle(dir, "Hello", launcher, info);
   std::string writes = "--stderr-megabytes=" + std::to_string(megabytes);
   struct Contestant {

@@ -31,7 +31,8 @@ extern char** environ;
 namespace {
 
 std::string plist(const std::string& classes, bool reuse) {
-  return std::string("<?xml version=\"1.0\"?><plist version=\"1.0\"><dict><key>CFBundleName</key><string>Quick</string>") +
+  return std::string(
+             "<?xml version=\"1.0\"?><plist version=\"1.0\"><dict><key>CFBundleName</key><string>Quick</string>") +
          (reuse ? "<key>bwk.reuseUnpackedRuntime</key><true/>" : "") +
          "<key>JavaVM</key><dict><key>MainClass</key><string>Quick</string><key>ClassPath</key><string>" + classes +
          "</string></dict></dict></plist>";
@@ -74,7 +75,8 @@ double perRoundRatio(const Runs& a, const Runs& b) {
 }
 
 void print(const char* name, const Runs& runs) {
-  std::printf("  %-48s %7.1f ms  peak RSS %6.1f MB\n", name, median(runs.seconds) * 1e3, static_cast<double>(runs.maxRssKb) / 1024);
+  std::printf("  %-48s %7.1f ms  peak RSS %6.1f MB\n", name, median(runs.seconds) * 1e3,
+              static_cast<double>(runs.maxRssKb) / 1024);
 }
 
 }  // namespace
@@ -96,9 +98,13 @@ int main(int argc, char** argv) {
   std::string unpacked = makeBundle(dir, "Unpacked", launcher, plist(classes, false));
   std::string cached = makeBundle(dir, "Cached", launcher, plist(classes, true));
   std::string plain = makeBundle(dir, "Plain", launcher, plist(classes, false));
-  if (shell("set -e; cd '" + dir + "'; printf 'public class Quick { public static void main(String[] a) { "
-            "System.out.println(\"ready\"); } }' > Quick.java; '" + jdk + "/bin/javac' -d classes Quick.java; "
-            "mkdir tmp cache; cp '" + archive + "' Cached.app/Contents/Resources/app/jre.tar.gz; cp '" + archive +
+  if (shell("set -e; cd '" + dir +
+            "'; printf 'public class Quick { public static void main(String[] a) { "
+            "System.out.println(\"ready\"); } }' > Quick.java; '" +
+            jdk +
+            "/bin/javac' -d classes Quick.java; "
+            "mkdir tmp cache; cp '" +
+            archive + "' Cached.app/Contents/Resources/app/jre.tar.gz; cp '" + archive +
             "' Plain.app/Contents/Resources/app/jre.tar.gz") != 0) {
     std::fprintf(stderr, "cannot lay out the bundles in %s\n", dir.c_str());
     return 1;
@@ -112,7 +118,8 @@ int main(int argc, char** argv) {
   // moves a runtime's start by several per cent.
   Runs making;
   if (!measure(making, cached, env, false) ||
-      shell("cp -al '" + dir + "'/cache/brackwood/Quick/runtime/*/jre.bundle '" + dir + "/Unpacked.app/Contents/Resources/'") != 0) {
+      shell("cp -al '" + dir + "'/cache/brackwood/Quick/runtime/*/jre.bundle '" + dir +
+            "/Unpacked.app/Contents/Resources/'") != 0) {
     std::fprintf(stderr, "cannot lay out the reference\n");
     return 1;
   }
@@ -159,8 +166,8 @@ int main(int argc, char** argv) {
   print("runtime unpacked as Contents/Resources/jre.bundle", fromUnpacked);
   print("bwk.reuseUnpackedRuntime, entry in the cache", later);
   print("the same, archive file not known (checksum taken)", laterChecksum);
-  std::printf("  median of per-round ratios cached/unpacked: %.3f (checksum taken: %.3f)\n", perRoundRatio(later, fromUnpacked),
-              perRoundRatio(laterChecksum, fromUnpacked));
+  std::printf("  median of per-round ratios cached/unpacked: %.3f (checksum taken: %.3f)\n",
+              perRoundRatio(later, fromUnpacked), perRoundRatio(laterChecksum, fromUnpacked));
   std::printf("first starts:\n");
   print("without the key (unpacked into TMPDIR)", withoutKey);
   print("bwk.reuseUnpackedRuntime, entry made", first);

@@ -52,7 +52,8 @@ double mb(double b) { return b / 1e6; }
 std::string startXvfb(pid_t& pid) {
   int fds[2];
   if (pipe(fds) != 0) return "";
-  pid = startProcess({"/usr/bin/Xvfb", "-displayfd", std::to_string(fds[1]), "-screen", "0", "800x600x24", "-nolisten", "tcp"});
+  pid = startProcess(
+      {"/usr/bin/Xvfb", "-displayfd", std::to_string(fds[1]), "-screen", "0", "800x600x24", "-nolisten", "tcp"});
   close(fds[1]);
   std::string number;
   char c;
@@ -128,16 +129,18 @@ int main(int argc, char** argv) {
   std::printf("load average at the start %.2f %.2f %.2f\n", load[0], load[1], load[2]);
 
   std::string dir = tempDirectory("bwk-runtime-choice");
-  if (shell("set -e; cd '" + dir + "'; bash '" BWK_BENCH_SOURCE_DIR "/swing_app/generate.sh' src 2000; find src -name '*.java' > files; '" +
-            jdk17 + "/bin/javac' --release 17 -d classes @files; '" + jdk17 + "/bin/jar' cfe app.jar bench.Main -C classes .") != 0) {
+  if (shell("set -e; cd '" + dir +
+            "'; bash '" BWK_BENCH_SOURCE_DIR "/swing_app/generate.sh' src 2000; find src -name '*.java' > files; '" +
+            jdk17 + "/bin/javac' --release 17 -d classes @files; '" + jdk17 +
+            "/bin/jar' cfe app.jar bench.Main -C classes .") != 0) {
     std::fprintf(stderr, "cannot build the Swing program\n");
     return 1;
   }
   std::string jar = dir + "/app.jar";
   auto create = [&](const std::string& name, const std::string& runtime, const std::string& more) {
-    std::string command = "'" + tool + "' create --name " + name + " --main-class bench.Main --jar '" + jar + "' --runtime '" +
-                          runtime + "' --launcher '" + launcher + "' --output '" + dir + "' " + more + " > '" + dir + "/" + name +
-                          ".log' 2>&1";
+    std::string command = "'" + tool + "' create --name " + name + " --main-class bench.Main --jar '" + jar +
+                          "' --runtime '" + runtime + "' --launcher '" + launcher + "' --output '" + dir + "' " + more +
+                          " > '" + dir + "/" + name + ".log' 2>&1";
     if (shell(command) != 0) {
       std::fprintf(stderr, "create %s failed: see %s/%s.log\n", name.c_str(), dir.c_str(), name.c_str());
       std::exit(1);
@@ -152,14 +155,19 @@ int main(int argc, char** argv) {
   double rest = duBytes(given) - duBytes(given + "/Contents/Resources/jre.bundle");
   double wholeDirectory = rest + duBytes(jdk17, true);
   double wholeArchive = rest + bytes("tar -chf - -C '" + jdk17 + "' . 2>/dev/null | gzip -6 | wc -c");
-  std::printf("bundle sizes, a Swing program on %s (the whole JDK: the runtime directory with its links followed, its archive "
-              "packed with tar and gzip -6):\n", jdk17.c_str());
+  std::printf(
+      "bundle sizes, a Swing program on %s (the whole JDK: the runtime directory with its links followed, its archive "
+      "packed with tar and gzip -6):\n",
+      jdk17.c_str());
   std::printf("  %-40s %8.1f MB\n", "whole JDK, as a directory", mb(wholeDirectory));
-  std::printf("  %-40s %8.1f MB  ratio %.3f\n", "as given, unneeded parts left out", mb(duBytes(given)), duBytes(given) / wholeDirectory);
+  std::printf("  %-40s %8.1f MB  ratio %.3f\n", "as given, unneeded parts left out", mb(duBytes(given)),
+              duBytes(given) / wholeDirectory);
   std::printf("  %-40s %8.1f MB  ratio %.3f\n", "--jlink", mb(duBytes(linked)), duBytes(linked) / wholeDirectory);
   std::printf("  %-40s %8.1f MB\n", "whole JDK, as an archive", mb(wholeArchive));
-  std::printf("  %-40s %8.1f MB  ratio %.3f\n", "as given, archive", mb(duBytes(givenArchive)), duBytes(givenArchive) / wholeArchive);
-  std::printf("  %-40s %8.1f MB  ratio %.3f\n", "--jlink, archive", mb(duBytes(linkedArchive)), duBytes(linkedArchive) / wholeArchive);
+  std::printf("  %-40s %8.1f MB  ratio %.3f\n", "as given, archive", mb(duBytes(givenArchive)),
+              duBytes(givenArchive) / wholeArchive);
+  std::printf("  %-40s %8.1f MB  ratio %.3f\n", "--jlink, archive", mb(duBytes(linkedArchive)),
+              duBytes(linkedArchive) / wholeArchive);
 
   // 2. Starts to the first window.
   pid_t xvfb = -1;
@@ -175,9 +183,13 @@ int main(int argc, char** argv) {
   bool have25 = access((jdk25 + "/bin/java").c_str(), X_OK) == 0;
   if (have25) {
     contestants.push_back({"Temurin 25: java -cp", {jdk25 + "/bin/java", "-cp", jar, "bench.Main"}, {}});
-    contestants.push_back({"Temurin 25: bundle --aot-cache", {create("Aot", jdk25, "--aot-cache") + "/Contents/MacOS/Aot"}, {}});
-    contestants.push_back({"Temurin 25: bundle --jlink --aot-cache", {create("AotLinked", jdk25, "--jlink --aot-cache") + "/Contents/MacOS/AotLinked"}, {}});
-    contestants.push_back({"Temurin 25: bundle without the cache", {create("Plain", jdk25, "") + "/Contents/MacOS/Plain"}, {}});
+    contestants.push_back(
+        {"Temurin 25: bundle --aot-cache", {create("Aot", jdk25, "--aot-cache") + "/Contents/MacOS/Aot"}, {}});
+    contestants.push_back({"Temurin 25: bundle --jlink --aot-cache",
+                           {create("AotLinked", jdk25, "--jlink --aot-cache") + "/Contents/MacOS/AotLinked"},
+                           {}});
+    contestants.push_back(
+        {"Temurin 25: bundle without the cache", {create("Plain", jdk25, "") + "/Contents/MacOS/Plain"}, {}});
   } else {
     std::printf("no Temurin 25 at %s: the rows of the AOT cache are skipped\n", jdk25.c_str());
   }
@@ -196,7 +208,8 @@ int main(int argc, char** argv) {
       if (round >= 0) c.seconds.push_back(seconds);
     }
   }
-  std::printf("start to the first window under Xvfb, %d interleaved rounds after the training start (medians):\n", rounds);
+  std::printf("start to the first window under Xvfb, %d interleaved rounds after the training start (medians):\n",
+              rounds);
   auto ratio = [](const Contestant& a, const Contestant& b) {
     std::vector<double> r;
     for (size_t i = 0; i < a.seconds.size(); ++i) r.push_back(a.seconds[i] / b.seconds[i]);

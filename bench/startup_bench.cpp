@@ -25,19 +25,28 @@ int main(int argc, char** argv) {
 
   std::string dir = tempDirectory("bwk-startup");
   std::string app = dir + "/Hello.app";
-  std::string info = "<?xml version=\"1.0\"?><plist version=\"1.0\"><dict><key>JavaVM</key><dict>"
-                     "<key>MainClass</key><string>Hello</string>"
-                     "<key>ClassPath</key><string>" + jar + "</string>"
-                     "<key>SearchSequence</key><array><string>R" + jdk + "</string></array>"
-                     "</dict></dict></plist>";
-  if (shell("mkdir -p '" + app + "/Contents/MacOS' && cp '" + launcher + "' '" + app + "/Contents/MacOS/Hello' && printf '%s' '" +
-            info + "' > '" + app + "/Contents/Info.plist'") != 0) {
+  std::string info =
+      "<?xml version=\"1.0\"?><plist version=\"1.0\"><dict><key>JavaVM</key><dict>"
+      "<key>MainClass</key><string>Hello</string>"
+      "<key>ClassPath</key><string>" +
+      jar +
+      "</string>"
+      "<key>SearchSequence</key><array><string>R" +
+      jdk +
+      "</string></array>"
+      "</dict></dict></plist>";
+  if (shell("mkdir -p '" + app + "/Contents/MacOS' && cp '" + launcher + "' '" + app +
+            "/Contents/MacOS/Hello' && printf '%s' '" + info + "' > '" + app + "/Contents/Info.plist'") != 0) {
     std::fprintf(stderr, "cannot make the bundle\n");
     return 1;
   }
   std::vector<std::string> viaLauncher{app + "/Contents/MacOS/Hello", "x"};
-  std::vector<std::string> viaJava{jdk + "/bin/java", "-Dfenmo.moduleName=" + app, "-Djava.class.path=" + jar,
-                                   "-Dbwk.jreBundle=" + jdk, "Hello", "x"};
+  std::vector<std::string> viaJava{jdk + "/bin/java",
+                                   "-Dfenmo.moduleName=" + app,
+                                   "-Djava.class.path=" + jar,
+                                   "-Dbwk.jreBundle=" + jdk,
+                                   "Hello",
+                                   "x"};
 
   // Warm the page cache and the class-data archive before measuring; the first runs' output
   // is kept to tell why a start fails.
@@ -67,7 +76,8 @@ int main(int argc, char** argv) {
   }
   shell("rm -rf '" + dir + "'");
   std::printf("start-up of Hello, %d interleaved pairs (launcher bundle vs %s/bin/java)\n", pairs, jdk.c_str());
-  std::printf("  median wall time: launcher %.1f ms, java %.1f ms\n", median(launcherTimes) * 1e3, median(javaTimes) * 1e3);
+  std::printf("  median wall time: launcher %.1f ms, java %.1f ms\n", median(launcherTimes) * 1e3,
+              median(javaTimes) * 1e3);
   std::printf("  median of per-pair ratios launcher/java: %.3f\n", median(ratios));
   std::printf("  peak RSS: launcher %.1f MB, java %.1f MB (difference %+.1f MB)\n", launcherRss / 1024.0,
               javaRss / 1024.0, (launcherRss - javaRss) / 1024.0);

@@ -100,13 +100,14 @@ Packed packBothWays(const std::string& cache, const std::string& name, const std
   Packed packed{cache + "/" + name + "-create.tar.gz", cache + "/" + name + "-tar.tar.gz"};
   if (::access(packed.create.c_str(), R_OK) == 0 && ::access(packed.tar.c_str(), R_OK) == 0) return packed;
   std::string stage = cache + "/" + name + "-stage", out = cache + "/" + name + "-out";
-  runOrExit("stage " + name, "set -e; rm -rf '" + stage + "' '" + out + "'; mkdir -p '" + stage + "/Contents'; " + fillStage +
-                                 "; cp '" BWK_BENCH_FAKE_JLI "' '" + stage + "/Contents/Home/lib/libjli.so'");
+  runOrExit("stage " + name, "set -e; rm -rf '" + stage + "' '" + out + "'; mkdir -p '" + stage + "/Contents'; " +
+                                 fillStage + "; cp '" BWK_BENCH_FAKE_JLI "' '" + stage +
+                                 "/Contents/Home/lib/libjli.so'");
   // An empty zip as the application's only jar.
   std::ofstream(cache + "/empty.jar", std::ios::binary) << std::string("PK\5\6", 4) << std::string(18, '\0');
   runOrExit("pack " + name + " with the bundle tool",
-            "'" BWK_BENCH_BUNDLE_TOOL "' create --name B --main-class M --jar '" + cache + "/empty.jar' --runtime '" + stage +
-                "' --runtime-as archive --output '" + out + "' > /dev/null 2>&1 && mv '" + out +
+            "'" BWK_BENCH_BUNDLE_TOOL "' create --name B --main-class M --jar '" + cache + "/empty.jar' --runtime '" +
+                stage + "' --runtime-as archive --output '" + out + "' > /dev/null 2>&1 && mv '" + out +
                 "/B.app/Contents/Resources/app/jre.tar.gz' '" + packed.create + "'");
   runOrExit("pack " + name + " with tar", "tar -C '" + stage + "' -czf '" + packed.tar + "' Contents");
   runOrExit("clean up", "rm -rf '" + stage + "' '" + out + "'");
@@ -115,11 +116,14 @@ Packed packBothWays(const std::string& cache, const std::string& name, const std
 
 // A bundle with the launcher, the archive and an Info.plist naming its tar length.
 std::string makeArchiveBundle(const std::string& dir, const std::string& archive, long long length) {
-  std::string info = "<?xml version=\"1.0\"?><plist version=\"1.0\"><dict>"
-                     "<key>CFBundleName</key><string>Tool</string>"
-                     "<key>bwk.jreUncompressedSize</key><integer>" + std::to_string(length) + "</integer>"
-                     "<key>JavaVM</key><dict><key>MainClass</key><string>M</string>"
-                     "<key>SearchSequence</key><array/></dict></dict></plist>";
+  std::string info =
+      "<?xml version=\"1.0\"?><plist version=\"1.0\"><dict>"
+      "<key>CFBundleName</key><string>Tool</string>"
+      "<key>bwk.jreUncompressedSize</key><integer>" +
+      std::to_string(length) +
+      "</integer>"
+      "<key>JavaVM</key><dict><key>MainClass</key><string>M</string>"
+      "<key>SearchSequence</key><array/></dict></dict></plist>";
   std::string tool = makeBundle(dir, "Tool", BWK_BENCH_LAUNCHER, info);
   runOrExit("copy the archive", "cp '" + archive + "' '" + dir + "/Tool.app/Contents/Resources/app/jre.tar.gz'");
   return tool;
@@ -188,7 +192,8 @@ int main(int argc, char** argv) {
   std::string jdk = argc > 2 ? argv[2] : "/usr/lib/jvm/java-17-openjdk-amd64";
   std::string cache = BWK_UNTAR_BENCH_CACHE;
   runOrExit("make the cache", "mkdir -p '" + cache + "'");
-  const std::string jlinkStage = "'" + jdk + "/bin/jlink' --add-modules java.base,java.desktop --strip-debug "
+  const std::string jlinkStage = "'" + jdk +
+                                 "/bin/jlink' --add-modules java.base,java.desktop --strip-debug "
                                  "--no-header-files --no-man-pages --output \"$PWD/x\"";
   Packed jlink = packBothWays(cache, "jlink",
                               "cd '" + cache + "' && rm -rf x && " + jlinkStage + " && mv x jlink-stage/Contents/Home");
@@ -227,7 +232,8 @@ int main(int argc, char** argv) {
       std::string mine = freshDirectory(std::string("check-") + how);
       measureOrExit(how, {self, "--extract", archive, mine, std::to_string(length), how});
       if (shell("diff -r --no-dereference '" + mine + "' '" + theirs + "' > /dev/null") != 0) {
-        std::fprintf(stderr, "%s: the extractor's result (%s) differs from bsdtar's (see %s)\n", title, how, runs.c_str());
+        std::fprintf(stderr, "%s: the extractor's result (%s) differs from bsdtar's (see %s)\n", title, how,
+                     runs.c_str());
         return 1;
       }
       stdfs::remove_all(mine);
@@ -275,8 +281,8 @@ int main(int argc, char** argv) {
     auto ms = [](const std::vector<double>& v) { return median(v) * 1e3; };
     std::printf("%-26s %8.1f %8.1f %6.1f ms %6.1f ms %6.1f ms %7.3f %9.3f %10.1f %11.1f %8.1f\n", c.title.c_str(),
                 static_cast<double>(stdfs::file_size(c.archive)) / 1e6, tarMb, ms(c.oneThread), ms(c.allThreads),
-                ms(c.reference), median(ratios(c.oneThread, c.reference)), median(ratios(c.allThreads, c.reference)), one,
-                all, bound);
+                ms(c.reference), median(ratios(c.oneThread, c.reference)), median(ratios(c.allThreads, c.reference)),
+                one, all, bound);
   }
   for (const Contest& c : contests) {
     if (!c.indexed) continue;

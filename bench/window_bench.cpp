@@ -41,7 +41,8 @@ namespace {
 std::string startXvfb(pid_t& pid) {
   int fds[2];
   if (pipe(fds) != 0) return "";
-  pid = startProcess({"/usr/bin/Xvfb", "-displayfd", std::to_string(fds[1]), "-screen", "0", "800x600x24", "-nolisten", "tcp"});
+  pid = startProcess(
+      {"/usr/bin/Xvfb", "-displayfd", std::to_string(fds[1]), "-screen", "0", "800x600x24", "-nolisten", "tcp"});
   close(fds[1]);
   std::string number;
   char c;
@@ -147,8 +148,8 @@ int main(int argc, char** argv) {
 
   std::string dir = tempDirectory("bwk-window");
   // Part 1: Hello on the real runtime, nothing to unpack.
-  std::string javaVM = "<key>JavaVM</key><dict><key>MainClass</key><string>Hello</string><key>ClassPath</key><string>" + jar +
-                       "</string><key>SearchSequence</key><array><string>R" + jdk + "</string></array></dict>";
+  std::string javaVM = "<key>JavaVM</key><dict><key>MainClass</key><string>Hello</string><key>ClassPath</key><string>" +
+                       jar + "</string><key>SearchSequence</key><array><string>R" + jdk + "</string></array></dict>";
   std::string helloHidden = makeBundle(dir, "HelloHidden", launcher, plist(kHidden + javaVM));
   std::string helloDefault = makeBundle(dir, "HelloDefault", launcher, plist(javaVM));
   std::vector<std::string> viaJava{jdk + "/bin/java", "-Dfenmo.moduleName=" + dir + "/HelloHidden.app",
@@ -157,10 +158,12 @@ int main(int argc, char** argv) {
   std::string fakeVM = "<key>JavaVM</key><dict><key>MainClass</key><string>Main</string></dict>";
   std::string shown = makeBundle(dir, "Shown", launcher, plist(fakeVM));
   std::string hidden = makeBundle(dir, "Hidden", launcher, plist(kHidden + fakeVM));
-  if (shell("set -e; cd '" + dir + "'; mkdir -p rt/Contents/Home/lib nogtk; cp '" + fakeJli +
-            "' rt/Contents/Home/lib/libjli.so; echo 'JAVA_VERSION=\"17.0.2\"' > rt/Contents/Home/release; "
-            "tar -C rt -czf jre.tar.gz Contents; for b in Shown Hidden; do cp jre.tar.gz $b.app/Contents/Resources/app/; done; "
-            "cp '" + fakeJli + "' nogtk/libgtk-3.so.0") != 0) {
+  if (shell(
+          "set -e; cd '" + dir + "'; mkdir -p rt/Contents/Home/lib nogtk; cp '" + fakeJli +
+          "' rt/Contents/Home/lib/libjli.so; echo 'JAVA_VERSION=\"17.0.2\"' > rt/Contents/Home/release; "
+          "tar -C rt -czf jre.tar.gz Contents; for b in Shown Hidden; do cp jre.tar.gz $b.app/Contents/Resources/app/; done; "
+          "cp '" +
+          fakeJli + "' nogtk/libgtk-3.so.0") != 0) {
     std::fprintf(stderr, "cannot pack the stand-in runtime\n");
     return 1;
   }
@@ -183,17 +186,16 @@ int main(int argc, char** argv) {
     Sample j, h, d;
     WatchedRun s, n;
     std::vector<std::function<void()>> turns = {
-        [&] { j = runMeasured(viaJava, "", graphical); },
-        [&] { h = runMeasured({helloHidden}, "", graphical); },
-        [&] { d = runMeasured({helloDefault}, "", graphical); },
-        [&] { s = watchedRun(x, shown, graphical); },
+        [&] { j = runMeasured(viaJava, "", graphical); },        [&] { h = runMeasured({helloHidden}, "", graphical); },
+        [&] { d = runMeasured({helloDefault}, "", graphical); }, [&] { s = watchedRun(x, shown, graphical); },
         [&] { n = watchedRun(x, hidden, graphical); },
     };
     for (size_t i = 0; i < turns.size(); ++i) turns[(i + static_cast<size_t>(round + 2)) % turns.size()]();
-    if (j.status != 0 || h.status != 0 || d.status != 0 || s.sample.status != 7 || n.sample.status != 7 || s.toMap < 0 ||
-        n.toMap >= 0) {
-      std::fprintf(stderr, "a run failed: java %d, launcher %d and %d, window %d (mapped %s), hidden %d (mapped %s)\n", j.status,
-                   h.status, d.status, s.sample.status, s.toMap < 0 ? "no" : "yes", n.sample.status, n.toMap < 0 ? "no" : "yes");
+    if (j.status != 0 || h.status != 0 || d.status != 0 || s.sample.status != 7 || n.sample.status != 7 ||
+        s.toMap < 0 || n.toMap >= 0) {
+      std::fprintf(stderr, "a run failed: java %d, launcher %d and %d, window %d (mapped %s), hidden %d (mapped %s)\n",
+                   j.status, h.status, d.status, s.sample.status, s.toMap < 0 ? "no" : "yes", n.sample.status,
+                   n.toMap < 0 ? "no" : "yes");
       return 1;
     }
     if (!keep) continue;
@@ -212,10 +214,11 @@ int main(int argc, char** argv) {
     std::printf("  %-44s %7.1f ms  peak RSS %6.1f MB  ratio to bin/java %.3f\n", name, ms(median(runs->seconds)),
                 mb(runs->maxRssKb), median(ratios(*runs, java)));
   std::vector<double> extra;
-  for (size_t i = 0; i < windowShown.seconds.size(); ++i) extra.push_back(windowShown.seconds[i] - windowHidden.seconds[i]);
+  for (size_t i = 0; i < windowShown.seconds.size(); ++i)
+    extra.push_back(windowShown.seconds[i] - windowHidden.seconds[i]);
   std::printf("the progress window's cost (a small runtime archive, stand-in runtime):\n");
-  std::printf("  %-44s %7.1f ms  peak RSS %6.1f MB\n", "whole run, bwk.initialProgress false", ms(median(windowHidden.seconds)),
-              mb(windowHidden.maxRssKb));
+  std::printf("  %-44s %7.1f ms  peak RSS %6.1f MB\n", "whole run, bwk.initialProgress false",
+              ms(median(windowHidden.seconds)), mb(windowHidden.maxRssKb));
   std::printf("  %-44s %7.1f ms  peak RSS %6.1f MB  window mapped after %.1f ms\n", "whole run, window shown",
               ms(median(windowShown.seconds)), mb(windowShown.maxRssKb), ms(median(windowShown.toMap)));
   std::printf("  %-44s %7.1f ms  (per-round ratio %.3f)\n", "window's cost, median per round", ms(median(extra)),

@@ -10,9 +10,9 @@
 #include <vector>
 
 #include "base/plist_reader.h"
-#include "platform/macho_note.h"
 #include "fuzz_checks.h"
 #include "platform/elf_note.h"
+#include "platform/macho_note.h"
 #include "scratch_dir.h"
 
 namespace {

@@ -40,7 +40,8 @@ bool writeCompressed(const std::string& path, const uint8_t* data, size_t size) 
 
 // The tar stream in gzip members of `memberSize` bytes, and an index member: the true one, or
 // one whose payload after the version byte is `hostile`.
-bool writeMembers(const std::string& path, const uint8_t* data, size_t size, size_t memberSize, const std::string* hostile) {
+bool writeMembers(const std::string& path, const uint8_t* data, size_t size, size_t memberSize,
+                  const std::string* hostile) {
   std::string out;
   std::vector<std::pair<uint32_t, uint32_t>> members;
   for (size_t at = 0; at < size || members.empty(); at += memberSize) {
@@ -106,7 +107,8 @@ Result extract(const Layout& layout, bwk::UnTar::Inflation inflation, int32_t le
   require(bwk::fs::createDirectory(layout.destination, true), "cannot create the destination");
   bwk::ProgressCallback progress = [](double percent, const char*) { require(percent == percent, "percent is NaN"); };
   Result result{bwk::UnTar::untarWith(inflation, layout.archive, layout.destination, length, &progress), {}};
-  require(sortedNames(layout.parent) == std::vector<std::string>{"dest"}, "an entry was written beside the destination");
+  require(sortedNames(layout.parent) == std::vector<std::string>{"dest"},
+          "an entry was written beside the destination");
   require(sortedNames(layout.scratch.path()) == std::vector<std::string>{"archive.tar.gz", "out"},
           "an entry was written outside the destination");
   result.items = tree(layout.destination);

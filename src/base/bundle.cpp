@@ -78,7 +78,8 @@ std::vector<std::string> Bundle::preferredLocalizations() const {
     }
   }
   for (const char* variable : {"LC_ALL", "LC_MESSAGES", "LANG"})
-    if (std::optional<std::string> locale = platform::environmentValue(variable)) addLocaleLanguages(*locale, candidates);
+    if (std::optional<std::string> locale = platform::environmentValue(variable))
+      addLocaleLanguages(*locale, candidates);
   if (std::optional<std::string> region = infoDictionary().string("CFBundleDevelopmentRegion"))
     if (!region->empty()) candidates.push_back(*region);
   for (const char* fallback : {"en", "English", "Base"}) candidates.emplace_back(fallback);

@@ -9,8 +9,7 @@ FormatArg::FormatArg(const std::vector<std::string>& list) : kind_(Kind::Text) {
   text_ = PlistValue(std::move(a)).description();
 }
 
-FormatArg::FormatArg(const std::optional<std::vector<std::string>>& list)
-    : kind_(list ? Kind::Text : Kind::Null) {
+FormatArg::FormatArg(const std::optional<std::vector<std::string>>& list) : kind_(list ? Kind::Text : Kind::Null) {
   if (list) text_ = FormatArg(*list).text();
 }
 
@@ -63,7 +62,8 @@ std::string formatString(std::string_view fmt, const std::vector<FormatArg>& arg
     }
     // Flags, width and precision are carried through to snprintf for numbers.
     std::string flags = "%";
-    while (j < fmt.size() && std::string_view("-+ #0123456789.").find(fmt[j]) != std::string_view::npos) flags += fmt[j++];
+    while (j < fmt.size() && std::string_view("-+ #0123456789.").find(fmt[j]) != std::string_view::npos)
+      flags += fmt[j++];
     int longs = 0;
     while (j < fmt.size() && (fmt[j] == 'l' || fmt[j] == 'h' || fmt[j] == 'z' || fmt[j] == 'q')) {
       if (fmt[j] == 'l' || fmt[j] == 'q' || fmt[j] == 'z') ++longs;
@@ -81,9 +81,7 @@ std::string formatString(std::string_view fmt, const std::vector<FormatArg>& arg
     char buf[128];
     switch (conv) {
       case '@':
-      case 's':
-        out += asText(*arg);
-        break;
+      case 's': out += asText(*arg); break;
       case 'd':
       case 'i':
         std::snprintf(buf, sizeof buf, (flags + "lld").c_str(),
@@ -98,9 +96,7 @@ std::string formatString(std::string_view fmt, const std::vector<FormatArg>& arg
                             : static_cast<unsigned long long>(static_cast<unsigned int>(asInteger(*arg))));
         out += buf;
         break;
-      case 'p':
-        out += asText(FormatArg(arg->kind() == FormatArg::Kind::Pointer ? arg->pointer() : nullptr));
-        break;
+      case 'p': out += asText(FormatArg(arg->kind() == FormatArg::Kind::Pointer ? arg->pointer() : nullptr)); break;
       case 'f':
       case 'g':
       case 'e':
@@ -108,9 +104,7 @@ std::string formatString(std::string_view fmt, const std::vector<FormatArg>& arg
                       arg->kind() == FormatArg::Kind::Real ? arg->real() : static_cast<double>(asInteger(*arg)));
         out += buf;
         break;
-      case 'c':
-        out += static_cast<char>(asInteger(*arg));
-        break;
+      case 'c': out += static_cast<char>(asInteger(*arg)); break;
       default:
         out += flags;
         out += conv;

@@ -22,7 +22,8 @@ class FormatArg {
   FormatArg(const std::vector<std::string>& list);
   FormatArg(const std::optional<std::vector<std::string>>& list);
   FormatArg(const PlistValue& value) : kind_(Kind::Text), text_(value.description()) {}
-  FormatArg(const PlistValue* value) : kind_(value ? Kind::Text : Kind::Null), text_(value ? value->description() : "") {}
+  FormatArg(const PlistValue* value)
+      : kind_(value ? Kind::Text : Kind::Null), text_(value ? value->description() : "") {}
   FormatArg(bool b) : kind_(Kind::Integer), integer_(b ? 1 : 0) {}
   FormatArg(int i) : kind_(Kind::Integer), integer_(i) {}
   FormatArg(long i) : kind_(Kind::Integer), integer_(i) {}

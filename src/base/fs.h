@@ -7,11 +7,11 @@
 
 namespace bwk::fs {
 
-bool exists(const std::string& path);              // follows links; a broken link does not exist
-bool isDirectory(const std::string& path);         // follows links
-bool isSymbolicLink(const std::string& path);      // the entry itself, links not followed
-bool existsNoFollow(const std::string& path);      // the entry itself, a broken link exists
-bool isWritable(const std::string& path);          // access(W_OK)
+bool exists(const std::string& path);          // follows links; a broken link does not exist
+bool isDirectory(const std::string& path);     // follows links
+bool isSymbolicLink(const std::string& path);  // the entry itself, links not followed
+bool existsNoFollow(const std::string& path);  // the entry itself, a broken link exists
+bool isWritable(const std::string& path);      // access(W_OK)
 bool isExecutableFile(const std::string& path);
 // Names of a directory's entries without "." and "..", hidden names included, in the
 // order the file system gives them. Absent when the directory cannot be listed.

@@ -10,7 +10,7 @@ namespace {
 
 constexpr std::string_view kPngSignature{"\x89PNG\r\n\x1a\n", 8};
 constexpr std::array<std::string_view, 11> kPngChunkTypes{"ic07", "ic08", "ic09", "ic10", "ic11", "ic12",
-                                                         "ic13", "ic14", "icp4", "icp5", "icp6"};
+                                                          "ic13", "ic14", "icp4", "icp5", "icp6"};
 
 uint32_t bigEndian32(std::string_view bytes, size_t offset) {
   auto b = [&](size_t i) { return static_cast<uint32_t>(static_cast<unsigned char>(bytes[offset + i])); };

@@ -39,9 +39,8 @@ void writeSystemLog(const std::string& message) {
   localtime_r(&tv.tv_sec, &local);
   char stamp[32];
   std::strftime(stamp, sizeof stamp, "%Y-%m-%d %H:%M:%S", &local);
-  std::string line = format("%s.%03d %s[%d:%llu] ", stamp, static_cast<int>(tv.tv_usec / 1000),
-                            platform::processName(), static_cast<int>(getpid()),
-                            static_cast<unsigned long long>(platform::threadIdentifier()));
+  std::string line = format("%s.%03d %s[%d:%llu] ", stamp, static_cast<int>(tv.tv_usec / 1000), platform::processName(),
+                            static_cast<int>(getpid()), static_cast<unsigned long long>(platform::threadIdentifier()));
   line += message;
   if (line.empty() || line.back() != '\n') line += '\n';
   // One write, so that lines of two threads do not interleave.

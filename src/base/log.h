@@ -21,9 +21,9 @@ void resetDebugDecision();
 
 }  // namespace bwk::log
 
-#define BWK_DLOG(fmt, ...)                                                                        \
-  do {                                                                                            \
-    if (::bwk::log::debugEnabled())                                                               \
+#define BWK_DLOG(fmt, ...)                                                                                      \
+  do {                                                                                                          \
+    if (::bwk::log::debugEnabled())                                                                             \
       ::bwk::log::writeSystemLog(::bwk::format(fmt, __PRETTY_FUNCTION__, __LINE__ __VA_OPT__(, ) __VA_ARGS__)); \
   } while (0)
 

@@ -95,7 +95,10 @@ std::string quoteIfNeeded(const std::string& s) {
   std::string out = "\"";
   for (char c : s) {
     if (c == '"' || c == '\\') out += '\\';
-    if (c == '\n') { out += "\\n"; continue; }
+    if (c == '\n') {
+      out += "\\n";
+      continue;
+    }
     out += c;
   }
   return out + "\"";

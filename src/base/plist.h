@@ -77,8 +77,8 @@ class PlistValue {
   bool operator==(const PlistValue& other) const;
 
  private:
-  std::variant<std::string, int64_t, double, bool, PlistDate, PlistData,
-               std::shared_ptr<const PlistArray>, std::shared_ptr<const PlistDict>>
+  std::variant<std::string, int64_t, double, bool, PlistDate, PlistData, std::shared_ptr<const PlistArray>,
+               std::shared_ptr<const PlistDict>>
       value_;
 };
 

@@ -45,7 +45,8 @@ class BinaryReader {
 
   // A big-endian unsigned number of 1 to 8 bytes at `offset`, inside [0, limit).
   std::optional<uint64_t> unsignedAt(uint64_t offset, size_t width, uint64_t limit) {
-    if (width < 1 || width > 8 || offset > limit || limit - offset < width) return fail("read past the end of the data");
+    if (width < 1 || width > 8 || offset > limit || limit - offset < width)
+      return fail("read past the end of the data");
     uint64_t v = 0;
     for (size_t i = 0; i < width; ++i) v = (v << 8) | static_cast<unsigned char>(bytes_[offset + i]);
     return v;
@@ -75,7 +76,8 @@ class BinaryReader {
   // The start of object `index`; objects lie between the header and the offset table.
   std::optional<uint64_t> objectOffset(uint64_t index) {
     if (index >= objectCount_) return fail("object reference " + std::to_string(index) + " out of range");
-    std::optional<uint64_t> offset = unsignedAt(tableOffset_ + index * offsetSize_, offsetSize_, tableOffset_ + objectCount_ * offsetSize_);
+    std::optional<uint64_t> offset =
+        unsignedAt(tableOffset_ + index * offsetSize_, offsetSize_, tableOffset_ + objectCount_ * offsetSize_);
     if (!offset) return std::nullopt;
     if (*offset < kHeaderSize || *offset >= tableOffset_) return fail("object offset out of range");
     return offset;
@@ -98,7 +100,8 @@ class BinaryReader {
 
   // `count` items of `width` bytes must fit between `offset` and the offset table.
   bool fits(uint64_t offset, uint64_t count, uint64_t width) {
-    if (offset > tableOffset_ || (width && count > (tableOffset_ - offset) / width)) return refuse("object runs past the end of the data");
+    if (offset > tableOffset_ || (width && count > (tableOffset_ - offset) / width))
+      return refuse("object runs past the end of the data");
     return true;
   }
 
@@ -119,7 +122,8 @@ class BinaryReader {
     std::optional<uint64_t> low = high ? unsignedAt(offset + 8, 8, tableOffset_) : std::nullopt;
     if (!low) return std::nullopt;
     const uint64_t signBit = uint64_t{1} << 63;
-    if ((*high == 0 && !(*low & signBit)) || (*high == ~uint64_t{0} && (*low & signBit))) return PlistValue(static_cast<int64_t>(*low));
+    if ((*high == 0 && !(*low & signBit)) || (*high == ~uint64_t{0} && (*low & signBit)))
+      return PlistValue(static_cast<int64_t>(*low));
     return fail("integer does not fit in 64 bits");
   }
 
@@ -155,7 +159,8 @@ class BinaryReader {
       if (const PlistData* d = cached->second.asData(); d && !spend(d->bytes.size())) return std::nullopt;
       return cached->second;
     }
-    if (std::find(open_.begin(), open_.end(), index) != open_.end()) return fail("object " + std::to_string(index) + " contains itself");
+    if (std::find(open_.begin(), open_.end(), index) != open_.end())
+      return fail("object " + std::to_string(index) + " contains itself");
     if (open_.size() >= kMaxBinaryDepth) return fail("nesting too deep");
     open_.push_back(index);
     std::optional<PlistValue> v = parse(index);

@@ -43,9 +43,12 @@ std::optional<PlistValue> readPropertyListFile(const std::string& path, std::str
   std::optional<std::string> bytes = fs::readFile(path);
   if (!bytes) {
     if (error) {
-      if (!fs::existsNoFollow(path)) *error = path + ": no such file";
-      else if (fs::isDirectory(path)) *error = path + ": is a directory";
-      else *error = path + ": cannot be read";
+      if (!fs::existsNoFollow(path))
+        *error = path + ": no such file";
+      else if (fs::isDirectory(path))
+        *error = path + ": is a directory";
+      else
+        *error = path + ": cannot be read";
     }
     return std::nullopt;
   }

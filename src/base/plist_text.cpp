@@ -126,7 +126,8 @@ class TextReader {
   // Up to `maxDigits` hexadecimal digits; -1 when there is none.
   long hexUnit(size_t maxDigits) {
     long v = -1;
-    for (size_t n = 0; n < maxDigits && !atEnd() && hexValue(peek()) >= 0; ++n, ++pos_) v = (v < 0 ? 0 : v * 16) + hexValue(peek());
+    for (size_t n = 0; n < maxDigits && !atEnd() && hexValue(peek()) >= 0; ++n, ++pos_)
+      v = (v < 0 ? 0 : v * 16) + hexValue(peek());
     return v;
   }
 
@@ -161,8 +162,10 @@ class TextReader {
             size_t saved = pos_;
             pos_ += 2;
             long next = hexUnit(4);
-            if (next >= 0xDC00 && next <= 0xDFFF) cp = 0x10000 + ((cp - 0xD800) << 10) + static_cast<char32_t>(next - 0xDC00);
-            else pos_ = saved;
+            if (next >= 0xDC00 && next <= 0xDFFF)
+              cp = 0x10000 + ((cp - 0xD800) << 10) + static_cast<char32_t>(next - 0xDC00);
+            else
+              pos_ = saved;
           }
           unicode::appendUtf8(out, cp);
           break;
@@ -170,7 +173,8 @@ class TextReader {
         default:
           if (e >= '0' && e <= '7') {
             unsigned v = static_cast<unsigned>(e - '0');
-            for (int n = 1; n < 3 && !atEnd() && peek() >= '0' && peek() <= '7'; ++n) v = v * 8 + static_cast<unsigned>(text_[pos_++] - '0');
+            for (int n = 1; n < 3 && !atEnd() && peek() >= '0' && peek() <= '7'; ++n)
+              v = v * 8 + static_cast<unsigned>(text_[pos_++] - '0');
             unicode::appendUtf8(out, static_cast<char32_t>(v & 0xFF));
           } else {
             out += e;  // \" \' \\ and any other character stand for themselves

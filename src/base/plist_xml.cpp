@@ -6,8 +6,8 @@
 #endif
 
 #include <charconv>
-#include <cstdlib>
 #include <cstdint>
+#include <cstdlib>
 #include <limits>
 #include <pugixml.hpp>
 #include <string>
@@ -123,12 +123,14 @@ std::optional<double> parseDate(std::string_view s) {
   if (!number(4, year) || !expect('-') || !number(2, month) || !expect('-') || !number(2, day)) return std::nullopt;
   if (!s.empty() && s[0] == 'T') {
     s.remove_prefix(1);
-    if (!number(2, hour) || !expect(':') || !number(2, minute) || !expect(':') || !number(2, second)) return std::nullopt;
+    if (!number(2, hour) || !expect(':') || !number(2, minute) || !expect(':') || !number(2, second))
+      return std::nullopt;
   }
   if (!s.empty() && s[0] == 'Z') s.remove_prefix(1);
   if (!s.empty()) return std::nullopt;
   if (month < 1 || month > 12 || day < 1 || day > 31 || hour > 23 || minute > 59 || second > 60) return std::nullopt;
-  int64_t days = daysFromCivil(year, static_cast<unsigned>(month), static_cast<unsigned>(day)) - daysFromCivil(2001, 1, 1);
+  int64_t days =
+      daysFromCivil(year, static_cast<unsigned>(month), static_cast<unsigned>(day)) - daysFromCivil(2001, 1, 1);
   return static_cast<double>(days * 86400 + hour * 3600 + minute * 60 + second);
 }
 
@@ -178,8 +180,8 @@ class XmlReader {
 
   std::optional<PlistValue> read(std::string* error) {
     pugi::xml_document document;
-    pugi::xml_parse_result parsed =
-        document.load_buffer(source_.data(), source_.size(), pugi::parse_default | pugi::parse_ws_pcdata, pugi::encoding_utf8);
+    pugi::xml_parse_result parsed = document.load_buffer(
+        source_.data(), source_.size(), pugi::parse_default | pugi::parse_ws_pcdata, pugi::encoding_utf8);
     if (!parsed) {
       if (error) *error = "XML property list: " + std::string(parsed.description()) + at(parsed.offset);
       return std::nullopt;
@@ -236,8 +238,10 @@ class XmlReader {
   std::optional<std::string> textOf(pugi::xml_node node) {
     std::string out;
     for (pugi::xml_node child : node.children()) {
-      if (child.type() == pugi::node_pcdata || child.type() == pugi::node_cdata) out += child.value();
-      else if (child.type() == pugi::node_element) return fail(child, "unexpected element inside " + tag(node.name()));
+      if (child.type() == pugi::node_pcdata || child.type() == pugi::node_cdata)
+        out += child.value();
+      else if (child.type() == pugi::node_element)
+        return fail(child, "unexpected element inside " + tag(node.name()));
     }
     return out;
   }
@@ -248,7 +252,8 @@ class XmlReader {
     if (name == "dict") return dictionary(node, depth);
     if (name == "array") return array(node, depth);
     if (name == "true" || name == "false") {
-      if (node.first_child() && !trimXmlSpace(node.child_value()).empty()) return fail(node, tag(name) + " must be empty");
+      if (node.first_child() && !trimXmlSpace(node.child_value()).empty())
+        return fail(node, tag(name) + " must be empty");
       return PlistValue(name == "true");
     }
     std::optional<std::string> text = textOf(node);

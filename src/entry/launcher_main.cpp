@@ -59,7 +59,8 @@ int launcher_main(int argc, char** argv) {
     // length only shortens what the parser sees.
     uint64_t available = region->size - 4;
     std::optional<PlistValue> configuration = readPropertyList(
-        std::string_view(reinterpret_cast<const char*>(region->address) + 4, std::min<uint64_t>(length, available)), &error);
+        std::string_view(reinterpret_cast<const char*>(region->address) + 4, std::min<uint64_t>(length, available)),
+        &error);
     if (!configuration) {
       BWK_SYSLOG("%s [Line %d] Failed to parse plist: %@", error);
       std::fputs("ERROR: Could not load embedded plist.\n", stderr);

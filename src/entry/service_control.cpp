@@ -42,7 +42,8 @@ int detach() {
 
   // A parent that led the session hangs up its terminal's processes when it ends; until
   // setsid has moved this child out, that would include it.
-  struct sigaction ignore {}, previous {};
+  struct sigaction ignore {
+  }, previous{};
   ignore.sa_handler = SIG_IGN;
   sigemptyset(&ignore.sa_mask);
   ignore.sa_flags = 0;

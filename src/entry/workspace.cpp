@@ -44,8 +44,8 @@ int workspace_open(bool hidden, const std::vector<std::string>& processArguments
   unsigned long options = platform::kLaunchWithoutAddingToRecents;
   if (hidden) options |= platform::kLaunchWithoutActivation | platform::kLaunchAndHide;
   const Bundle bundle(platform::mainBundlePath());
-  platform::OpenResult opened =
-      platform::openApplication(bundle.path(), bundle.infoDictionary().string("CFBundleExecutable"), arguments, options);
+  platform::OpenResult opened = platform::openApplication(
+      bundle.path(), bundle.infoDictionary().string("CFBundleExecutable"), arguments, options);
   std::optional<std::string> applicationText;
   if (opened.application) applicationText = opened.application->description;
   BWK_DLOG("%s [Line %d] open completed: %@ %@ %p", opened.error, applicationText,

@@ -144,8 +144,7 @@ std::optional<std::string> AppDelegate::handleTar(const std::string& archive, co
   };
   int destinationError = 0;
   extracted_ = bundle && UnTar::untar(archive, *bundle, size, &extraction, &destinationError);
-  if (!extracted_)
-    BWK_SYSLOG("%s [Line %d] WARNING: errors occurred while unpacking bundled JRE");
+  if (!extracted_) BWK_SYSLOG("%s [Line %d] WARNING: errors occurred while unpacking bundled JRE");
   BWK_DLOG("%s [Line %d] jre destination %@", bundle);
   checkCancelled();
   if (!bundle) return std::nullopt;
@@ -153,7 +152,7 @@ std::optional<std::string> AppDelegate::handleTar(const std::string& archive, co
   // it all (a full disk) gives a runtime with pieces missing, which is never started.
   if (destinationError != 0)
     throw ReportedFailure("fenmo.InternalError", "the bundled runtime could not be unpacked into " + *tempDir + ": " +
-                                                      std::strerror(destinationError));
+                                                     std::strerror(destinationError));
 
   // A "jre" folder is looked for twice on purpose: older runtimes nest one more level.
   std::string home = getJreLocation(*bundle);

@@ -8,7 +8,7 @@ namespace {
 
 constexpr unsigned char kHeader[10] = {0x1f, 0x8b, 8, 4, 0, 0, 0, 0, 0, 0xff};
 constexpr unsigned char kEmptyEnd[10] = {3, 0, 0, 0, 0, 0, 0, 0, 0, 0};
-constexpr size_t kFieldHead = 4;   // two ID bytes and a length
+constexpr size_t kFieldHead = 4;    // two ID bytes and a length
 constexpr size_t kPayloadHead = 9;  // version and member count
 constexpr size_t kEndField = 6;     // the field that repeats XLEN
 constexpr size_t kEntry = 8;

@@ -49,7 +49,8 @@ unsigned inflatingThreads() {
   if (const char* asked = std::getenv("BRACKWOOD_UNPACK_THREADS")) {
     char* end = nullptr;
     long value = std::strtol(asked, &end, 10);
-    if (end != asked && *end == '\0' && value >= 1) threads = std::min(threads, static_cast<unsigned>(std::min(value, 64L)));
+    if (end != asked && *end == '\0' && value >= 1)
+      threads = std::min(threads, static_cast<unsigned>(std::min(value, 64L)));
   }
   return threads;
 }

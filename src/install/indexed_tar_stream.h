@@ -64,7 +64,7 @@ class IndexedTarStream final : public TarStream {
   UniqueFd fd_;
   platform::MappedMemory archive_;  // file-backed: it takes no memory of its own
   std::vector<IndexedMember> members_;
-  uint64_t size_ = 0;  // of the whole tar stream
+  uint64_t size_ = 0;    // of the whole tar stream
   bool inline_ = false;  // one thread: the reader inflates
 
   std::mutex mutex_;

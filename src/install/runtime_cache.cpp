@@ -119,12 +119,14 @@ void holdForProcessLifetime(UniqueFd fd) { (void)fd.release(); }
 
 std::optional<RuntimeCache> RuntimeCache::open(const std::string& archive, const std::optional<std::string>& name) {
   if (!name || !isPlainName(*name)) {
-    BWK_DLOG("%s [Line %d] runtime cache refused (no usable CFBundleIdentifier or CFBundleName): unpacking into the temporary directory");
+    BWK_DLOG(
+        "%s [Line %d] runtime cache refused (no usable CFBundleIdentifier or CFBundleName): unpacking into the temporary directory");
     return std::nullopt;
   }
   const std::optional<platform::FileStamp> stamp = platform::fileStamp(archive);
   if (!stamp) {
-    BWK_DLOG("%s [Line %d] runtime cache refused (%@ cannot be looked at): unpacking into the temporary directory", archive);
+    BWK_DLOG("%s [Line %d] runtime cache refused (%@ cannot be looked at): unpacking into the temporary directory",
+             archive);
     return std::nullopt;
   }
   const std::string base = platform::userCacheDirectory();
@@ -148,12 +150,16 @@ std::optional<RuntimeCache> RuntimeCache::open(const std::string& archive, const
   } else {
     std::optional<FileChecksum> sum = checksumFile(archive, kGzipTrailerSize);
     if (!sum) {
-      BWK_DLOG("%s [Line %d] runtime cache refused (%@ is not a regular file that can be read): unpacking into the temporary directory", archive);
+      BWK_DLOG(
+          "%s [Line %d] runtime cache refused (%@ is not a regular file that can be read): unpacking into the temporary directory",
+          archive);
       return std::nullopt;
     }
     std::optional<platform::FileStamp> after = platform::fileStamp(archive);
     if (!after || after->identity != stamp->identity) {
-      BWK_DLOG("%s [Line %d] runtime cache refused (%@ changed while it was read): unpacking into the temporary directory", archive);
+      BWK_DLOG(
+          "%s [Line %d] runtime cache refused (%@ changed while it was read): unpacking into the temporary directory",
+          archive);
       return std::nullopt;
     }
     cache.entryName_ = entryNameOf(*sum);
@@ -197,7 +203,9 @@ bool RuntimeCache::lookUp() {
   if (!fd) {
     problem = "not a directory";
   } else if (::flock(fd.get(), LOCK_SH | LOCK_NB) != 0) {
-    BWK_DLOG("%s [Line %d] runtime cache refused (%@ is being removed by another start): unpacking into the temporary directory", entry);
+    BWK_DLOG(
+        "%s [Line %d] runtime cache refused (%@ is being removed by another start): unpacking into the temporary directory",
+        entry);
     return false;
   } else if (!stillAt(fd.get(), entry)) {
     BWK_DLOG("%s [Line %d] runtime cache has no %@ (removed meanwhile): making it", entry);
@@ -214,14 +222,18 @@ bool RuntimeCache::lookUp() {
   }
   fd.reset();
   if (!removeEntry(entry)) {
-    BWK_DLOG("%s [Line %d] runtime cache refused (%@ is damaged, %@, and in use): unpacking into the temporary directory", entry, problem);
+    BWK_DLOG(
+        "%s [Line %d] runtime cache refused (%@ is damaged, %@, and in use): unpacking into the temporary directory",
+        entry, problem);
     return false;
   }
   BWK_DLOG("%s [Line %d] runtime cache removed damaged %@ (%@): making it again", entry, problem);
   return true;
 }
 
-std::optional<std::string> RuntimeCache::makeStaging() const { return createMarkedDirectory(directory_, kStagingPrefix); }
+std::optional<std::string> RuntimeCache::makeStaging() const {
+  return createMarkedDirectory(directory_, kStagingPrefix);
+}
 
 std::optional<std::string> RuntimeCache::keep(const std::string& staging) {
   std::optional<std::string> problem = runtimeProblem(path::append(staging, kBundleName));
@@ -271,7 +283,8 @@ void RuntimeCache::removeOlderEntries() const {
     if (isEntryName(name) && name != entryName_) {
       removed = removeEntry(path);
       if (!removed) BWK_DLOG("%s [Line %d] runtime cache kept %@: in use", path);
-    } else if ((text::startsWith(name, kStagingPrefix) && isAbandoned(path)) || text::startsWith(name, kRemovingPrefix)) {
+    } else if ((text::startsWith(name, kStagingPrefix) && isAbandoned(path)) ||
+               text::startsWith(name, kRemovingPrefix)) {
       // A copy of a start that was killed, or a removal cut short.
       removed = removeEntry(path);
     }

@@ -2,10 +2,9 @@
 // The cache of unpacked runtimes ("bwk.reuseUnpackedRuntime"): a bundle's runtime archive is
 // unpacked once into the user's cache directory and used again while the archive stays the
 // same. Entries live in <user cache>/<application>/runtime/, one per archive content, named
-// by its size and CRC-32 (of all but the gzip trailer). An entry is made by extracting into a private directory beside it,
-// renamed into place only when complete. A start that uses an entry holds a shared lock on
-// it until the process ends; entries are removed only under an exclusive lock, so never
-// while a process runs from them.
+// by its size and CRC-32 (of all but the gzip trailer). An entry is made by extracting into a private directory beside
+// it, renamed into place only when complete. A start that uses an entry holds a shared lock on it until the process
+// ends; entries are removed only under an exclusive lock, so never while a process runs from them.
 //
 // Reading the whole archive for its checksum costs a later start more than the rest of the
 // launcher does, so the checksum is taken when an archive file is new to the cache, and a
@@ -33,9 +32,9 @@ class RuntimeCache {
   // when it cannot be made.
   std::optional<std::string> makeStaging() const;
   // Makes the extracted `staging` directory the entry, unless the archive changed since its
-  // checksum was taken, and removes what is left of older ones. Returns the entry's runtime bundle, which may be the one another start made
-  // meanwhile (`staging` is then removed). Absent when the copy cannot be kept: `staging`
-  // then stays this process's own, to be removed at exit.
+  // checksum was taken, and removes what is left of older ones. Returns the entry's runtime bundle, which may be the
+  // one another start made meanwhile (`staging` is then removed). Absent when the copy cannot be kept: `staging` then
+  // stays this process's own, to be removed at exit.
   std::optional<std::string> keep(const std::string& staging);
 
  private:
@@ -63,10 +62,10 @@ class RuntimeCache {
   bool removeEntry(const std::string& path) const;
 
   std::string archive_;
-  std::string archiveStamp_;     // the archive's stamp when its checksum was taken
-  long long archiveChanged_;     // its last change then, seconds since the epoch
-  std::string directory_;        // .../<application>/runtime
-  std::string entryName_;  // <size>-<crc32>
+  std::string archiveStamp_;  // the archive's stamp when its checksum was taken
+  long long archiveChanged_;  // its last change then, seconds since the epoch
+  std::string directory_;     // .../<application>/runtime
+  std::string entryName_;     // <size>-<crc32>
   std::optional<std::string> found_;
 };
 

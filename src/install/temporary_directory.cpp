@@ -35,8 +35,8 @@ std::optional<Owner> readMark(const std::string& directory) {
   if (fd < 0) return std::nullopt;
   struct stat st;
   char text[128] = {};
-  bool usable = ::fstat(fd, &st) == 0 && S_ISREG(st.st_mode) && st.st_uid == ::getuid() &&
-                ::read(fd, text, sizeof text - 1) > 0;
+  bool usable =
+      ::fstat(fd, &st) == 0 && S_ISREG(st.st_mode) && st.st_uid == ::getuid() && ::read(fd, text, sizeof text - 1) > 0;
   ::close(fd);
   Owner owner;
   char tag[32] = {};
@@ -55,8 +55,7 @@ bool ownerIsGone(const Owner& owner) {
 // A directory of this user that nobody else may write: the only kind the launcher makes.
 bool isPrivateDirectory(const std::string& path) {
   struct stat st;
-  return ::lstat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode) && st.st_uid == ::getuid() &&
-         (st.st_mode & 0077) == 0;
+  return ::lstat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode) && st.st_uid == ::getuid() && (st.st_mode & 0077) == 0;
 }
 
 // The thread that removes abandoned directories. The exit handler waits for it, so that a
@@ -69,7 +68,9 @@ void awaitRemoval() {
 
 }  // namespace
 
-std::optional<std::string> createTemporaryDirectory() { return createMarkedDirectory(platform::temporaryDirectory(), ""); }
+std::optional<std::string> createTemporaryDirectory() {
+  return createMarkedDirectory(platform::temporaryDirectory(), "");
+}
 
 bool isAbandoned(const std::string& directory) {
   if (!isPrivateDirectory(directory)) return false;

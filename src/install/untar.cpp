@@ -275,9 +275,7 @@ bool EntryReader::extractEntry(char typeflag, const char* header, const std::str
       if (isDestinationFailure(errno)) destinationError_ = errno;
       BWK_SYSLOG("%s [Line %d] ERROR: extract creating directory");
       return false;
-    case '2':
-      createLink(header, full);
-      return true;
+    case '2': createLink(header, full); return true;
     default:
       // Hard links, devices, FIFOs, extended headers...: nothing is created.
       if (stream_.skip(size)) return true;
@@ -393,8 +391,7 @@ uint64_t parseOctal(const char* bytes, int length) {
 
 bool UnTar::untar(const std::string& archive, const std::string& destination, int32_t uncompressedLength,
                   const ProgressCallback* progress, int* destinationError) {
-  return untarWith(Inflation::Indexed, archive, destination, uncompressedLength, progress, nullptr,
-                   destinationError);
+  return untarWith(Inflation::Indexed, archive, destination, uncompressedLength, progress, nullptr, destinationError);
 }
 
 bool UnTar::untarWith(Inflation inflation, const std::string& archive, const std::string& destination,

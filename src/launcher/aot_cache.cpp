@@ -72,7 +72,8 @@ std::vector<std::string> addAotCacheOption(const LaunchContext& context, const C
   if (defaultLocation && !fs::existsNoFollow(installDirFile)) fs::writeFile(installDirFile, *paths.appRootDir);
 
   std::string runtimeHomePath = runtime.bundle ? runtimeHome(runtime.path) : runtime.path;
-  std::string cacheFile = format("%@-%@-%@-%lu.aot", stem, *buildId, versionKey(*runtime.version), crc32Of(runtimeHomePath));
+  std::string cacheFile =
+      format("%@-%@-%@-%lu.aot", stem, *buildId, versionKey(*runtime.version), crc32Of(runtimeHomePath));
   if (fs::exists(cacheFile)) return {"-XX:AOTCache=" + cacheFile};
   // Training run: first remove the caches of other builds, runtime versions and locations.
   std::string stalePrefix = path::lastComponent(stem) + "-";

@@ -17,7 +17,7 @@ enum class KeyType {
   VersionOptions,  // pairs of a pattern string and an array of strings
   SearchSequence,  // strings beginning with Y, I, R or E
   Dictionary,
-  Array,           // (system keys) any array
+  Array,  // (system keys) any array
 };
 
 struct ConfigurationKey {

@@ -90,7 +90,8 @@ bool needsBundleIdentity(const LaunchContext& context) {
   return !context.commandLineLauncher && platform::supportsDockOptions();
 }
 
-JavaParameters readJavaParameters(const LaunchContext& context, const ChosenRuntime& runtime, const LaunchFacts& facts) {
+JavaParameters readJavaParameters(const LaunchContext& context, const ChosenRuntime& runtime,
+                                  const LaunchFacts& facts) {
   const PlistValue& info = context.configuration;
   const PlistValue& javaVM = context.javaVM();
   const LaunchPaths& paths = context.paths;
@@ -111,7 +112,8 @@ JavaParameters readJavaParameters(const LaunchContext& context, const ChosenRunt
   options.insert(options.end(), facts.aotOptions.begin(), facts.aotOptions.end());
   for (const std::string& file : optionFiles(context)) classPath = readOptionsFile(file, options, classPath, scope);
 
-  if (OptionalString splash = replaceVariables(javaVM.string("SplashFile"), scope)) options.push_back("-splash:" + *splash);
+  if (OptionalString splash = replaceVariables(javaVM.string("SplashFile"), scope))
+    options.push_back("-splash:" + *splash);
   if (OptionalString resolved = resolveArtifactPath(classPath); resolved && !resolved->empty())
     options.push_back("-Djava.class.path=" + *resolved);
   if (OptionalString modulePath = resolveArtifactPath(replaceVariables(javaVM.string("ModulePath"), scope));

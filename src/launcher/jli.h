@@ -9,9 +9,9 @@
 namespace bwk {
 
 using JLI_Launch_t = int (*)(int argc, char** argv, int jargc, const char** jargv, int appclassc,
-                             const char** appclassv, const char* fullversion, const char* dotversion,
-                             const char* pname, const char* lname, unsigned char javaargs,
-                             unsigned char cpwildcard, unsigned char javaw, int ergo);
+                             const char** appclassv, const char* fullversion, const char* dotversion, const char* pname,
+                             const char* lname, unsigned char javaargs, unsigned char cpwildcard, unsigned char javaw,
+                             int ergo);
 
 // JLI_Launch of the loaded runtime library.
 extern JLI_Launch_t JLI_LaunchFxnPtr;

@@ -12,10 +12,10 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "base/errors.h"
 #include "base/fs.h"
 #include "base/log.h"
 #include "base/path.h"
-#include "base/errors.h"
 #include "launcher/aot_cache.h"
 #include "launcher/configuration_problems.h"
 #include "launcher/jli.h"
@@ -90,7 +90,8 @@ Launcher& Launcher::load() {
   // the AOT cache files, the identity of the running application.
   if (OptionalString locale = platform::userLocale()) setenv("LANG", (*locale + ".UTF-8").c_str(), 0);
   if (OptionalString directory = workingDirectory(context_, *runtime_)) {
-    if (chdir(directory->c_str()) != 0) { /* the current directory stays as it was */ }
+    if (chdir(directory->c_str()) != 0) { /* the current directory stays as it was */
+    }
   }
   LaunchFacts facts;
   facts.aotOptions = addAotCacheOption(context_, *runtime_);
@@ -107,11 +108,12 @@ Launcher& Launcher::load() {
   JavaParameters parameters = readJavaParameters(context_, *runtime_, facts);
   // The runtime only says "Could not find or load main class (null)"; say why beforehand.
   if (!parameters.mainClass) {
-    for (const std::string& reason : missingMainClassReasons(context_)) std::fprintf(stderr, "ERROR: %s\n", reason.c_str());
+    for (const std::string& reason : missingMainClassReasons(context_))
+      std::fprintf(stderr, "ERROR: %s\n", reason.c_str());
     std::fflush(stderr);
   }
   argv_ = bwk::argumentVector(context_.arguments.empty() ? std::string() : context_.arguments[0], parameters,
-                         runtime_->path);
+                              runtime_->path);
   return *this;
 }
 
@@ -139,9 +141,7 @@ struct RuntimeLibrary {
   JLI_PreprocessArg_t preprocess = nullptr;
   JLI_StringDup_t stringDup = nullptr;
   JLI_MemFree_t memFree = nullptr;
-  bool hasArgumentFileFunctions() const {
-    return listNew && listAdd && initArgs && preprocess && stringDup && memFree;
-  }
+  bool hasArgumentFileFunctions() const { return listNew && listAdd && initArgs && preprocess && stringDup && memFree; }
 };
 
 RuntimeLibrary loadRuntimeLibrary(const std::string& library) {

@@ -5,7 +5,8 @@ namespace bwk {
 namespace {
 
 constexpr MessageKey kMessages[] = {
-    {"AppleJavaMinVersionError", {"the minimum runtime version (bwk.minVersion)", "the application name (CFBundleName)"}},
+    {"AppleJavaMinVersionError",
+     {"the minimum runtime version (bwk.minVersion)", "the application name (CFBundleName)"}},
     {"fenmo.InternalError", {"a detail text", nullptr}},
     {"NonWritablePackDir", {nullptr, nullptr}},
     {"WizardCaption", {nullptr, nullptr}},

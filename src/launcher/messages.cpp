@@ -28,8 +28,7 @@ void show(const PlistValue& configuration, bool reportOnStandardError, const std
   std::fflush(stderr);
   if (reportOnStandardError) return;
   std::string text = detail ? message + "\n\n" + *detail : message;
-  if (!platform::displayNotice(configuration.string("CFBundleName"), text))
-    BWK_DLOG("%s [Line %d] notice not started");
+  if (!platform::displayNotice(configuration.string("CFBundleName"), text)) BWK_DLOG("%s [Line %d] notice not started");
 }
 
 }  // namespace

@@ -74,8 +74,9 @@ OptionalString addPredefinedOptions(const std::optional<std::vector<std::string>
       std::string name = unquote(*replaceVariables(entry.substr(17), scope));
       // A relative name needs the launcher directory; without it the file is not looked for.
       OptionalString file = path::isAbsolute(name) ? OptionalString(name)
-                            : scope.paths.launcherDirInApp ? OptionalString(path::append(*scope.paths.launcherDirInApp, name))
-                                                           : std::nullopt;
+                            : scope.paths.launcherDirInApp
+                                ? OptionalString(path::append(*scope.paths.launcherDirInApp, name))
+                                : std::nullopt;
       classPath = readOptionsFile(file, options, classPath, scope);
     } else {
       options.push_back(*replaceVariables(entry, scope));

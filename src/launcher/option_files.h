@@ -16,8 +16,8 @@ inline constexpr int kMaxOptionFileDepth = 32;
 // Appends the options of the file at `path` (variables replaced, every "~" the home
 // directory) and returns the class path afterwards. A missing, unreadable or non-UTF-8 file
 // contributes nothing. Throws ReportedFailure when includes nest deeper than the limit.
-OptionalString readOptionsFile(const OptionalString& path, std::vector<std::string>& options,
-                               OptionalString classPath, const VariableScope& scope);
+OptionalString readOptionsFile(const OptionalString& path, std::vector<std::string>& options, OptionalString classPath,
+                               const VariableScope& scope);
 
 // Appends a configured list ("VMOptionArray" or a version-specific list): each entry with its
 // variables replaced, "-include-options FILE" entries read relative to the launcher

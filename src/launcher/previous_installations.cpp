@@ -32,8 +32,7 @@ OptionalString readVersionFile(const std::string& runtimeDirectory) {
 
 }  // namespace
 
-void RuntimeSearch::findJavaPreviousInstallation(const OptionalString& min, const OptionalString& max,
-                                                 bool allowBeta) {
+void RuntimeSearch::findJavaPreviousInstallation(const OptionalString& min, const OptionalString& max, bool allowBeta) {
   OptionalString appId = context.configuration.string("bwk.appId");
   std::optional<PlistValue> records = readInstallationRecords();
   BWK_DLOG("%s [Line %d] %@", records ? &*records : nullptr);

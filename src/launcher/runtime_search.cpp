@@ -94,8 +94,7 @@ void runSearchSequence(RuntimeSearch& search, const OptionalString& min, const O
           BWK_DLOG("%s [Line %d] checking environment variable %@", value);
           if (value) search.findDirectoryJavaBundle(platform::environmentValue(*value), min, max, allowBeta);
           break;
-        default:
-          break;
+        default: break;
       }
     }
     if (search.javaBundle || search.launchJavaVersion) return;
@@ -180,7 +179,7 @@ std::optional<ChosenRuntime> findJavaBundle(const LaunchContext& context, const 
   }
 
   if (!search.launchJavaVersion || !search.javaBundlePath) return std::nullopt;
-  return ChosenRuntime{*search.javaBundlePath, search.javaBundle, search.javaVersion, search.javaMajorVersion,
+  return ChosenRuntime{*search.javaBundlePath,    search.javaBundle, search.javaVersion,    search.javaMajorVersion,
                        *search.launchJavaVersion, search.pluginUsed, search.previousJdkUsed};
 }
 

@@ -3,7 +3,6 @@
 #include <csignal>
 #include <vector>
 
-
 namespace bwk {
 
 namespace {
@@ -71,9 +70,7 @@ std::vector<std::string_view> linesOf(const ProcessEnd& end) {
   return lines;
 }
 
-bool endedByUser(int status) {
-  return status == 128 + SIGINT || status == 128 + SIGTERM || status == 128 + SIGHUP;
-}
+bool endedByUser(int status) { return status == 128 + SIGINT || status == 128 + SIGTERM || status == 128 + SIGHUP; }
 
 const char* whatFailed(FailureKind kind) {
   switch (kind) {
@@ -128,8 +125,9 @@ std::optional<std::string> startFailureAlert(const ProcessEnd& end, const std::o
     text += line;
     text += '\n';
   }
-  text += "\nTo see everything the launcher and the Java runtime write, start it from a terminal with "
-          "BRACKWOOD_LOG=yes";
+  text +=
+      "\nTo see everything the launcher and the Java runtime write, start it from a terminal with "
+      "BRACKWOOD_LOG=yes";
   text += executablePath ? ":\nBRACKWOOD_LOG=yes '" + *executablePath + "'" : ".";
   return text;
 }

@@ -1,10 +1,10 @@
 // Launcher variables, environment variables and path lists.
+#include "launcher/variables.h"
 #include "base/fs.h"
 #include "base/log.h"
 #include "base/path.h"
 #include "base/strings.h"
 #include "launcher/runtime_bundle.h"
-#include "launcher/variables.h"
 #include "platform/platform.h"
 
 namespace bwk {

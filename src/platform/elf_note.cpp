@@ -36,7 +36,9 @@ std::string FileLayout::sectionName(const SectionHeader& section) const {
 namespace {
 
 // Fails cleanly when [offset, offset + size) is not inside the file.
-bool inFile(uint64_t offset, uint64_t size, uint64_t fileSize) { return offset <= fileSize && size <= fileSize - offset; }
+bool inFile(uint64_t offset, uint64_t size, uint64_t fileSize) {
+  return offset <= fileSize && size <= fileSize - offset;
+}
 
 bool fail(std::string* error, const char* reason) {
   if (error) *error = reason;
@@ -74,7 +76,11 @@ ProgramHeader parseSegment(const uint8_t* p) {
 bool readLayout(const ReadAt& read, uint64_t fileSize, FileLayout& layout, std::string* error) {
   uint8_t header[kHeaderSize];
   if (!read(0, header, sizeof header)) return fail(error, "too short for an ELF header");
-  if (std::memcmp(header, "\x7f" "ELF", 4) != 0) return fail(error, "not an ELF file");
+  if (std::memcmp(header,
+                  "\x7f"
+                  "ELF",
+                  4) != 0)
+    return fail(error, "not an ELF file");
   if (header[4] != 2 || header[5] != 1) return fail(error, "only 64-bit little-endian ELF files are supported");
 
   layout.phoff = le64(header + 32);
@@ -99,7 +105,8 @@ bool readLayout(const ReadAt& read, uint64_t fileSize, FileLayout& layout, std::
   // Extended numbering: the real count and name-table index sit in section 0.
   if (count == 0) count = zero.size;
   if (namesIndex == 0xffff) namesIndex = zero.link;
-  if (count == 0 || count > fileSize / kSectionHeaderSize || !inFile(layout.shoff, count * kSectionHeaderSize, fileSize))
+  if (count == 0 || count > fileSize / kSectionHeaderSize ||
+      !inFile(layout.shoff, count * kSectionHeaderSize, fileSize))
     return fail(error, "section headers outside the file");
   std::vector<uint8_t> table(count * kSectionHeaderSize);
   if (!read(layout.shoff, table.data(), table.size())) return fail(error, "section headers unreadable");
@@ -111,7 +118,8 @@ bool readLayout(const ReadAt& read, uint64_t fileSize, FileLayout& layout, std::
     return fail(error, "section-name table outside the file");
   layout.namesIndex = namesIndex;
   layout.names.resize(names.size);
-  if (!read(names.offset, layout.names.data(), layout.names.size())) return fail(error, "section-name table unreadable");
+  if (!read(names.offset, layout.names.data(), layout.names.size()))
+    return fail(error, "section-name table unreadable");
   layout.names.push_back('\0');  // a table without a final NUL ends its last name here
   return true;
 }
@@ -160,7 +168,8 @@ std::vector<uint8_t> encodeNote(std::span<const uint8_t> descriptor) {
   putLe32(out.data() + 4, static_cast<uint32_t>(descriptor.size()));
   putLe32(out.data() + 8, kNoteType);
   std::memcpy(out.data() + 12, kNoteName, sizeof kNoteName);
-  if (!descriptor.empty()) std::memcpy(out.data() + 12 + align4(sizeof kNoteName), descriptor.data(), descriptor.size());
+  if (!descriptor.empty())
+    std::memcpy(out.data() + 12 + align4(sizeof kNoteName), descriptor.data(), descriptor.size());
   return out;
 }
 

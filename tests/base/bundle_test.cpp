@@ -20,7 +20,8 @@ class BundleTest : public testing::Test {
   void SetUp() override { setLocale(nullptr, nullptr, nullptr, nullptr); }
   void setLocale(const char* language, const char* all, const char* messages, const char* lang) {
     const char* values[] = {language, all, messages, lang};
-    for (size_t i = 0; i < 4; ++i) env.set(kLocale[i], values[i] ? std::optional<std::string>(values[i]) : std::nullopt);
+    for (size_t i = 0; i < 4; ++i)
+      env.set(kLocale[i], values[i] ? std::optional<std::string>(values[i]) : std::nullopt);
   }
   static constexpr const char* kLocale[] = {"LANGUAGE", "LC_ALL", "LC_MESSAGES", "LANG"};
   test::ScopedEnvironment env;
@@ -76,8 +77,9 @@ TEST_F(BundleTest, LocalizedStringFollowsTheLanguageOrder) {
   test::writeFile(resources + "de_DE.lproj/Localizable.strings", "\"Hello\" = \"Hallo (DE)\";");
   test::writeFile(resources + "de.lproj/Localizable.strings", "\"Hello\" = \"Hallo\";");
   test::writeFile(resources + "fr.lproj/Localizable.strings", "/* French */ Hello = Bonjour;");
-  test::writeFile(resources + "en.lproj/Localizable.strings", "\"Hello\" = \"Hello (en)\"; \"OnlyEnglish\" = \"only en\";");
-  test::writeFile(resources + "xx.lproj/Localizable.strings", "\"Hello\" = ");  // does not parse: skipped
+  test::writeFile(resources + "en.lproj/Localizable.strings",
+                  "\"Hello\" = \"Hello (en)\"; \"OnlyEnglish\" = \"only en\";");
+  test::writeFile(resources + "xx.lproj/Localizable.strings", "\"Hello\" = ");    // does not parse: skipped
   test::writeFile(resources + "pt.lproj/Other.strings", "\"Hello\" = \"Olá\";");  // no table: skipped
 
   const LanguageCase cases[] = {
@@ -91,8 +93,11 @@ TEST_F(BundleTest, LocalizedStringFollowsTheLanguageOrder) {
   };
   for (const LanguageCase& c : cases) {
     setLocale(c.language, c.all, c.messages, c.lang);
-    if (c.developmentRegion) test::writePlist(dir / "Tool.app/Contents/Info.plist", PlistDict{{"CFBundleDevelopmentRegion", c.developmentRegion}});
-    else test::writePlist(dir / "Tool.app/Contents/Info.plist", PlistDict{});
+    if (c.developmentRegion)
+      test::writePlist(dir / "Tool.app/Contents/Info.plist",
+                       PlistDict{{"CFBundleDevelopmentRegion", c.developmentRegion}});
+    else
+      test::writePlist(dir / "Tool.app/Contents/Info.plist", PlistDict{});
     Bundle bundle(dir / "Tool.app");
     EXPECT_EQ(bundle.localizedString("Hello"), c.expected)
         << "LANGUAGE=" << (c.language ? c.language : "-") << " LC_ALL=" << (c.all ? c.all : "-")

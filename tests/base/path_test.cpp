@@ -33,21 +33,18 @@ TEST(Path, Standardize) {
       {"~user/x", "~user/x"},
       {"/a/~/b", "/a/~/b"},
   };
-  for (const PathCase& c : cases) EXPECT_EQ(path::standardize(c.input), c.expected) << "standardize(\"" << c.input << "\")";
+  for (const PathCase& c : cases)
+    EXPECT_EQ(path::standardize(c.input), c.expected) << "standardize(\"" << c.input << "\")";
 }
 
 TEST(Path, Append) {
   const std::vector<std::vector<std::string>> cases = {
       // base, component, result
-      {"/a", "b", "/a/b"},
-      {"/a", "/b", "/a/b"},
-      {"/", "b", "/b"},
-      {"", "b", "b"},
-      {"", "", ""},
-      {"a/", "", "a"},
-      {"/a", "../b", "/a/../b"},
+      {"/a", "b", "/a/b"}, {"/a", "/b", "/a/b"}, {"/", "b", "/b"},          {"", "b", "b"},
+      {"", "", ""},        {"a/", "", "a"},      {"/a", "../b", "/a/../b"},
   };
-  for (const auto& c : cases) EXPECT_EQ(path::append(c[0], c[1]), c[2]) << "append(\"" << c[0] << "\", \"" << c[1] << "\")";
+  for (const auto& c : cases)
+    EXPECT_EQ(path::append(c[0], c[1]), c[2]) << "append(\"" << c[0] << "\", \"" << c[1] << "\")";
   EXPECT_EQ(path::join({"/", "a", "b/", "c"}), "/a/b/c");
   EXPECT_EQ(path::join({"a", "", "b"}), "a/b");
 }

@@ -56,7 +56,8 @@ TEST(PropertyListReader, ChoosesTheFormatByContent) {
 }
 
 TEST(XmlPropertyList, ValuesAndMalformedDocuments) {
-  const ReadCase cases[] = {  // input: inside <plist>
+  const ReadCase cases[] = {
+      // input: inside <plist>
       {"duplicate key: last wins", "<dict><key>k</key><string>1</string><key>k</key><string>2</string></dict>", nullptr,
        PlistDict{{"k", "2"}}},
       {"entities and cdata", "<string>&lt;&amp;&#x41;&#66;<![CDATA[<raw>]]></string>", nullptr, "<&AB<raw>"},
@@ -91,8 +92,8 @@ TEST(XmlPropertyList, ValuesAndMalformedDocuments) {
   };
   for (const ReadCase& c : cases) {
     std::string error;
-    std::optional<PlistValue> value =
-        readXmlPropertyList("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\">" + c.input + "</plist>\n", &error);
+    std::optional<PlistValue> value = readXmlPropertyList(
+        "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\">" + c.input + "</plist>\n", &error);
     expectOutcome(c, value, error);
   }
 }
@@ -212,8 +213,8 @@ TEST(BinaryPropertyList, RefusesAmplificationThroughSharedStrings) {
 
 // Booleans read from other types: strings by their first significant character.
 TEST(PlistValue, BooleanFromOtherTypes) {
-  const std::pair<PlistValue, bool> cases[] = {{"1", true}, {" +09", true}, {"-0", false}, {"y", true}, {"no", false},
-                                               {"", false},   {2, true},      {0.0, false}};
+  const std::pair<PlistValue, bool> cases[] = {{"1", true},   {" +09", true}, {"-0", false}, {"y", true},
+                                               {"no", false}, {"", false},    {2, true},     {0.0, false}};
   for (const auto& [value, expected] : cases) EXPECT_EQ(PlistValue(PlistDict{{"k", value}}).boolean("k"), expected);
 }
 
@@ -266,15 +267,19 @@ std::string utf16File(const std::u16string& text, bool bigEndian) {
 
 // Byte-order marks choose the encoding, for tables and XML alike.
 TEST(TextPropertyList, FilesInEveryEncoding) {
-  const std::u16string table = u"/* Localizable */\n\"greeting\" = \"Grüße 日本 😀\";\nkey = \"value\";\n\"shorthand\";\n";
-  const PlistValue expected = PlistDict{{"greeting", "Grüße 日本 \xF0\x9F\x98\x80"}, {"key", "value"}, {"shorthand", "shorthand"}};
-  const std::u16string xml = u"<?xml version=\"1.0\" encoding=\"UTF-16\"?><plist><dict><key>greeting</key><string>Grüße 日本 😀</string>"
-                             u"<key>key</key><string>value</string><key>shorthand</key><string>shorthand</string></dict></plist>";
+  const std::u16string table =
+      u"/* Localizable */\n\"greeting\" = \"Grüße 日本 😀\";\nkey = \"value\";\n\"shorthand\";\n";
+  const PlistValue expected =
+      PlistDict{{"greeting", "Grüße 日本 \xF0\x9F\x98\x80"}, {"key", "value"}, {"shorthand", "shorthand"}};
+  const std::u16string xml =
+      u"<?xml version=\"1.0\" encoding=\"UTF-16\"?><plist><dict><key>greeting</key><string>Grüße 日本 😀</string>"
+      u"<key>key</key><string>value</string><key>shorthand</key><string>shorthand</string></dict></plist>";
   TempDir dir;
   const std::pair<const char*, std::string> files[] = {
       {"utf-16 le", utf16File(table, false)},
       {"xml in utf-16 be", utf16File(xml, true)},
-      {"utf-8 with mark", "\xEF\xBB\xBF/* x */ \"greeting\" = \"Grüße 日本 \xF0\x9F\x98\x80\"; key = value; shorthand;"},
+      {"utf-8 with mark",
+       "\xEF\xBB\xBF/* x */ \"greeting\" = \"Grüße 日本 \xF0\x9F\x98\x80\"; key = value; shorthand;"},
   };
   for (const auto& [name, bytes] : files) {
     test::writeFile(dir / "Localizable.strings", bytes);

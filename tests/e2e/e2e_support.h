@@ -11,8 +11,9 @@ namespace bwk::test {
 
 // No debug log, and sanitizer settings that let a real JVM run in an instrumented launcher.
 inline std::vector<std::string> launcherEnvironment(std::vector<std::string> extra = {}) {
-  std::vector<std::string> env = {"BRACKWOOD_LOG", "DISPLAY", "WAYLAND_DISPLAY",
-                                  "ASAN_OPTIONS=handle_segv=0:allow_user_segv_handler=1:detect_leaks=0:handle_sigbus=0:handle_sigfpe=0:handle_sigill=0"};
+  std::vector<std::string> env = {
+      "BRACKWOOD_LOG", "DISPLAY", "WAYLAND_DISPLAY",
+      "ASAN_OPTIONS=handle_segv=0:allow_user_segv_handler=1:detect_leaks=0:handle_sigbus=0:handle_sigfpe=0:handle_sigill=0"};
   env.insert(env.end(), extra.begin(), extra.end());
   return env;
 }
@@ -36,9 +37,12 @@ inline Recorded readRecord(const std::string& file) {
   std::vector<std::string> lines = text::split(readFile(file), "\n");
   for (const std::string& line : lines) {
     if (line == "--") break;
-    if (text::startsWith(line, "fullversion=")) r.fullVersion = line.substr(12);
-    else if (text::startsWith(line, "dotversion=")) r.dotVersion = line.substr(11);
-    else r.argv.push_back(line);
+    if (text::startsWith(line, "fullversion="))
+      r.fullVersion = line.substr(12);
+    else if (text::startsWith(line, "dotversion="))
+      r.dotVersion = line.substr(11);
+    else
+      r.argv.push_back(line);
   }
   return r;
 }
@@ -55,13 +59,16 @@ inline std::string jlinkStage() {
   std::string stage = std::string(BWK_BINARY_DIR) + "/test-cache/jlink-17";
   if (!fs::exists(stage + "/Contents/Home/lib/libjli.so")) {
     std::string fresh = stage + ".new-" + std::to_string(getpid());
-    shell("rm -rf " + fresh + " && mkdir -p " + fresh + "/Contents && " + jdk +
-          "/bin/jlink --add-modules java.base,java.management --strip-debug --no-header-files --no-man-pages --output " +
-          fresh + "/Contents/Home && (mv -T " + fresh + " " + stage + " 2>/dev/null || rm -rf " + fresh + ")");
+    shell(
+        "rm -rf " + fresh + " && mkdir -p " + fresh + "/Contents && " + jdk +
+        "/bin/jlink --add-modules java.base,java.management --strip-debug --no-header-files --no-man-pages --output " +
+        fresh + "/Contents/Home && (mv -T " + fresh + " " + stage + " 2>/dev/null || rm -rf " + fresh + ")");
   }
   return stage;
 }
 
-inline std::string helloJar() { return std::string(BWK_BINARY_DIR) + "/demo/Hello.app/Contents/Resources/app/lib/hello.jar"; }
+inline std::string helloJar() {
+  return std::string(BWK_BINARY_DIR) + "/demo/Hello.app/Contents/Resources/app/lib/hello.jar";
+}
 
 }  // namespace bwk::test

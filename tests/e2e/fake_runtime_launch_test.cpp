@@ -31,7 +31,8 @@ TEST_F(FakeRuntimeLaunch, RichConfigurationGivesTheVectorInOrder) {
   writeFile(root + "/lib/a.jar", "");
   writeFile(root + "/conf/base.vmoptions", "-Dbase.include\n-include-options nested.vmoptions\n");
   writeFile(root + "/conf/nested.vmoptions", "-Dnested.include\n-classpath/a nested.jar\n");
-  writeFile(app + "/Contents/vmoptions.txt", "# inside the bundle\n-Dtxt=1\r\n-include-options ../txt-extra.vmoptions\n");
+  writeFile(app + "/Contents/vmoptions.txt",
+            "# inside the bundle\n-Dtxt=1\r\n-include-options ../txt-extra.vmoptions\n");
   writeFile(app + "/txt-extra.vmoptions", "-Dtxt.extra\n-jvm=/removed/by/the/launcher\n");
   writeFile(apps + "/Tool.vmoptions", "-Dbeside=1\n-Xdock:icon=x.icns\n-classpath/p first.jar\n");
   shell("mkdir -p '" + root + "/work'");
@@ -39,7 +40,8 @@ TEST_F(FakeRuntimeLaunch, RichConfigurationGivesTheVectorInOrder) {
       {"WorkingDirectory", "work"},
       {"ClassPath", "${launcher:sys.appRootDir}/lib/*"},
       {"VMOptionArray", stringArray({"-Xmx64m", "-include-options conf/base.vmoptions", "-XstartOnFirstThread"})},
-      {"VersionSpecificVMOptions", PlistValue(PlistArray{"*17.0.2*", stringArray({"-Dspecific=17"}), "9-21", stringArray({"-Dnot.chosen"})})},
+      {"VersionSpecificVMOptions",
+       PlistValue(PlistArray{"*17.0.2*", stringArray({"-Dspecific=17"}), "9-21", stringArray({"-Dnot.chosen"})})},
       {"SplashFile", "${launcher:sys.appRootDir}/splash.png"},
       {"ModulePath", "${launcher:sys.appRootDir}/mods"},
       {"ArgumentArray", stringArray({"configured", "${launcher:sys.pathlistSeparator}"})},
@@ -47,9 +49,12 @@ TEST_F(FakeRuntimeLaunch, RichConfigurationGivesTheVectorInOrder) {
       {"StartOnMainThread", true},
       {"SearchSequence", stringArray({"R" + tmp / "missing", "", "X", "R" + tmp / "jdk"})},
   };
-  std::string bundlePath = makeBundle(apps, "Tool", PlistValue(PlistDict{
-      {"CFBundleName", "Tool"}, {"CFBundleIconFile", "Tool.icns"}, {"bwk.allowPassthrough", true},
-      {"bwk.minVersion", "11"}, {"JavaVM", PlistValue(javaVM)}}));
+  std::string bundlePath = makeBundle(apps, "Tool",
+                                      PlistValue(PlistDict{{"CFBundleName", "Tool"},
+                                                           {"CFBundleIconFile", "Tool.icns"},
+                                                           {"bwk.allowPassthrough", true},
+                                                           {"bwk.minVersion", "11"},
+                                                           {"JavaVM", PlistValue(javaVM)}}));
   RunResult r = start(bundlePath, {"-psn_0_42", "-J-Dpassed=1", "-J-jvm=/cl", "plain arg", "Grüße"});
   ASSERT_EQ(r.status, 0) << r.err;
   Recorded rec = readRecord(record);
@@ -98,7 +103,8 @@ TEST_F(FakeRuntimeLaunch, FailuresBeforeTheLaunchAreReported) {
     const char* strings;
     const char* expectedError;
   } cases[] = {
-      {"no runtime in range", "99", false, "\"AppleJavaMinVersionError\" = \"Needs Java %@ for %@.\";", "ERROR: Needs Java 99 for Tool.\n"},
+      {"no runtime in range", "99", false, "\"AppleJavaMinVersionError\" = \"Needs Java %@ for %@.\";",
+       "ERROR: Needs Java 99 for Tool.\n"},
       {"runtime without library", "", true, "\"fenmo.InternalError\" = \"Internal error: %@\";",
        "ERROR: Internal error: Could not load JRE.\n"},
   };

@@ -12,7 +12,9 @@ namespace bwk::test {
 class Xvfb {
  public:
   static constexpr int kWidth = 800, kHeight = 600;
-  Xvfb() : server_({"/usr/bin/Xvfb", "-displayfd", "1", "-screen", "0", "800x600x24", "-nolisten", "tcp", "-noreset"}, {}) {
+  Xvfb()
+      : server_({"/usr/bin/Xvfb", "-displayfd", "1", "-screen", "0", "800x600x24", "-nolisten", "tcp", "-noreset"},
+                {}) {
     std::string number = server_.line(10);
     if (!number.empty()) display_ = ":" + number;
   }
@@ -34,17 +36,18 @@ class Xvfb {
     return "";
   }
 
-  struct Geometry { int x = 0, y = 0, width = 0, height = 0; };
+  struct Geometry {
+    int x = 0, y = 0, width = 0, height = 0;
+  };
   Geometry geometry(const std::string& window) const {
     Geometry g;
-    std::string line = xdotool("getwindowgeometry --shell " + window + " | (eval \"$(cat)\"; echo $X $Y $WIDTH $HEIGHT)");
+    std::string line =
+        xdotool("getwindowgeometry --shell " + window + " | (eval \"$(cat)\"; echo $X $Y $WIDTH $HEIGHT)");
     std::sscanf(line.c_str(), "%d %d %d %d", &g.x, &g.y, &g.width, &g.height);
     return g;
   }
   // The whole screen as RGB bytes, row by row.
-  std::string screenshot() const {
-    return shell("import -display " + display_ + " -window root -depth 8 rgb:-").out;
-  }
+  std::string screenshot() const { return shell("import -display " + display_ + " -window root -depth 8 rgb:-").out; }
 
  private:
   Background server_;

@@ -21,11 +21,15 @@ class JavaStartFailure : public ::testing::Test {
 
   std::string bundle(const std::string& mainClass, bool progressWindow) {
     shell("rm -rf " + tmp / "Failing.app");
-    PlistDict javaVM{{"MainClass", mainClass}, {"ClassPath", "${launcher:sys.appRootDir}/lib/*"},
+    PlistDict javaVM{{"MainClass", mainClass},
+                     {"ClassPath", "${launcher:sys.appRootDir}/lib/*"},
                      {"SearchSequence", stringArray({"R" + kJdk17})}};
-    std::string app = makeBundle(tmp.path(), "Failing", PlistValue(PlistDict{
-        {"CFBundleName", "Failing"}, {"bwk.initialProgress", progressWindow}, {"JavaVM", PlistValue(javaVM)}}));
-    shell("mkdir -p " + app + "/Contents/Resources/app/lib && cp " + helloJar() + " " + app + "/Contents/Resources/app/lib/");
+    std::string app = makeBundle(
+        tmp.path(), "Failing",
+        PlistValue(PlistDict{
+            {"CFBundleName", "Failing"}, {"bwk.initialProgress", progressWindow}, {"JavaVM", PlistValue(javaVM)}}));
+    shell("mkdir -p " + app + "/Contents/Resources/app/lib && cp " + helloJar() + " " + app +
+          "/Contents/Resources/app/lib/");
     return app;
   }
 
@@ -62,11 +66,19 @@ TEST_F(JavaStartFailure, AlertHoldsTheRuntimesLines) {
     std::string runtimeLine;
     std::vector<std::string> lines;  // in the alert, in this order
   } cases[] = {
-      {"misspelt main class", "Helo", {}, true, "Error: Could not find or load main class Helo\n",
+      {"misspelt main class",
+       "Helo",
+       {},
+       true,
+       "Error: Could not find or load main class Helo\n",
        {"Failing could not start: the Java runtime could not load or run its main class (exit status 1).",
         "\nError: Could not find or load main class Helo\nCaused by: java.lang.ClassNotFoundException: Helo\n",
         "BRACKWOOD_LOG=yes '" + tmp / "Failing.app/Contents/MacOS/Failing'"}},
-      {"main throws", "Hello", {"--throw=no settings"}, false, "java.lang.IllegalStateException: no settings\n",
+      {"main throws",
+       "Hello",
+       {"--throw=no settings"},
+       false,
+       "java.lang.IllegalStateException: no settings\n",
        {"its main method ended with an exception (exit status 1)",
         "\nException in thread \"main\" java.lang.IllegalStateException: no settings\n"
         "Caused by: java.io.FileNotFoundException: hello.conf\n\tat Hello.main("}},
@@ -99,7 +111,8 @@ TEST_F(JavaStartFailure, NoAlertForAnApplicationThatRan) {
     size_t lines = args[0] == "--stderr-megabytes=100" ? 100 * 16384 : 16384;
     ASSERT_EQ(r.err.size(), lines * 64) << r.err.substr(0, 2000);
     for (size_t line = 0; line < lines; line += lines / 64 - 1)
-      ASSERT_EQ(r.err.substr(line * 64, 8), std::string(8 - std::to_string(line).size(), '0') + std::to_string(line)) << line;
+      ASSERT_EQ(r.err.substr(line * 64, 8), std::string(8 - std::to_string(line).size(), '0') + std::to_string(line))
+          << line;
     EXPECT_FALSE(alert(2)) << "an alert for " << args[0];
   }
 }

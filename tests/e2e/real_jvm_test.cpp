@@ -19,8 +19,10 @@ class RealJvm : public ::testing::Test {
                      {"ClassPath", "${launcher:sys.appRootDir}/lib/*"},
                      {"SearchSequence", stringArray({"R" + runtime})}};
     for (auto& [k, v] : extraJavaVM) javaVM[k] = v;
-    std::string app = makeBundle(tmp.path(), "Hello", PlistValue(PlistDict{{"CFBundleName", "Hello"}, {"JavaVM", PlistValue(javaVM)}}));
-    shell("mkdir -p " + app + "/Contents/Resources/app/lib && cp " + helloJar() + " " + app + "/Contents/Resources/app/lib/");
+    std::string app = makeBundle(tmp.path(), "Hello",
+                                 PlistValue(PlistDict{{"CFBundleName", "Hello"}, {"JavaVM", PlistValue(javaVM)}}));
+    shell("mkdir -p " + app + "/Contents/Resources/app/lib && cp " + helloJar() + " " + app +
+          "/Contents/Resources/app/lib/");
     return app;
   }
   TempDir tmp;
@@ -34,9 +36,10 @@ TEST_F(RealJvm, ArgumentsArriveUnchanged) {
   RunResult r = startApp(app, {"a b  c", "it's \"quoted\"", "Grüße 日本", "", "@" + tmp / "more.args"});
   ASSERT_EQ(r.status, 0) << r.err;
   // The runtime's own argument-file rules: one argument a line, quotes removed.
-  for (const std::string& line : std::vector<std::string>{"arg[0] <a b  c>", "arg[1] <it's \"quoted\">", "arg[2] <Grüße 日本>", "arg[3] <>",
-                                  "arg[4] <from-file>", "arg[5] <quoted in file>", "property fenmo.moduleName=" + app,
-                                  "property bwk.jreBundle=" + tmp / "with blank/jdk 17"})
+  for (const std::string& line :
+       std::vector<std::string>{"arg[0] <a b  c>", "arg[1] <it's \"quoted\">", "arg[2] <Grüße 日本>", "arg[3] <>",
+                                "arg[4] <from-file>", "arg[5] <quoted in file>", "property fenmo.moduleName=" + app,
+                                "property bwk.jreBundle=" + tmp / "with blank/jdk 17"})
     EXPECT_TRUE(text::contains(r.out, line + "\n")) << line << "\n" << r.out;
 }
 
@@ -45,12 +48,15 @@ TEST_F(RealJvm, RuntimeFromTheArchive) {
   if (!fs::exists(kJdk17 + "/bin/jlink")) GTEST_SKIP() << "no OpenJDK 17 with jlink here";
   std::string app = helloBundle(tmp / "none");
   ASSERT_EQ(shell("mkdir -p " + tmp / "t && tar -czf " + app + "/Contents/Resources/app/jre.tar.gz -C " + jlinkStage() +
-                  " Contents").status, 0);
+                  " Contents")
+                .status,
+            0);
   for (int status : {0, 5}) {
     RunResult r = startApp(app, {"--exit=" + std::to_string(status)}, {"TMPDIR=" + tmp / "t"});
     EXPECT_EQ(r.status, status) << r.err;
-    for (const std::string& part : std::vector<std::string>{"property bwk.tarFile=" + app + "/Contents/Resources/app/jre.tar.gz\n",
-                                    "property bwk.jreBundle=" + tmp / "t/", "/jre.bundle\n", std::string("Hello from Java 17")})
+    for (const std::string& part : std::vector<std::string>{
+             "property bwk.tarFile=" + app + "/Contents/Resources/app/jre.tar.gz\n",
+             "property bwk.jreBundle=" + tmp / "t/", "/jre.bundle\n", std::string("Hello from Java 17")})
       EXPECT_TRUE(text::contains(r.out, part)) << part << "\n" << r.out;
     EXPECT_EQ(fs::listDirectory(tmp / "t"), std::vector<std::string>{}) << "the temporary directory is removed at exit";
   }
@@ -58,7 +64,8 @@ TEST_F(RealJvm, RuntimeFromTheArchive) {
 
 TEST_F(RealJvm, AotCacheTrainsThenIsUsed) {
   if (!fs::exists(kJdk25 + "/lib/libjli.so")) GTEST_SKIP() << "no runtime of version 25 here";
-  std::string app = helloBundle(kJdk25, {{"AotCacheEnabled", true}, {"AotCacheBuildId", "demo1"}, {"AotCachePath", tmp / "aot/hello"}});
+  std::string app = helloBundle(
+      kJdk25, {{"AotCacheEnabled", true}, {"AotCacheBuildId", "demo1"}, {"AotCachePath", tmp / "aot/hello"}});
   RunResult first = startApp(app);
   ASSERT_EQ(first.status, 0) << first.err;
   EXPECT_TRUE(text::contains(first.out, "option -XX:AOTCacheOutput=" + tmp / "aot/hello-demo1-")) << first.out;

@@ -25,13 +25,15 @@ class Reliability : public ::testing::Test {
       writeFile(home + "/bin/unpack200", "#!/bin/sh\n" + unpack + "\n");
       shell("chmod +x " + home + "/bin/unpack200");
     }
-    PlistDict info{{"CFBundleName", "Tool"},
-                   {"JavaVM", PlistValue(PlistDict{{"MainClass", "M"}, {"SearchSequence", stringArray({"R" + tmp / "jdk"})}})}};
+    PlistDict info{
+        {"CFBundleName", "Tool"},
+        {"JavaVM", PlistValue(PlistDict{{"MainClass", "M"}, {"SearchSequence", stringArray({"R" + tmp / "jdk"})}})}};
     for (auto& [key, value] : extra) info[key] = value;
     std::string app = makeBundle(tmp.path(), "Tool", PlistValue(info));
     shell("mkdir -p " + app + "/Contents/Resources/app && tar -czf " + app + "/Contents/Resources/app/jre.tar.gz -C " +
           tmp / "stage Contents");
-    writeFile(app + "/Contents/Resources/en.lproj/Localizable.strings", "\"fenmo.InternalError\" = \"Internal error: %@\";\n");
+    writeFile(app + "/Contents/Resources/en.lproj/Localizable.strings",
+              "\"fenmo.InternalError\" = \"Internal error: %@\";\n");
     return app;
   }
   // The launcher's environment with our temporary directory, record file and language.
@@ -59,10 +61,13 @@ TEST_F(Reliability, UnusableTemporaryFileSystemsEndWithAMessage) {
     const char* options;
     std::vector<std::string> messages;
   } cases[] = {
-      {"size=8m", {"WARNING: errors occurred while unpacking bundled JRE",
-                   "ERROR: Internal error: the bundled runtime could not be unpacked into " + temp, ": No space left on device\n"}},
-      {"noexec,size=64m", {"ERROR: Internal error: Could not load JRE.\nERROR: " + temp,
-                           "libjli.so: failed to map segment from shared object"}},
+      {"size=8m",
+       {"WARNING: errors occurred while unpacking bundled JRE",
+        "ERROR: Internal error: the bundled runtime could not be unpacked into " + temp,
+        ": No space left on device\n"}},
+      {"noexec,size=64m",
+       {"ERROR: Internal error: Could not load JRE.\nERROR: " + temp,
+        "libjli.so: failed to map segment from shared object"}},
   };
   for (const Case& c : cases) {
     RunResult r = run({"/usr/bin/unshare", "-m", "/bin/sh", "-c",
@@ -70,7 +75,8 @@ TEST_F(Reliability, UnusableTemporaryFileSystemsEndWithAMessage) {
                            "/Contents/MacOS/Tool; s=$?; ls -A " + temp + " > " + tmp / "listing" + "; exit $s"},
                       env());
     EXPECT_EQ(r.status, 1) << c.options;
-    for (const std::string& message : c.messages) EXPECT_TRUE(text::contains(r.err, message)) << c.options << "\n" << r.err;
+    for (const std::string& message : c.messages)
+      EXPECT_TRUE(text::contains(r.err, message)) << c.options << "\n" << r.err;
     EXPECT_FALSE(fs::exists(record)) << "nothing is launched";
     EXPECT_EQ(readFile(tmp / "listing"), "") << c.options;
   }
@@ -123,9 +129,12 @@ TEST_F(Reliability, SignalsEndAStartWaitingForItsArchive) {
   std::string archive = app + "/Contents/Resources/app/jre.tar.gz";
   ASSERT_EQ(shell("mv " + archive + " " + tmp / "real.tgz && mkfifo " + archive).status, 0);
   for (int signal : {SIGTERM, SIGHUP}) {
-    std::string script = "(head -c 600 " + tmp / "real.tgz" + "; exec sleep 20) > " + archive + " 2>/dev/null & writer=$!\n" +
-                         app + "/Contents/MacOS/Tool & tool=$!\n"
-                         "sleep 1; kill -" + std::to_string(signal) + " $tool; wait $tool; echo $?\n"
+    std::string script = "(head -c 600 " + tmp / "real.tgz" + "; exec sleep 20) > " + archive +
+                         " 2>/dev/null & writer=$!\n" + app +
+                         "/Contents/MacOS/Tool & tool=$!\n"
+                         "sleep 1; kill -" +
+                         std::to_string(signal) +
+                         " $tool; wait $tool; echo $?\n"
                          "kill -0 $writer && echo still-waiting; kill $writer";
     RunResult r = run({"/bin/sh", "-c", script}, env(), cwd);
     EXPECT_EQ(r.out, std::to_string(128 + signal) + "\nstill-waiting\n") << r.err;
@@ -136,12 +145,13 @@ TEST_F(Reliability, SignalsEndAStartWaitingForItsArchive) {
 TEST_F(Reliability, ConcurrentStartsEachUseTheirOwnDirectory) {
   std::string app = bundleWithArchive();
   std::string tool = tmp / "tool";
-  writeFile(tmp / "tool.plist", toXmlPlist(PlistValue(PlistDict{{"JavaVM", PlistValue(PlistDict{{"MainClass", "M"}})}})));
+  writeFile(tmp / "tool.plist",
+            toXmlPlist(PlistValue(PlistDict{{"JavaVM", PlistValue(PlistDict{{"MainClass", "M"}})}})));
   ASSERT_EQ(run({BWK_EMBED, BWK_LAUNCHER, tmp / "tool.plist", tool}).status, 0);
   // 32 bundle starts that unpack the archive, then 32 command-line launcher starts.
-  std::string script = "cd " + cwd + "; for i in $(seq 32); do (" + app + "/Contents/MacOS/Tool; echo $? >> " + tmp / "st" +
-                       ") & done; wait; for i in $(seq 32); do (" + tool + " __bwk_auth_restart " + tmp / "jdk" +
-                       "; echo $? >> " + tmp / "st" + ") & done; wait";
+  std::string script = "cd " + cwd + "; for i in $(seq 32); do (" + app + "/Contents/MacOS/Tool; echo $? >> " +
+                       tmp / "st" + ") & done; wait; for i in $(seq 32); do (" + tool + " __bwk_auth_restart " +
+                       tmp / "jdk" + "; echo $? >> " + tmp / "st" + ") & done; wait";
   RunResult r = run({"/bin/sh", "-c", script}, env({"FAKE_JLI_SLEEP_MS=200"}));
   ASSERT_EQ(r.status, 0) << r.err;
   std::vector<std::string> statuses = text::split(readFile(tmp / "st"), "\n");
@@ -181,7 +191,8 @@ TEST_F(Reliability, CopiesOfEndedStartsAreRemovedOthersKept) {
   ASSERT_EQ(start(app).status, 0);
   std::vector<std::string> kept = left(temp);
   std::sort(kept.begin(), kept.end());
-  EXPECT_EQ(kept, (std::vector<std::string>{"foreign-tag", "link", "open-to-others", "other-user", "running", "unmarked"}));
+  EXPECT_EQ(kept,
+            (std::vector<std::string>{"foreign-tag", "link", "open-to-others", "other-user", "running", "unmarked"}));
   EXPECT_TRUE(fs::exists(tmp / "target/.brackwood-owner"));
 }
 

@@ -34,14 +34,17 @@ class RuntimeCache : public ::testing::Test {
     makeFakeRuntime(src, "17.0.2", "bundle");
     writeFile(src + "/Contents/Home/content.txt", content);
     if (packedJars > 0) {
-      writeFile(src + "/Contents/Home/bin/unpack200", "#!/bin/sh\nsleep " + std::to_string(unpackSeconds) + "\nmv \"$2\" \"$3\"\n");
+      writeFile(src + "/Contents/Home/bin/unpack200",
+                "#!/bin/sh\nsleep " + std::to_string(unpackSeconds) + "\nmv \"$2\" \"$3\"\n");
       ::chmod((src + "/Contents/Home/bin/unpack200").c_str(), 0755);
-      for (int i = 0; i < packedJars; ++i) writeFile(src + "/Contents/Home/lib/p" + std::to_string(i) + ".jar.pack", "jar");
+      for (int i = 0; i < packedJars; ++i)
+        writeFile(src + "/Contents/Home/lib/p" + std::to_string(i) + ".jar.pack", "jar");
     }
     fs::createDirectory(app + "/Contents/Resources/app", true);
-    RunResult r = shell("tar cf - -C " + src + " Contents | python3 -c 'import gzip, sys; "
-                        "sys.stdout.buffer.write(gzip.compress(sys.stdin.buffer.read(), 0, mtime=0))' > " + app +
-                        "/Contents/Resources/app/jre.tar.gz");
+    RunResult r = shell("tar cf - -C " + src +
+                        " Contents | python3 -c 'import gzip, sys; "
+                        "sys.stdout.buffer.write(gzip.compress(sys.stdin.buffer.read(), 0, mtime=0))' > " +
+                        app + "/Contents/Resources/app/jre.tar.gz");
     ASSERT_EQ(r.status, 0) << r.err;
   }
 
@@ -95,21 +98,27 @@ TEST_F(RuntimeCache, LaterStartsUseTheEntryWhileItIsSoundAndTheArchiveTheSame) {
       {"archive unchanged", [](RuntimeCache&, const std::string&) {}, Second::kUses, "runtime cache used"},
       {"archive changed (older entry removed)", [](RuntimeCache& t, const std::string&) { t.packRuntime("second"); },
        Second::kMakes, "runtime cache cleaned"},
-      {"runtime library missing", [](RuntimeCache&, const std::string& entry) {
+      {"runtime library missing",
+       [](RuntimeCache&, const std::string& entry) {
          stdfs::remove(entry + "/jre.bundle/Contents/Home/lib/libjli.so");
-       }, Second::kMakes, "runtime cache removed damaged"},
-      {"copy of a killed start beside it", [](RuntimeCache& t, const std::string&) {
+       },
+       Second::kMakes, "runtime cache removed damaged"},
+      {"copy of a killed start beside it",
+       [](RuntimeCache& t, const std::string&) {
          // A mark naming a process that cannot exist.
          writeFile(t.runtimeDir + "/.staging-killed/.brackwood-owner", "brackwood-launcher 999999999 1\n");
          ::chmod((t.runtimeDir + "/.staging-killed").c_str(), 0700);
          t.packRuntime("third");
-       }, Second::kMakes, "runtime cache cleaned"},
-      {"entry in use while damaged", [](RuntimeCache& t, const std::string& entry) {
+       },
+       Second::kMakes, "runtime cache cleaned"},
+      {"entry in use while damaged",
+       [](RuntimeCache& t, const std::string& entry) {
          stdfs::remove(entry + "/jre.bundle/Contents/Home/lib/libjli.so");
-         t.holder = std::make_unique<Background>(std::vector<std::string>{"/usr/bin/flock", "-s", "-o", entry, "sleep", "30"},
-                                                 std::vector<std::string>{});
+         t.holder = std::make_unique<Background>(
+             std::vector<std::string>{"/usr/bin/flock", "-s", "-o", entry, "sleep", "30"}, std::vector<std::string>{});
          std::this_thread::sleep_for(std::chrono::milliseconds(300));
-       }, Second::kTemporary, "is damaged, runtime library missing, and in use"},
+       },
+       Second::kTemporary, "is damaged, runtime library missing, and in use"},
   };
   for (const Case& c : cases) {
     stdfs::remove_all(tmp / "cache");
@@ -128,7 +137,8 @@ TEST_F(RuntimeCache, LaterStartsUseTheEntryWhileItIsSoundAndTheArchiveTheSame) {
     holder.reset();
     EXPECT_EQ(second.status, 7) << c.name << "\n" << second.log;
     EXPECT_TRUE(text::contains(second.log, c.logged)) << c.name << "\n" << second.log;
-    EXPECT_EQ(text::contains(second.log, "jre destination"), c.second != Second::kUses) << c.name << ": extracted or not";
+    EXPECT_EQ(text::contains(second.log, "jre destination"), c.second != Second::kUses)
+        << c.name << ": extracted or not";
     std::vector<std::string> after = namesIn(runtimeDir);
     if (c.second == Second::kTemporary) {
       EXPECT_TRUE(text::startsWith(second.runtime, tmp / "t/")) << c.name << " " << second.runtime;
@@ -167,7 +177,8 @@ TEST_F(RuntimeCache, ArchiveFileKnownByItsStampUntilItIsWritten) {
   Start third = start();
   EXPECT_TRUE(text::contains(third.log, "checksum taken")) << third.log;
   EXPECT_NE(third.runtime, first.runtime);
-  EXPECT_TRUE(text::contains(readFile(third.runtime + "/Contents/Home/content.txt"), "other")) << "the new content runs";
+  EXPECT_TRUE(text::contains(readFile(third.runtime + "/Contents/Home/content.txt"), "other"))
+      << "the new content runs";
   EXPECT_EQ(namesIn(runtimeDir).size(), 1u) << "the older entry and its note are removed";
 }
 
@@ -179,26 +190,34 @@ TEST_F(RuntimeCache, RefusedCacheDirectoriesFallBackToTheTemporaryDirectory) {
     const char* reason;
   };
   const std::vector<Case> cases = {
-      {"symbolic link", [](RuntimeCache& t) {
+      {"symbolic link",
+       [](RuntimeCache& t) {
          fs::createDirectory(t.tmp / "elsewhere", false);
          fs::createDirectory(t.tmp / "cache", false);
          stdfs::create_directory_symlink(t.tmp / "elsewhere", t.tmp / "cache/brackwood");
-       }, "brackwood is a symbolic link"},
-      {"writable by others", [](RuntimeCache& t) {
+       },
+       "brackwood is a symbolic link"},
+      {"writable by others",
+       [](RuntimeCache& t) {
          fs::createDirectory(t.tmp / "cache/brackwood/Cachy", true);
          ::chmod((t.tmp / "cache/brackwood/Cachy").c_str(), 0777);
-       }, "Cachy is writable by others"},
-      {"owned by another user", [](RuntimeCache& t) {
+       },
+       "Cachy is writable by others"},
+      {"owned by another user",
+       [](RuntimeCache& t) {
          fs::createDirectory(t.runtimeDir, true);
          ASSERT_EQ(::chown(t.runtimeDir.c_str(), 65534, 65534), 0) << "the tests run as root";
-       }, "runtime is not owned by the user"},
+       },
+       "runtime is not owned by the user"},
       // Last: it changes the bundle. ".." as a directory name would lead out of the cache.
-      {"a name that is no directory name", [](RuntimeCache& t) {
+      {"a name that is no directory name",
+       [](RuntimeCache& t) {
          writePlist(t.app + "/Contents/Info.plist",
                     PlistValue(PlistDict{{"CFBundleName", ".."},
                                          {"bwk.reuseUnpackedRuntime", true},
                                          {"JavaVM", PlistValue(PlistDict{{"MainClass", "demo.Main"}})}}));
-       }, "no usable CFBundleIdentifier or CFBundleName"},
+       },
+       "no usable CFBundleIdentifier or CFBundleName"},
   };
   for (const Case& c : cases) {
     stdfs::remove_all(tmp / "cache");
@@ -234,7 +253,8 @@ TEST_F(RuntimeCache, ConcurrentFirstStartsShareOneEntry) {
   EXPECT_EQ(usedTheirs, 2);
   std::vector<std::string> entries = namesIn(runtimeDir);
   ASSERT_EQ(entries.size(), 1u) << "no copy stays beside the entry";
-  EXPECT_TRUE(fs::exists(runtimeDir + "/" + entries[0] + "/jre.bundle/Contents/Home/lib/p0.jar")) << "unpacked before it was kept";
+  EXPECT_TRUE(fs::exists(runtimeDir + "/" + entries[0] + "/jre.bundle/Contents/Home/lib/p0.jar"))
+      << "unpacked before it was kept";
   EXPECT_TRUE(namesIn(tmp / "t").empty());
 }
 
@@ -243,7 +263,8 @@ TEST_F(RuntimeCache, CancelDuringTheFirstStartMakesNoEntry) {
   Xvfb x;
   if (!x.running()) GTEST_SKIP() << "no Xvfb here";
   packRuntime("first", 4, 1.0);
-  writeFile(app + "/Contents/Resources/en.lproj/Localizable.strings", "\"WizardCaption\" = \"Installing Cachy\";\n\"ButtonCancel\" = \"Cancel\";\n");
+  writeFile(app + "/Contents/Resources/en.lproj/Localizable.strings",
+            "\"WizardCaption\" = \"Installing Cachy\";\n\"ButtonCancel\" = \"Cancel\";\n");
   Background launcher({app + "/Contents/MacOS/Cachy"}, env({"DISPLAY=" + x.display(), "LANGUAGE=en"}));
   std::string window = x.waitForWindow("^Installing Cachy$", 20);
   ASSERT_FALSE(window.empty()) << launcher.finish(1).err;

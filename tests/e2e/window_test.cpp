@@ -27,15 +27,16 @@ class Window : public ::testing::Test {
 
   // Slowpoke.app: texts, an icon, and `extra` configuration.
   std::string bundle(PlistDict extra = {}) {
-    PlistDict info{{"CFBundleName", "Slowpoke"},
-                   {"JavaVM", PlistValue(PlistDict{{"MainClass", "demo.Main"}})}};
+    PlistDict info{{"CFBundleName", "Slowpoke"}, {"JavaVM", PlistValue(PlistDict{{"MainClass", "demo.Main"}})}};
     if (tarSize > 0) info["bwk.jreUncompressedSize"] = PlistValue(tarSize);
     for (auto& [k, v] : extra) info[k] = v;
     std::string app = makeBundle(tmp.path(), "Slowpoke", PlistValue(info));
-    writeFile(app + "/Contents/Resources/en.lproj/Localizable.strings",
-              "\"WizardCaption\" = \"Installing Slowpoke\";\n\"PrepareInstaller\" = \"Preparing %@ for its first start\";\n"
-              "\"ButtonCancel\" = \"Cancel\";\n\"AppleJavaMinVersionError\" = \"Java %@ or newer is needed by %@.\";\n");
-    writeFile(app + "/Contents/Resources/app.icns", icnsContainer({{"icp4", solidPng(16, 0, 255, 0)}, {"ic07", solidPng(128, 255, 0, 255)}}));
+    writeFile(
+        app + "/Contents/Resources/en.lproj/Localizable.strings",
+        "\"WizardCaption\" = \"Installing Slowpoke\";\n\"PrepareInstaller\" = \"Preparing %@ for its first start\";\n"
+        "\"ButtonCancel\" = \"Cancel\";\n\"AppleJavaMinVersionError\" = \"Java %@ or newer is needed by %@.\";\n");
+    writeFile(app + "/Contents/Resources/app.icns",
+              icnsContainer({{"icp4", solidPng(16, 0, 255, 0)}, {"ic07", solidPng(128, 255, 0, 255)}}));
     return app;
   }
 
@@ -45,7 +46,9 @@ class Window : public ::testing::Test {
     shell("mkdir -p " + tmp / "pieces " + app + "/Contents/Resources/app && mkfifo " + archive + " && split -b 65536 " +
           tmp / "rt.tar.gz " + tmp / "pieces/p.");
     return std::make_unique<Background>(
-        std::vector<std::string>{"/bin/sh", "-c", "for f in " + tmp / "pieces/p.*; do cat $f || exit; sleep " + pause + "; done > " + archive},
+        std::vector<std::string>{
+            "/bin/sh", "-c",
+            "for f in " + tmp / "pieces/p.*; do cat $f || exit; sleep " + pause + "; done > " + archive},
         std::vector<std::string>{});
   }
 
@@ -56,7 +59,9 @@ class Window : public ::testing::Test {
     e.insert(e.end(), extra.begin(), extra.end());
     return launcherEnvironment(e);
   }
-  size_t entriesIn(const std::string& dir) { return fs::listDirectory(dir).value_or(std::vector<std::string>{"?"}).size(); }
+  size_t entriesIn(const std::string& dir) {
+    return fs::listDirectory(dir).value_or(std::vector<std::string>{"?"}).size();
+  }
 
   Xvfb x;
   TempDir tmp;
@@ -113,9 +118,13 @@ TEST_F(Window, OnlyAStartThatShowsTheWindowLoadsGtk) {
     PlistDict extra;
     if (initialProgress) extra["bwk.initialProgress"] = *initialProgress;
     std::string app = bundle(extra);
-    if (archive) shell("mkdir -p " + app + "/Contents/Resources/app && cp " + tmp / "rt.tar.gz " + app + "/Contents/Resources/app/jre.tar.gz");
-    else makeFakeRuntime(app + "/Contents/Resources/jre.bundle", "17.0.2", "bundle");
-    Background launcher({app + "/Contents/MacOS/Slowpoke"}, env({"FAKE_JLI_SLEEP_MS=3000", entry.empty() ? "BRACKWOOD_LOG" : entry}));
+    if (archive)
+      shell("mkdir -p " + app + "/Contents/Resources/app && cp " + tmp / "rt.tar.gz " + app +
+            "/Contents/Resources/app/jre.tar.gz");
+    else
+      makeFakeRuntime(app + "/Contents/Resources/jre.bundle", "17.0.2", "bundle");
+    Background launcher({app + "/Contents/MacOS/Slowpoke"},
+                        env({"FAKE_JLI_SLEEP_MS=3000", entry.empty() ? "BRACKWOOD_LOG" : entry}));
     while (!fs::exists(record) && secondsSince(launcher.started()) < 20) sleepMs(20);
     std::string maps = readFile("/proc/" + std::to_string(launcher.pid()) + "/maps");
     Background::Result r = launcher.finish(20);

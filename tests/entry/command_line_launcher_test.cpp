@@ -40,7 +40,8 @@ class CommandLineLauncher : public ::testing::Test {
 TEST_F(CommandLineLauncher, UnreadableConfigurations) {
   PlistDict bundleVM{{"MainClass", "com.example.FromBundle"}};
   std::string app = makeBundle(tmp.path(), "Tool", PlistValue(PlistDict{{"JavaVM", PlistValue(bundleVM)}}));
-  writePlist(tmp / "config.plist", PlistValue(PlistDict{{"JavaVM", PlistValue(PlistDict{{"MainClass", "com.example.Tool"}})}}));
+  writePlist(tmp / "config.plist",
+             PlistValue(PlistDict{{"JavaVM", PlistValue(PlistDict{{"MainClass", "com.example.Tool"}})}}));
   const std::string made = tmp / "tool";
   struct Case {
     const char* name;

@@ -6,9 +6,9 @@
 #include <tuple>
 
 #include "base/strings.h"
-#include "platform/macho_note.h"
 #include "macho_image.h"
 #include "platform/elf_note.h"
+#include "platform/macho_note.h"
 #include "test_support.h"
 
 namespace bwk::test {
@@ -126,8 +126,8 @@ Bytes machOExecutable(uint32_t firstSectionOffset = 0x800, bool withLinkedit = t
 std::optional<Bytes> mappedRegion(const Bytes& file) {
   std::optional<macho::NoteLocation> note = macho::findNote(file);
   if (!note) return std::nullopt;
-  intptr_t slide = static_cast<intptr_t>(reinterpret_cast<uintptr_t>(file.data()) + note->segmentFileoff -
-                                         note->segmentVmaddr);
+  intptr_t slide =
+      static_cast<intptr_t>(reinterpret_cast<uintptr_t>(file.data()) + note->segmentFileoff - note->segmentVmaddr);
   std::optional<platform::EmbeddedRegion> region = macho::findEmbeddedRegion(file.data(), slide);
   if (!region || region->address < file.data() || region->address + region->size > file.data() + file.size())
     return std::nullopt;
@@ -144,7 +144,8 @@ TEST_F(EmbedTool, MachOCopiesCarryTheConfiguration) {
   // The commands before __LINKEDIT's and every byte of the original contents are kept.
   EXPECT_EQ(get32(out, 16), get32(original, 16) + 1);
   size_t linkedit = 32 + 72 + (72 + 80) + (72 + 160);
-  EXPECT_TRUE(std::equal(original.begin() + 32, original.begin() + static_cast<std::ptrdiff_t>(linkedit), out.begin() + 32));
+  EXPECT_TRUE(
+      std::equal(original.begin() + 32, original.begin() + static_cast<std::ptrdiff_t>(linkedit), out.begin() + 32));
   EXPECT_TRUE(std::equal(original.begin() + 0x800, original.end(), out.begin() + 0x800));
   // __LINKEDIT now covers the data, in the file and in memory.
   std::optional<macho::NoteLocation> note = macho::findNote(out);
@@ -171,7 +172,8 @@ TEST_F(EmbedTool, MachORefusals) {
   Bytes twice = signedImage(signedImage(machOExecutable(0x900)));
   Bytes pastEnd = universalFile({{0x01000007, 12, machOExecutable()}}, false);
   putBe32(pastEnd, 8 + 12, static_cast<uint32_t>(pastEnd.size()));
-  Bytes badSlice = universalFile({{0x01000007, 12, machOExecutable()}, {0x0100000c, 14, machOExecutable(0x800, false)}}, true);
+  Bytes badSlice =
+      universalFile({{0x01000007, 12, machOExecutable()}, {0x0100000c, 14, machOExecutable(0x800, false)}}, true);
   const std::vector<std::pair<Bytes, std::string>> cases = {
       {machOExecutable(32 + 72 + 152 + 232 + 72 + 39), "no room"},
       {machOExecutable(0x800, false), "__LINKEDIT"},
@@ -181,7 +183,7 @@ TEST_F(EmbedTool, MachORefusals) {
       {twice, "more than one code signature"},
       {pastEnd, "x86_64 slice lies past its end"},
       {badSlice, "the arm64 slice: no __LINKEDIT"},
-      {machOExecutable(32 + 72 + 152 + 232 + 72 + 40), ""},  // exactly enough room
+      {machOExecutable(32 + 72 + 152 + 232 + 72 + 40), ""},                         // exactly enough room
       {machOExecutable(0x800, true, 0x123, Bytes{0x99, 0, 0, 0, 8, 0, 0, 0}), ""},  // the shortest command last
   };
   for (const auto& [file, message] : cases) {
@@ -190,7 +192,9 @@ TEST_F(EmbedTool, MachORefusals) {
     EXPECT_EQ(r.status, message.empty() ? 0 : 1) << message;
     EXPECT_TRUE(text::contains(r.err, message)) << message << ": " << r.err;
     EXPECT_EQ(std::filesystem::exists(tmp / "out"), message.empty()) << message;
-    if (message.empty()) { EXPECT_EQ(mappedRegion(fileBytes(tmp / "out")), region(kConfig)); }
+    if (message.empty()) {
+      EXPECT_EQ(mappedRegion(fileBytes(tmp / "out")), region(kConfig));
+    }
   }
 }
 
@@ -226,7 +230,8 @@ TEST_F(EmbedTool, UniversalFilesCarryTheConfigurationInEachSlice) {
     ASSERT_EQ(embed(tmp / "out", tmp / "other.plist", tmp / "again").status, 0);
     EXPECT_EQ(print(tmp / "again").out, kOtherConfig);
     // Each slice is what embedding into it alone gives, at its own alignment, in order.
-    EXPECT_EQ(fileBytes(tmp / "out"), universalFile({{0x01000007, 12, embedded(intel)}, {0x0100000c, 14, embedded(arm)}}, wide));
+    EXPECT_EQ(fileBytes(tmp / "out"),
+              universalFile({{0x01000007, 12, embedded(intel)}, {0x0100000c, 14, embedded(arm)}}, wide));
   }
 }
 
@@ -235,9 +240,10 @@ TEST_F(EmbedTool, MachOCopiesAreSignedAgain) {
   writeBytes(tmp / "tool", machOExecutable());
   std::string bin = tmp / "bin";
   // codesign's status (-1: none on PATH), --no-sign, the tool's status, its message.
-  const std::vector<std::tuple<int, bool, int, std::string>> cases = {
-      {0, false, 0, "signed ad hoc"}, {0, true, 0, "is not signed: sign it"},
-      {3, false, 1, "ended with status 3"}, {-1, false, 0, "is not signed: sign it"}};
+  const std::vector<std::tuple<int, bool, int, std::string>> cases = {{0, false, 0, "signed ad hoc"},
+                                                                      {0, true, 0, "is not signed: sign it"},
+                                                                      {3, false, 1, "ended with status 3"},
+                                                                      {-1, false, 0, "is not signed: sign it"}};
   for (const auto& [codesign, noSign, status, message] : cases) {
     std::filesystem::remove_all(bin);
     std::filesystem::create_directories(bin);
@@ -252,7 +258,8 @@ TEST_F(EmbedTool, MachOCopiesAreSignedAgain) {
     EXPECT_TRUE(text::contains(r.err, message)) << message << ": " << r.err;
     EXPECT_EQ(print(tmp / "out").out, kConfig) << message;
     bool ran = codesign >= 0 && !noSign;
-    EXPECT_EQ(ran ? readFile(bin + "/codesign.args") : "", ran ? "--force -s - " + (tmp / "out") + "\n" : "") << message;
+    EXPECT_EQ(ran ? readFile(bin + "/codesign.args") : "", ran ? "--force -s - " + (tmp / "out") + "\n" : "")
+        << message;
   }
 }
 

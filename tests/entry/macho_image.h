@@ -13,8 +13,16 @@ using Bytes = std::vector<uint8_t>;
 
 inline void put32(Bytes& b, size_t at, uint32_t v) { std::memcpy(b.data() + at, &v, 4); }
 inline void put64(Bytes& b, size_t at, uint64_t v) { std::memcpy(b.data() + at, &v, 8); }
-inline uint32_t get32(const Bytes& b, size_t at) { uint32_t v; std::memcpy(&v, b.data() + at, 4); return v; }
-inline uint64_t get64(const Bytes& b, size_t at) { uint64_t v; std::memcpy(&v, b.data() + at, 8); return v; }
+inline uint32_t get32(const Bytes& b, size_t at) {
+  uint32_t v;
+  std::memcpy(&v, b.data() + at, 4);
+  return v;
+}
+inline uint64_t get64(const Bytes& b, size_t at) {
+  uint64_t v;
+  std::memcpy(&v, b.data() + at, 8);
+  return v;
+}
 
 inline Bytes noteOwner(const std::string& owner = "com.brackwood") {
   Bytes b(16, 0);

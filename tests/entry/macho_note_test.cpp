@@ -3,8 +3,8 @@
 
 #include <limits>
 
-#include "platform/macho_note.h"
 #include "macho_image.h"
+#include "platform/macho_note.h"
 
 namespace bwk::test {
 namespace {
@@ -35,7 +35,10 @@ TEST(MachONote, Walk) {
       {"no load commands", {}, std::nullopt},
       {"region inside __LINKEDIT", {text(), noteCommand(noteOwner(), 0x1010, 0x20), linkedit()}, 0x1010, 0x20},
       {"segment without a note", {text(), linkedit()}, std::nullopt},
-      {"region ending at the segment's end", {text(), linkedit(), noteCommand(noteOwner(), 0x10e0, 0x20)}, 0x10e0, 0x20},
+      {"region ending at the segment's end",
+       {text(), linkedit(), noteCommand(noteOwner(), 0x10e0, 0x20)},
+       0x10e0,
+       0x20},
       {"region across the segment's end", {text(), linkedit(), noteCommand(noteOwner(), 0x10f0, 0x20)}, std::nullopt},
       {"region starting before the segment", {linkedit(), noteCommand(noteOwner(), 0xff0, 0x20)}, std::nullopt},
       {"another owner", {text(), noteCommand(noteOwner("com.brackwooe"), 0x1010, 0x20), linkedit()}, std::nullopt},
@@ -44,9 +47,12 @@ TEST(MachONote, Walk) {
       {"the first of our notes wins",
        {noteCommand(noteOwner("org.other"), 0x1080, 8), noteCommand(noteOwner(), 0x1010, 0x20),
         noteCommand(noteOwner(), 0x1040, 0x20), linkedit()},
-       0x1010, 0x20},
+       0x1010,
+       0x20},
       {"a note command too short for its fields is skipped",
-       {noteCommand(noteOwner(), 0x1040, 0x20, 32), noteCommand(noteOwner(), 0x1010, 0x20), linkedit()}, 0x1010, 0x20},
+       {noteCommand(noteOwner(), 0x1040, 0x20, 32), noteCommand(noteOwner(), 0x1010, 0x20), linkedit()},
+       0x1010,
+       0x20},
       {"a command of size 0 ends the walk", {noteCommand(noteOwner(), 0x1010, 0x20, 0), linkedit()}, std::nullopt},
   };
   for (const Case& c : cases) {

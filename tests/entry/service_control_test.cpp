@@ -1,8 +1,8 @@
 // Service control of a command-line launcher: the actions each mode accepts, the usage
 // lines, and the legacy start that detaches before the runtime starts. Each case runs the
 // command-line path in a child process, with a fake runtime that records its vector.
-#include <gtest/gtest.h>
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -47,7 +47,7 @@ class ServiceControl : public ::testing::Test {
       int status = launch_cli(config, Bundle(tmp.path()), arguments);
       std::fflush(nullptr);
       char cwd[4096] = "", links[3][256] = {};
-      for (int fd = 0; fd < 3; ++fd) 
+      for (int fd = 0; fd < 3; ++fd)
         if (readlink(("/proc/self/fd/" + std::to_string(fd)).c_str(), links[fd], 255) < 0) links[fd][0] = '\0';
       int s = open((tmp / "state").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
       dprintf(s, "status=%d\npid=%d\nsession-leader=%d\ncwd=%s\nfd0=%s\nfd1=%s\nfd2=%s\n", status, getpid(),
@@ -61,7 +61,8 @@ class ServiceControl : public ::testing::Test {
 
   // Waits for a file to hold `text` (the detached service writes it later).
   bool waitFor(const std::string& file, const std::string& text) {
-    for (int i = 0; i < 200 && !text::contains(readFile(file), text); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    for (int i = 0; i < 200 && !text::contains(readFile(file), text); ++i)
+      std::this_thread::sleep_for(std::chrono::milliseconds(50));
     return text::contains(readFile(file), text);
   }
 
@@ -82,10 +83,14 @@ TEST_F(ServiceControl, ActionsOfEachMode) {
     std::string printed;
   };
   std::vector<Case> cases = {
-      {"legacy", {"stop"}, true, "Shutting down mytool\n"}, {"legacy", {"run-redirect", "extra"}, true, ""},
-      {"legacy", {"Stop"}, false, kLegacyUsage}, {"legacy", {"__bwk_auth_restart", tmp / "jdk"}, false, kLegacyUsage},
-      {"launchd", {"start-launchd"}, true, ""}, {"launchd", {"status"}, false, kUsage},
-      {"Legacy", {"status"}, false, kUsage}, {1, {"status"}, true, ""},
+      {"legacy", {"stop"}, true, "Shutting down mytool\n"},
+      {"legacy", {"run-redirect", "extra"}, true, ""},
+      {"legacy", {"Stop"}, false, kLegacyUsage},
+      {"legacy", {"__bwk_auth_restart", tmp / "jdk"}, false, kLegacyUsage},
+      {"launchd", {"start-launchd"}, true, ""},
+      {"launchd", {"status"}, false, kUsage},
+      {"Legacy", {"status"}, false, kUsage},
+      {1, {"status"}, true, ""},
   };
   for (const Case& c : cases) {
     const std::string* mode = c.mode.asString();
@@ -102,7 +107,8 @@ TEST_F(ServiceControl, ActionsOfEachMode) {
     std::vector<std::string> after(main + 1, argv.end()), expected{c.words[0], "configured"};
     if (!mode) std::swap(expected[0], expected[1]);
     EXPECT_EQ(std::vector(after.begin(), after.begin() + 2), expected) << label;
-    auto option = std::find_if(argv.begin(), main, [](const std::string& a) { return text::startsWith(a, "-Dbwk.service"); });
+    auto option =
+        std::find_if(argv.begin(), main, [](const std::string& a) { return text::startsWith(a, "-Dbwk.service"); });
     EXPECT_EQ(option == main ? "none" : *option, mode ? "-Dbwk.service=" + *mode : "none") << label;
   }
 }

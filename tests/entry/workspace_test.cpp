@@ -24,11 +24,11 @@ class WorkspaceRelaunch : public ::testing::Test {
     std::filesystem::remove(tmp / "signals");
     std::filesystem::create_directories(tmp / folder);
     bundle = makeBundle(tmp / folder, "Tool", PlistValue(info));
-    writeFile(bundle + "/Contents/MacOS/app",
-              "#!/bin/sh\nprintf '%s\\n' \"$#\" \"$@\" > " + tmp / "args" +
-                  "\nfor s in TERM INT HUP; do trap \"echo $s >> " + tmp / "signals" +
-                  "; kill \\$!; sleep 0.6; exit 3\" $s; done\necho $$ > " + tmp / "pid.tmp" + " && mv " + tmp / "pid.tmp" +
-                  " " + tmp / "pid" + "\nsleep " + std::to_string(seconds) + " & wait $!\n");
+    writeFile(bundle + "/Contents/MacOS/app", "#!/bin/sh\nprintf '%s\\n' \"$#\" \"$@\" > " + tmp / "args" +
+                                                  "\nfor s in TERM INT HUP; do trap \"echo $s >> " + tmp / "signals" +
+                                                  "; kill \\$!; sleep 0.6; exit 3\" $s; done\necho $$ > " +
+                                                  tmp / "pid.tmp" + " && mv " + tmp / "pid.tmp" + " " + tmp / "pid" +
+                                                  "\nsleep " + std::to_string(seconds) + " & wait $!\n");
     std::filesystem::permissions(bundle + "/Contents/MacOS/app", std::filesystem::perms(0755));
   }
 

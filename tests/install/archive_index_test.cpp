@@ -59,7 +59,8 @@ TEST(ArchiveIndex, ReadsBackWhatWasWritten) {
   EXPECT_EQ((*members)[2].position, 3003u);
   EXPECT_EQ((*members)[2].size, 70000u);
   EXPECT_TRUE(encodeArchiveIndex({}).empty());
-  EXPECT_TRUE(encodeArchiveIndex(std::vector<std::pair<uint32_t, uint32_t>>(kIndexedMemberMaxCount + 1, {20, 1})).empty());
+  EXPECT_TRUE(
+      encodeArchiveIndex(std::vector<std::pair<uint32_t, uint32_t>>(kIndexedMemberMaxCount + 1, {20, 1})).empty());
   EXPECT_FALSE(encodeArchiveIndex(std::vector<std::pair<uint32_t, uint32_t>>(kIndexedMemberMaxCount, {20, 1})).empty());
 }
 
@@ -69,14 +70,17 @@ TEST(ArchiveIndex, AnIndexThatDoesNotFitTheFileIsIgnored) {
       {"count 0", [](Archive& a) { a.bytes[a.entries - 8] = 0; }},
       {"count one more than listed", [](Archive& a) { a.bytes[a.entries - 8] = 4; }},
       {"version 2", [](Archive& a) { a.bytes[a.entries - 9] = 2; }},
-      {"overlapping members", [](Archive& a) {
+      {"overlapping members",
+       [](Archive& a) {
          put32(a.bytes, a.entries, static_cast<uint32_t>(a.members[0].size() + 8));
          put32(a.bytes, a.entries + 8, static_cast<uint32_t>(a.members[1].size() - 8));
        }},
-      {"a gap between members", [](Archive& a) { put32(a.bytes, a.entries + 8, static_cast<uint32_t>(a.members[1].size() - 1)); }},
+      {"a gap between members",
+       [](Archive& a) { put32(a.bytes, a.entries + 8, static_cast<uint32_t>(a.members[1].size() - 1)); }},
       {"a length past the end", [](Archive& a) { put32(a.bytes, a.entries + 16, 0xffffffffu); }},
       {"a tar length the trailer does not state", [](Archive& a) { put32(a.bytes, a.entries + 4, 3001); }},
-      {"a member above the largest size", [](Archive& a) { put32(a.bytes, a.entries + 20, kIndexedMemberMaxSize + 1); }},
+      {"a member above the largest size",
+       [](Archive& a) { put32(a.bytes, a.entries + 20, kIndexedMemberMaxSize + 1); }},
       {"a member that is no gzip", [](Archive& a) { a.bytes[a.members[0].size()] = 0; }},
       {"a byte more at the end", [](Archive& a) { a.bytes += '\0'; }},
       {"a byte less at the start", [](Archive& a) { a.bytes.erase(0, 1); }},

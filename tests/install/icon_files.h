@@ -12,7 +12,8 @@ namespace bwk::test {
 // A PNG of one colour, `size` pixels square.
 inline std::string solidPng(uint32_t size, unsigned char r, unsigned char g, unsigned char b) {
   auto be32 = [](uint32_t v) {
-    return std::string{static_cast<char>(v >> 24), static_cast<char>(v >> 16), static_cast<char>(v >> 8), static_cast<char>(v)};
+    return std::string{static_cast<char>(v >> 24), static_cast<char>(v >> 16), static_cast<char>(v >> 8),
+                       static_cast<char>(v)};
   };
   auto chunk = [&](const std::string& type, const std::string& data) {
     std::string body = type + data;
@@ -26,7 +27,8 @@ inline std::string solidPng(uint32_t size, unsigned char r, unsigned char g, uns
   }
   uLongf packedSize = compressBound(static_cast<uLong>(rows.size()));
   std::string packed(packedSize, '\0');
-  compress(reinterpret_cast<Bytef*>(packed.data()), &packedSize, reinterpret_cast<const Bytef*>(rows.data()), static_cast<uLong>(rows.size()));
+  compress(reinterpret_cast<Bytef*>(packed.data()), &packedSize, reinterpret_cast<const Bytef*>(rows.data()),
+           static_cast<uLong>(rows.size()));
   packed.resize(packedSize);
   std::string header = be32(size) + be32(size) + std::string{8, 2, 0, 0, 0};  // 8-bit RGB
   return std::string("\x89PNG\r\n\x1a\n", 8) + chunk("IHDR", header) + chunk("IDAT", packed) + chunk("IEND", "");
@@ -35,7 +37,8 @@ inline std::string solidPng(uint32_t size, unsigned char r, unsigned char g, uns
 // An .icns container of (type, data) chunks.
 inline std::string icnsContainer(const std::vector<std::pair<std::string, std::string>>& chunks) {
   auto be32 = [](uint32_t v) {
-    return std::string{static_cast<char>(v >> 24), static_cast<char>(v >> 16), static_cast<char>(v >> 8), static_cast<char>(v)};
+    return std::string{static_cast<char>(v >> 24), static_cast<char>(v >> 16), static_cast<char>(v >> 8),
+                       static_cast<char>(v)};
   };
   std::string body;
   for (const auto& [type, data] : chunks) body += type + be32(static_cast<uint32_t>(data.size() + 8)) + data;

@@ -22,8 +22,8 @@ TEST(NoticeText, RoundTripKeepsEveryByteUpToTheLimit) {
     EXPECT_EQ(encoded.find_first_not_of("0123456789abcdef:-"), std::string::npos) << encoded;
     EXPECT_EQ(decodeNotice(encoded), back) << encoded.substr(0, 40);
   }
-  for (const std::string& value : std::vector<std::string>{"", "41", "41:4", "41:4G", "zz:41", "41:4A", "-:41:42", "4:41",
-                                                          "-:" + std::string(kNoticeTextLimit * 2 + 2, '4')})
+  for (const std::string& value : std::vector<std::string>{"", "41", "41:4", "41:4G", "zz:41", "41:4A", "-:41:42",
+                                                           "4:41", "-:" + std::string(kNoticeTextLimit * 2 + 2, '4')})
     EXPECT_FALSE(decodeNotice(value)) << value.substr(0, 20);
 }
 

@@ -42,7 +42,8 @@ class UnpackerTest : public ::testing::Test {
 
 TEST_F(UnpackerTest, RunsLibBeforeLibExtAndReportsEveryFile) {
   installTool();
-  pack({"lib/a.jar.pack", "lib/b.jar.pack", "lib/ext/d.jar.pack", "lib/Foo.JAR.PACK", "lib/e.jar", "lib/x.jar.pack.bak"});
+  pack({"lib/a.jar.pack", "lib/b.jar.pack", "lib/ext/d.jar.pack", "lib/Foo.JAR.PACK", "lib/e.jar",
+        "lib/x.jar.pack.bak"});
   ASSERT_TRUE(unpack());
   std::vector<std::string> lines = runs();
   ASSERT_EQ(lines.size(), 3u);
@@ -67,7 +68,8 @@ TEST_F(UnpackerTest, NamesThatAreNotUtf8ReachTheToolUnchanged) {
 // A file gone before its turn is not run but counts; a failing run stops at once; a tool that
 // cannot start throws, and so may the progress callback, to cancel.
 TEST_F(UnpackerTest, VanishedFilesFailuresAndCancelling) {
-  installTool("rm -f " + home + "/lib/ext/z.jar.pack; [ $(wc -l < " + log + ") -eq 3 ] && exit 3; cp \"$2\" \"$3\" && rm \"$2\"");
+  installTool("rm -f " + home + "/lib/ext/z.jar.pack; [ $(wc -l < " + log +
+              ") -eq 3 ] && exit 3; cp \"$2\" \"$3\" && rm \"$2\"");
   pack({"lib/a.jar.pack", "lib/ext/z.jar.pack"});
   ASSERT_TRUE(unpack());
   EXPECT_EQ(runs().size(), 1u);

@@ -127,7 +127,8 @@ class UntarFixture : public ::testing::Test {
     ::testing::internal::CaptureStderr();
     outcome.ok = UnTar::untarWith(inflation, archive, dest, length, progress, &outcome.used);
     std::istringstream lines(::testing::internal::GetCapturedStderr());
-    for (std::string line; std::getline(lines, line);) outcome.messages.push_back(line.substr(line.find("] ", line.find(" [Line ")) + 2));
+    for (std::string line; std::getline(lines, line);)
+      outcome.messages.push_back(line.substr(line.find("] ", line.find(" [Line ")) + 2));
     EXPECT_EQ(snapshot(root, dest), before) << "something outside the destination changed";
     return outcome;
   }

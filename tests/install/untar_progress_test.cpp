@@ -36,9 +36,9 @@ INSTANTIATE_TEST_SUITE_P(Inflations, ProgressTest, ::testing::ValuesIn(kInflatio
 // The destination first, a report before each file and each 32768-byte piece that moves the
 // value, 100 with "" at the end.
 TEST_P(ProgressTest, ReportsStreamPositionsInSinglePrecision) {
-  std::istringstream files(buildArchive(
-      "file('a', noise(100000)); file('empty'); dir('d'); file('d/b', noise(70000, 2)); link('l', 'a')\n"
-      "file('c', noise(40000, 3))"));
+  std::istringstream files(
+      buildArchive("file('a', noise(100000)); file('empty'); dir('d'); file('d/b', noise(70000, 2)); link('l', 'a')\n"
+                   "file('c', noise(40000, 3))"));
   const int32_t length = 123457;  // where single and double precision differ
   std::vector<Call> expected{{0.0, dest}};
   for (uint64_t offset, size; files >> offset >> size;) {
@@ -72,7 +72,9 @@ TEST_P(ProgressTest, StartAndEndOnly) {
   buildArchive("file('a', 'complete'); GZ_DROP = 8");
   Recorder failing;
   EXPECT_FALSE(extract(1000, &failing.callback).ok);
-  EXPECT_EQ(failing.calls, (std::vector<Call>{{0.0, dest}, {percentAt(512, 1000), std::nullopt}, {percentAt(520, 1000), std::nullopt}}));
+  EXPECT_EQ(
+      failing.calls,
+      (std::vector<Call>{{0.0, dest}, {percentAt(512, 1000), std::nullopt}, {percentAt(520, 1000), std::nullopt}}));
 
   archive = root + "/missing.tar.gz";
   Recorder missing;

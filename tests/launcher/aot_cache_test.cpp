@@ -20,7 +20,8 @@ class AotCache : public LaunchFixture {
                                       const std::string& runtimePath = "jdk-25.jdk") {
     const LaunchContext& context = bundleLaunch({{"JavaVM", PlistValue(std::move(javaVM))}});
     appRootDir = *context.paths.appRootDir;
-    ChosenRuntime runtime{tmp / runtimePath, RuntimeBundle::open(tmp / runtimePath), version, major, version, false, false};
+    ChosenRuntime runtime{
+        tmp / runtimePath, RuntimeBundle::open(tmp / runtimePath), version, major, version, false, false};
     return addAotCacheOption(context, runtime);
   }
   static unsigned long crc(const std::string& s) {
@@ -44,8 +45,8 @@ TEST_F(AotCache, TrainsThenUsesTheDefaultLocation) {
   std::vector<std::string> training = optionsFor(enabled);
   std::string dir = tmp / ("home/Library/Caches/brackwood/aot/" + std::to_string(crc(appRootDir)));
   std::string file = dir + "/Tool-b1-25.0.1-" + std::to_string(crc(tmp / "jdk-25.jdk/Contents/Home")) + ".aot";
-  EXPECT_EQ(training,
-            (std::vector<std::string>{"-Xlog:aot=error", "-Dbrackwood.aotTraining=true", "-XX:AOTCacheOutput=" + file}));
+  EXPECT_EQ(training, (std::vector<std::string>{"-Xlog:aot=error", "-Dbrackwood.aotTraining=true",
+                                                "-XX:AOTCacheOutput=" + file}));
   EXPECT_EQ(readFile(dir + "/install-dir"), appRootDir);
   writeFile(file, "cache");
   EXPECT_EQ(optionsFor(enabled), (std::vector<std::string>{"-XX:AOTCache=" + file}));
@@ -76,7 +77,8 @@ TEST_F(AotCache, TrainingRemovesStaleFilesOfTheStemOnly) {
   writeFile(tmp / "c/application.aot", "");  // no "-" after the stem: kept
   writeFile(tmp / "c/keep.aot", "");
   shell("mkdir -p " + tmp / "c/app-dir");
-  EXPECT_EQ(optionsFor({{"AotCacheEnabled", true}, {"AotCacheBuildId", "b"}, {"AotCachePath", tmp / "c/app"}}).size(), 3u);
+  EXPECT_EQ(optionsFor({{"AotCacheEnabled", true}, {"AotCacheBuildId", "b"}, {"AotCachePath", tmp / "c/app"}}).size(),
+            3u);
   auto left = *fs::listDirectory(tmp / "c");
   std::sort(left.begin(), left.end());
   EXPECT_EQ(left, (std::vector<std::string>{"app-dir", "application.aot", "keep.aot"}));

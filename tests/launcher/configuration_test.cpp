@@ -37,14 +37,23 @@ TEST_F(Configuration, DirectoryLayouts) {
   ScopedEnvironment env{{"BWK_T_SUB", "sub"}};
   const std::vector<Case> cases = {
       {"baseDir of another type, working directory beside the launcher",
-       {{"bwk.baseDir", 3}, {"JavaVM", PlistValue(PlistDict{{"WorkingDirectory", "work/../w"}})}}, appRoot, appRoot, bundle,
+       {{"bwk.baseDir", 3}, {"JavaVM", PlistValue(PlistDict{{"WorkingDirectory", "work/../w"}})}},
+       appRoot,
+       appRoot,
+       bundle,
        appRoot + "/w"},
       {"launcherDir with a variable, absolute working directory",
-       {{"bwk.launcherDir", "bin/${BWK_T_SUB}"}, {"JavaVM", PlistValue(PlistDict{{"WorkingDirectory", "/x//y/"}})}}, appRoot,
-       appRoot + "/bin/sub", bundle, "/x/y"},
+       {{"bwk.launcherDir", "bin/${BWK_T_SUB}"}, {"JavaVM", PlistValue(PlistDict{{"WorkingDirectory", "/x//y/"}})}},
+       appRoot,
+       appRoot + "/bin/sub",
+       bundle,
+       "/x/y"},
       {"baseDir beside the bundle", {{"bwk.baseDir", "./x/../Tool/"}}, apps + "/Tool", apps, bundle},
-      {"single bundle elsewhere", {{"bwk.baseDir", "Root/a/b/c"}, {"bwk.inSingleBundle", true}},
-       apps + "/Root/a/b/c", apps, apps + "/Root"},
+      {"single bundle elsewhere",
+       {{"bwk.baseDir", "Root/a/b/c"}, {"bwk.inSingleBundle", true}},
+       apps + "/Root/a/b/c",
+       apps,
+       apps + "/Root"},
   };
   for (const Case& c : cases) {
     const LaunchContext& context = bundleLaunch(c.info);
@@ -62,11 +71,12 @@ TEST_F(Configuration, DirectoryLayouts) {
 
   // A command-line launcher that does not know its own path has no directories, and nothing
   // is read from or resolved against the current directory in their place.
-  const LaunchContext& unknown = commandLineLaunch(
-      {{"bwk.baseDir", "x"}, {"JavaVM", PlistValue(PlistDict{{"ClassPath", "${launcher:sys.appRootDir}/*"},
-                                                             {"WorkingDirectory", "work"},
-                                                             {"VMOptionArray", list({"-include-options o.vmoptions"})}})}},
-      std::nullopt, {"/tool"});
+  const LaunchContext& unknown =
+      commandLineLaunch({{"bwk.baseDir", "x"},
+                         {"JavaVM", PlistValue(PlistDict{{"ClassPath", "${launcher:sys.appRootDir}/*"},
+                                                         {"WorkingDirectory", "work"},
+                                                         {"VMOptionArray", list({"-include-options o.vmoptions"})}})}},
+                        std::nullopt, {"/tool"});
   EXPECT_EQ(unknown.paths.appRootDir, std::nullopt);
   EXPECT_EQ(unknown.paths.launcherDirInApp, std::nullopt);
   EXPECT_TRUE(optionFiles(unknown).empty());
@@ -105,7 +115,8 @@ TEST_F(Configuration, VariablesInOnePass) {
 }
 
 TEST_F(Configuration, ArtifactPaths) {
-  for (const char* file : {"x.jar", "y.JAR", "z.zip", "readme.txt", "dir.jar/inner"}) writeFile(tmp / "lib/" + file, "");
+  for (const char* file : {"x.jar", "y.JAR", "z.zip", "readme.txt", "dir.jar/inner"})
+    writeFile(tmp / "lib/" + file, "");
   ScopedEnvironment env{{"BWK_T_CP", "/e/1.jar:/e/2.jar"}, {"BWK_T_UNSET", std::nullopt}};
   struct Case {
     OptionalString in, out;
@@ -123,7 +134,8 @@ TEST_F(Configuration, ArtifactPaths) {
   ASSERT_TRUE(listed);
   std::vector<std::string> entries = text::split(*listed, ":");
   std::sort(entries.begin() + 1, entries.end());
-  EXPECT_EQ(entries, (std::vector<std::string>{"first.jar", tmp / "lib/dir.jar", tmp / "lib/x.jar", tmp / "lib/z.zip"}));
+  EXPECT_EQ(entries,
+            (std::vector<std::string>{"first.jar", tmp / "lib/dir.jar", tmp / "lib/x.jar", tmp / "lib/z.zip"}));
 }
 
 TEST_F(Configuration, OptionFileLinesAndClassPath) {
@@ -145,9 +157,17 @@ TEST_F(Configuration, OptionFileLinesAndClassPath) {
       {"classpath/p without one", "-classpath/p lib/a.jar\n", std::nullopt, {}, std::string("lib/a.jar:(null)")},
       {"classpath/a appends", "-classpath/a b.jar\n", std::string("old"), {}, std::string("old:b.jar")},
       {"classpath/a without one is dropped", "-classpath/a lib/a.jar\n", std::nullopt, {}, std::nullopt},
-      {"prefix needs its blank, case matters", "-classpath\n-ClassPath x\n", std::nullopt, {"-classpath", "-ClassPath x"},
+      {"prefix needs its blank, case matters",
+       "-classpath\n-ClassPath x\n",
+       std::nullopt,
+       {"-classpath", "-ClassPath x"},
        std::nullopt},
-      {"not UTF-8: nothing", "-Dname=Gr\xfc\xdf" "e\n", std::string("cp"), {}, std::string("cp")},
+      {"not UTF-8: nothing",
+       "-Dname=Gr\xfc\xdf"
+       "e\n",
+       std::string("cp"),
+       {},
+       std::string("cp")},
   };
   for (const Case& c : cases) {
     writeFile(tmp / "case.vmoptions", c.contents);
@@ -178,9 +198,9 @@ TEST_F(Configuration, OptionFileIncludes) {
   // The configured list includes relative to the launcher directory and knows no directives.
   writeFile(appRoot + "/extra.vmoptions", "-Dincluded\n-classpath/a extra.jar\n");
   std::vector<std::string> predefined;
-  EXPECT_EQ(addPredefinedOptions(std::vector<std::string>{"-Da", "-include-options extra.vmoptions", "-classpath x",
-                                                          " -Dspaced "},
-                                 predefined, std::string("cp"), scope),
+  EXPECT_EQ(addPredefinedOptions(
+                std::vector<std::string>{"-Da", "-include-options extra.vmoptions", "-classpath x", " -Dspaced "},
+                predefined, std::string("cp"), scope),
             std::string("cp:extra.jar"));
   EXPECT_EQ(predefined, (std::vector<std::string>{"-Da", "-Dincluded", "-classpath x", " -Dspaced "}));
 }
@@ -196,9 +216,9 @@ TEST_F(Configuration, ParametersFromStateAndFacts) {
   previous.previousInstallation = true;
   LaunchFacts facts{{"-XX:AOTCache=/c.aot"}, std::nullopt, std::string("/b/jre.tar.gz")};
   JavaParameters p = readJavaParameters(context, previous, facts);
-  EXPECT_EQ(p.options, (std::vector<std::string>{"-Dfenmo.moduleName=" + bundle, "-Dsame=1", "-XX:AOTCache=/c.aot",
-                                                 "-Dsame=1", "-p", "mods", "-Dbwk.previousJdk=true",
-                                                 "-Dbwk.tarFile=/b/jre.tar.gz"}));
+  EXPECT_EQ(p.options,
+            (std::vector<std::string>{"-Dfenmo.moduleName=" + bundle, "-Dsame=1", "-XX:AOTCache=/c.aot", "-Dsame=1",
+                                      "-p", "mods", "-Dbwk.previousJdk=true", "-Dbwk.tarFile=/b/jre.tar.gz"}));
   EXPECT_EQ(p.mainClass, std::string("com.example.${NOT}"));
   EXPECT_TRUE(p.startOnMainThread);
 }
@@ -229,10 +249,11 @@ TEST_F(Configuration, VersionSpecificPatterns) {
 TEST_F(Configuration, CommandLineLauncherIdentityAndService) {
   writeFile(tmp / "bin/tool.vmoptions", "-Dbeside.executable\n");
   writeFile(tmp / "bin/tool.app/Contents/vmoptions.txt", "-Dnot.read\n");
-  const LaunchContext& context = commandLineLaunch(
-      {{"bwk.configFileId", "cfg-7"}, {"bwk.service", "legacy"},
-       {"JavaVM", PlistValue(PlistDict{{"ArgumentArray", list({"configured"})}})}},
-      tmp / "bin/tool", {"/bin/tool", "start", "later"});
+  const LaunchContext& context =
+      commandLineLaunch({{"bwk.configFileId", "cfg-7"},
+                         {"bwk.service", "legacy"},
+                         {"JavaVM", PlistValue(PlistDict{{"ArgumentArray", list({"configured"})}})}},
+                        tmp / "bin/tool", {"/bin/tool", "start", "later"});
   JavaParameters p = readJavaParameters(context, runtime(), {});
   EXPECT_EQ(p.options, (std::vector<std::string>{"-Dfenmo.moduleName=" + tmp / "bin/tool", "-Dbeside.executable",
                                                  "-Dbwk.configFileId=cfg-7", "-Dbwk.service=legacy"}));

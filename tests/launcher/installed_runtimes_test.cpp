@@ -36,9 +36,11 @@ class InstalledRuntimes : public LaunchFixture {
 TEST_F(InstalledRuntimes, FirstInOrderWithinTheRange) {
   std::string jvm = tmp / "jvm";
   const std::pair<const char*, const char*> runtimes[] = {
-      {"jdk1.8.0_291.jdk", "1.8.0_291"}, {"jdk-17.0.2.jdk", "17.0.2"}, {"openjdk-11.jdk", "11.0.1"}, {"temurin-21.jdk", "21.0.1"},
-      {"zulu-17.jdk", "17.0.9"}, {"jdk-11.0.12.jdk", "11.0.12"}, {"openjdk-17.0.1.jdk", "17.0.1"}, {"jdk-22-ea.jdk", "22-ea"}};
-  for (const auto& [name, version] : runtimes) makeFakeRuntime(jvm + "/" + name, version, name[0] == 'o' ? "home" : "bundle");
+      {"jdk1.8.0_291.jdk", "1.8.0_291"}, {"jdk-17.0.2.jdk", "17.0.2"}, {"openjdk-11.jdk", "11.0.1"},
+      {"temurin-21.jdk", "21.0.1"},      {"zulu-17.jdk", "17.0.9"},    {"jdk-11.0.12.jdk", "11.0.12"},
+      {"openjdk-17.0.1.jdk", "17.0.1"},  {"jdk-22-ea.jdk", "22-ea"}};
+  for (const auto& [name, version] : runtimes)
+    makeFakeRuntime(jvm + "/" + name, version, name[0] == 'o' ? "home" : "bundle");
   // Entries that are never chosen.
   writeFile(jvm + "/.DS_Store", "");
   writeFile(jvm + "/99-malformed/Contents/Info.plist", "<plist><dict><key>JavaVM</key>");
@@ -59,8 +61,8 @@ TEST_F(InstalledRuntimes, FirstInOrderWithinTheRange) {
   };
   std::vector<std::string> expected;
   for (const Case& c : cases) expected.push_back(c.expected);
-  for (const char* name : {"jdk-17.0.2.jdk", "openjdk-17.0.1.jdk", "jdk-11.0.12.jdk", "openjdk-11.jdk", "jdk1.8.0_291.jdk",
-                           "zulu-17.jdk", "temurin-21.jdk"})
+  for (const char* name : {"jdk-17.0.2.jdk", "openjdk-17.0.1.jdk", "jdk-11.0.12.jdk", "openjdk-11.jdk",
+                           "jdk1.8.0_291.jdk", "zulu-17.jdk", "temurin-21.jdk"})
     expected.push_back(name);
   RunResult outcome = withInstalledRuntimes(jvm, [&] {
     for (const Case& c : cases) {
@@ -68,7 +70,8 @@ TEST_F(InstalledRuntimes, FirstInOrderWithinTheRange) {
       if (c.min) info["bwk.minVersion"] = c.min;
       if (c.max) info["bwk.maxVersion"] = c.max;
       std::optional<ChosenRuntime> found = findJavaBundle(bundleLaunch(std::move(info)), std::nullopt);
-      std::printf("chosen: %s\n", found ? (path::lastComponent(found->path) + " " + found->shortVersion).c_str() : "none");
+      std::printf("chosen: %s\n",
+                  found ? (path::lastComponent(found->path) + " " + found->shortVersion).c_str() : "none");
     }
     const LaunchContext& context = bundleLaunch({});
     OptionalString found;
@@ -92,13 +95,15 @@ TEST_F(InstalledRuntimes, UnreadableRuntimesAreSkipped) {
   const LaunchContext& context = bundleLaunch({});
   RunResult outcome = withInstalledRuntimes(jvm, [&] {
     const uid_t nobody = 65534;
-    if (setgroups(0, nullptr) != 0 || setresgid(nobody, nobody, nobody) != 0 || setresuid(nobody, nobody, nobody) != 0) {
+    if (setgroups(0, nullptr) != 0 || setresgid(nobody, nobody, nobody) != 0 ||
+        setresuid(nobody, nobody, nobody) != 0) {
       std::perror("dropping privileges");
       return 92;
     }
     const std::string installed = platform::installedRuntimesDirectory();
     std::printf("chosen: %s\n", RuntimeBundle::open(installed + "/jdk-99") ? "opened" : "not opened");
-    std::printf("chosen: %zu keys\n", RuntimeBundle::open(installed + "/jdk-98")->infoDictionary().asDictionary()->size());
+    std::printf("chosen: %zu keys\n",
+                RuntimeBundle::open(installed + "/jdk-98")->infoDictionary().asDictionary()->size());
     OptionalString found = chosenPath(context);
     std::printf("chosen: %s\n", found ? path::lastComponent(*found).c_str() : "none");
     return 0;

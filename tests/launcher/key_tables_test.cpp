@@ -17,11 +17,13 @@ TEST(KeyTables, EveryKeyTheSourcesReadIsListed) {
   const std::regex lookup(R"re(\.(?:string|boolean|integer|array|stringArray|dictionary|find)\("([^"$]+)"\))re");
   const std::regex message(R"re((?:displayError\([^;]*?|ReportedFailure\(|localizedString\()"([A-Za-z.]+)")re");
   // These read other dictionaries: a runtime's own information, the installation records.
-  const std::set<std::string> otherDictionaries = {"runtime_checks.cpp", "public_runtimes.cpp", "previous_installations.cpp"};
+  const std::set<std::string> otherDictionaries = {"runtime_checks.cpp", "public_runtimes.cpp",
+                                                   "previous_installations.cpp"};
   int configurationLookups = 0, messageLookups = 0;
   for (const auto& entry : std::filesystem::recursive_directory_iterator(std::string(BWK_SOURCE_DIR) + "/src")) {
     std::string name = entry.path().filename().string();
-    if (!entry.is_regular_file() || otherDictionaries.count(name) || (!name.ends_with(".cpp") && !name.ends_with(".mm")))
+    if (!entry.is_regular_file() || otherDictionaries.count(name) ||
+        (!name.ends_with(".cpp") && !name.ends_with(".mm")))
       continue;
     std::string source = readFile(entry.path().string());
     for (std::sregex_iterator m(source.begin(), source.end(), lookup), end; m != end; ++m, ++configurationLookups) {

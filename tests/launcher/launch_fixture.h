@@ -2,8 +2,8 @@
 // Launches of <tmp>/Apps/Tool.app with a given configuration and command line, fake
 // runtimes, and a child process with private mounts, so that a test can put its own runtimes
 // at the system's fixed runtime directory.
-#include <gtest/gtest.h>
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
@@ -65,7 +65,8 @@ class LaunchFixture : public ::testing::Test {
 // Runs `body` in a child process with a mount namespace of its own in which `source` is bound
 // over `target`; the child ends with the status `body` returns (or exits by itself). Its
 // standard output and error together are `out`.
-inline RunResult inPrivateMount(const std::string& source, const std::string& target, const std::function<int()>& body) {
+inline RunResult inPrivateMount(const std::string& source, const std::string& target,
+                                const std::function<int()>& body) {
   TempDir dir;
   std::string output = dir / "output";
   std::fflush(nullptr);

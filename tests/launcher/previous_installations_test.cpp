@@ -14,7 +14,7 @@ class PreviousInstallations : public LaunchFixture {
 
   void writeRecords(PlistDict records) {
     writePlist(tmp / "config/brackwood/com.brackwood.installations.plist",
-                     PlistValue(PlistDict{{"/com/brackwood/installations/", PlistValue(std::move(records))}}));
+               PlistValue(PlistDict{{"/com/brackwood/installations/", PlistValue(std::move(records))}}));
   }
   // Searches with "I" only, between 1.8 and 1.8.
   std::optional<ChosenRuntime> search(PlistDict extra = {}) {
@@ -49,25 +49,40 @@ TEST_F(PreviousInstallations, RuntimesOfRecordedDirectories) {
     bool bInSingleBundle = false;
   } cases[] = {
       // The loop goes on after a's runtime was accepted, but b is never opened.
-      {"a private runtime stops bundle checks", {{a + v, "1.8.0_291", false}, {b + j, "1.8.0_300", true}},
-       a + ";" + b, a + "/.brackwood/jre", false},
+      {"a private runtime stops bundle checks",
+       {{a + v, "1.8.0_291", false}, {b + j, "1.8.0_300", true}},
+       a + ";" + b,
+       a + "/.brackwood/jre",
+       false},
       {"the last private runtime decides", {{a + v, "1.8.0_291", false}}, b + ";" + a, a + "/.brackwood/jre", false},
-      {"an out-of-range private runtime replaces an accepted one", {{a + v, "1.8.0_291", false}, {b + v, "17.0.2", false}},
-       a + ";" + b, std::nullopt, false},
+      {"an out-of-range private runtime replaces an accepted one",
+       {{a + v, "1.8.0_291", false}, {b + v, "17.0.2", false}},
+       a + ";" + b,
+       std::nullopt,
+       false},
       {"bundles in order until one is accepted",
        {{a + j, "17.0.2", true}, {b + plugIn, "1.8.0_291", true}, {third + j, "1.8.0_300", true}},
-       ";" + a + ";" + b + ";" + third, b + plugIn, true, true},
+       ";" + a + ";" + b + ";" + third,
+       b + plugIn,
+       true,
+       true},
       {"a single bundle prefers Resources",
-       {{b + "/Tool.app/Contents/Resources/jre.bundle", "1.8.0_1", true}, {b + plugIn, "1.8.0_2", true}}, b,
-       b + "/Tool.app/Contents/Resources/jre.bundle", true, true},
+       {{b + "/Tool.app/Contents/Resources/jre.bundle", "1.8.0_1", true}, {b + plugIn, "1.8.0_2", true}},
+       b,
+       b + "/Tool.app/Contents/Resources/jre.bundle",
+       true,
+       true},
       // Neither a nor b turned bundle checks off, so c's bundle is found.
       {"unusable version files",
        {{a + v + "/x", "", false}, {b + v, std::string("1.8.0\xff", 6), false}, {third + j, "1.8.0_300", true}},
-       a + ";" + b + ";" + third, third + j, true},
+       a + ";" + b + ";" + third,
+       third + j,
+       true},
   };
   for (const Case& c : cases) {
     for (const std::string& dir : {a, b, third}) fs::removeItem(dir);
-    for (const Made& m : c.made) m.runtimeBundle ? makeFakeRuntime(m.path, m.text, "bundle") : writeFile(m.path, m.text);
+    for (const Made& m : c.made)
+      m.runtimeBundle ? makeFakeRuntime(m.path, m.text, "bundle") : writeFile(m.path, m.text);
     PlistDict records{{"allinstdirs1234-5678", c.dirs}};
     if (c.bInSingleBundle) records["singleBundleName1234-5678_" + b] = "Tool.app";
     writeRecords(records);

@@ -75,7 +75,8 @@ TEST(RuntimeChecks, JavaVersionReadsTheBundle) {
     writePlist(tmp / c.name + "/Contents/Info.plist", PlistValue(c.info));
     std::shared_ptr<RuntimeBundle> runtime = RuntimeBundle::open(tmp / c.name);
     ASSERT_TRUE(runtime);
-    EXPECT_EQ(outcome(checkJavaVersion(runtime.get(), std::nullopt, std::nullopt, false, c.plugin)), c.expected) << c.name;
+    EXPECT_EQ(outcome(checkJavaVersion(runtime.get(), std::nullopt, std::nullopt, false, c.plugin)), c.expected)
+        << c.name;
   }
   EXPECT_EQ(outcome(checkJavaVersion(nullptr, std::nullopt, std::nullopt, true, true)), "refused");
   EXPECT_EQ(getJavaMinVersion(PlistValue(PlistDict{{"bwk.minVersion", "11.0.2"}})), "11.0.2");
@@ -103,9 +104,12 @@ TEST(RuntimeBundle, OpensDirectoriesOnly) {
   ASSERT_EQ(symlink((tmp / "missing").c_str(), (tmp / "broken").c_str()), 0);
   ASSERT_EQ(symlink((tmp / "home").c_str(), (tmp / "link").c_str()), 0);
   const std::pair<const char*, const char*> cases[] = {
-      {"home", "17.0.15 "}, {"bundle", "11.0.2 /Contents/Home"}, {"link", "17.0.15 "}, {"unquoted", "21.0.1 "},
+      {"home", "17.0.15 "},     {"bundle", "11.0.2 /Contents/Home"},
+      {"link", "17.0.15 "},     {"unquoted", "21.0.1 "},
       {"malformed", "- "},  // a bundle, but nothing in it
-      {"bare", "- "}, {"noversion", "- "}, {"file", "no bundle"}, {"broken", "no bundle"}, {"missing", "no bundle"},
+      {"bare", "- "},           {"noversion", "- "},
+      {"file", "no bundle"},    {"broken", "no bundle"},
+      {"missing", "no bundle"},
   };
   for (const auto& [name, expected] : cases) EXPECT_EQ(opened(tmp / name), expected) << name;
   EXPECT_EQ(runtimeHome(tmp / "nowhere"), tmp / "nowhere");

@@ -54,9 +54,9 @@ TEST_F(RuntimeSearch, OverrideLastSourceWins) {
     if (c.file) writeFile(tmp / "Apps/Tool.vmoptions", "-Xmx1g\n-jvm=/b\n-Dx=1\n");
     PlistDict javaVM;
     if (c.plist) javaVM["VMOptionArray"] = list({"-jvm=/a", "-Xss1m"});
-    const LaunchContext& context =
-        bundleLaunch({{"bwk.allowPassthrough", true}, {"JavaVM", PlistValue(javaVM)}},
-                     c.commandLine ? std::vector<std::string>{"/prog", "-J-jvm=/c", "arg"} : std::vector<std::string>{"/prog"});
+    const LaunchContext& context = bundleLaunch(
+        {{"bwk.allowPassthrough", true}, {"JavaVM", PlistValue(javaVM)}},
+        c.commandLine ? std::vector<std::string>{"/prog", "-J-jvm=/c", "arg"} : std::vector<std::string>{"/prog"});
     EXPECT_EQ(findOverrideJvm(context), c.expected ? OptionalString(c.expected) : std::nullopt) << c.name;
   }
 }
@@ -67,7 +67,8 @@ TEST_F(RuntimeSearch, OverrideThenShippedRuntime) {
   std::string inResources = shipped("Resources", "11.0.2");
   std::string override17 = runtime("override", "17.0.2");
   writeFile(tmp / "Apps/Tool.vmoptions", "-jvm=" + override17 + "\n");
-  for (auto [min, expected, version] : {std::tuple{"17", override17, "17.0.2"}, std::tuple{"21", inResources, "11.0.2"}}) {
+  for (auto [min, expected, version] :
+       {std::tuple{"17", override17, "17.0.2"}, std::tuple{"21", inResources, "11.0.2"}}) {
     std::optional<ChosenRuntime> chosen = findJavaBundle(bundleLaunch({{"bwk.minVersion", min}}), std::nullopt);
     ASSERT_TRUE(chosen) << min;
     EXPECT_EQ(chosen->path, expected);
@@ -88,8 +89,8 @@ TEST_F(RuntimeSearch, FixedLocationsInOrder) {
       {"private home", false, false, false, false, true, appRoot + "/.brackwood/jre"},
   };
   for (const Case& c : cases) {
-    for (const std::string& dir : {tmp / "installer", bundle + "/Contents/Resources", bundle + "/Contents/PlugIns",
-                                   appRoot + "/.brackwood"})
+    for (const std::string& dir :
+         {tmp / "installer", bundle + "/Contents/Resources", bundle + "/Contents/PlugIns", appRoot + "/.brackwood"})
       fs::removeItem(dir);
     if (c.installer) makeFakeRuntime(tmp / "installer", "11.0.1", "bundle");
     if (c.resources) shipped("Resources", "11.0.2");
@@ -97,7 +98,8 @@ TEST_F(RuntimeSearch, FixedLocationsInOrder) {
     if (c.privateBundle) makeFakeRuntime(appRoot + "/.brackwood/jre.bundle", "11.0.4", "bundle");
     if (c.privateHome) writeFile(appRoot + "/.brackwood/jre/release", "");
     const LaunchContext& context = bundleLaunch({{"bwk.maxVersion", "1.8"}});
-    EXPECT_EQ(chosenPath(context, c.installer ? OptionalString(tmp / "installer") : std::nullopt), c.expected) << c.name;
+    EXPECT_EQ(chosenPath(context, c.installer ? OptionalString(tmp / "installer") : std::nullopt), c.expected)
+        << c.name;
   }
 }
 
@@ -121,7 +123,11 @@ TEST_F(RuntimeSearch, SearchSequenceEntries) {
     bool beta;
     OptionalString expected;
   } cases[] = {
-      {"missing, empty and unknown entries are passed", {"R" + tmp / "missing", "", "Q" + r11, "R" + r11}, "", false, r11},
+      {"missing, empty and unknown entries are passed",
+       {"R" + tmp / "missing", "", "Q" + r11, "R" + r11},
+       "",
+       false,
+       r11},
       {"first accepted wins", {"R" + r17, "R" + r21}, "", false, r17},
       {"range applies", {"R" + r11, "R" + r21, "R" + r17}, "17", false, r21},
       {"environment variable", {"EBWK_TEST_UNSET", "EBWK_TEST_RUNTIME", "R" + r11}, "", false, r17},
@@ -134,8 +140,10 @@ TEST_F(RuntimeSearch, SearchSequenceEntries) {
     PlistArray entries;
     for (const std::string& e : c.entries) entries.emplace_back(e);
     entries.emplace_back(int64_t{5});  // not a text: skipped
-    const LaunchContext& context = bundleLaunch(
-        {{"bwk.minVersion", c.min}, {"bwk.allowBeta", c.beta}, {"JavaVM", PlistValue(PlistDict{{"SearchSequence", PlistValue(entries)}})}});
+    const LaunchContext& context =
+        bundleLaunch({{"bwk.minVersion", c.min},
+                      {"bwk.allowBeta", c.beta},
+                      {"JavaVM", PlistValue(PlistDict{{"SearchSequence", PlistValue(entries)}})}});
     EXPECT_EQ(chosenPath(context), c.expected) << c.name;
   }
 }

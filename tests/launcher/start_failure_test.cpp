@@ -8,7 +8,8 @@
 namespace bwk {
 namespace {
 
-const std::string kMissingClass = "Error: Could not find or load main class Helo\nCaused by: java.lang.ClassNotFoundException: Helo\n";
+const std::string kMissingClass =
+    "Error: Could not find or load main class Helo\nCaused by: java.lang.ClassNotFoundException: Helo\n";
 const std::string kThrown = "Exception in thread \"main\" java.lang.IllegalStateException: x\n\tat A.main(A.java:3)\n";
 const std::string kVmOption = "Unrecognized VM option 'Foo'\nError: Could not create the Java Virtual Machine.\n";
 
@@ -22,11 +23,13 @@ TEST(StartFailure, OnlyAFailedStartGetsAnAlert) {
   } cases[] = {
       {"main class missing", "app line\n" + kMissingClass, false, 1, true},
       {"exception in main", kThrown, false, 1, true},
-      {"virtual machine not created, CRLF", "Error occurred during initialization of VM\r\nToo small maximum heap\r\n", false, 1, true},
+      {"virtual machine not created, CRLF", "Error occurred during initialization of VM\r\nToo small maximum heap\r\n",
+       false, 1, true},
       {"status 0", kMissingClass, false, 0, false},
       {"ended by SIGTERM", kMissingClass, false, 143, false},
       {"ended by SIGINT", kThrown, false, 130, false},
-      {"ran, then System.exit(3)", "Error: config missing\nException in thread \"worker\" java.lang.Error\n", false, 3, false},
+      {"ran, then System.exit(3)", "Error: config missing\nException in thread \"worker\" java.lang.Error\n", false, 3,
+       false},
       {"the failure line quoted by the application", "log: " + kMissingClass, false, 1, false},
       {"the failure line cut at the start of the tail", kMissingClass, true, 1, false},
       {"a whole failure line after the cut", "ad class Helo\n" + kMissingClass, true, 1, true},
@@ -34,19 +37,22 @@ TEST(StartFailure, OnlyAFailedStartGetsAnAlert) {
       {"no status: an exception in main is not told apart", kThrown, false, std::nullopt, false},
   };
   for (const auto& c : cases)
-    EXPECT_EQ(startFailureAlert(ProcessEnd{c.tail, c.cut, c.status}, "Tool", "/A/Tool.app/Contents/MacOS/Tool").has_value(),
-              c.alert)
+    EXPECT_EQ(
+        startFailureAlert(ProcessEnd{c.tail, c.cut, c.status}, "Tool", "/A/Tool.app/Contents/MacOS/Tool").has_value(),
+        c.alert)
         << c.name;
 }
 
 // The failure line first, then the causes, the lines just before it, and stack frames last,
 // 20 lines at most; the name, what failed, and how to see more around them.
 TEST(StartFailure, TellingLinesComeFirst) {
-  std::string tail = "one\ntwo\nthree\nfour\n\tat Earlier.frame(E.java:1)\n"
-                     "Exception in thread \"main\" java.lang.RuntimeException: outer\n\n";
+  std::string tail =
+      "one\ntwo\nthree\nfour\n\tat Earlier.frame(E.java:1)\n"
+      "Exception in thread \"main\" java.lang.RuntimeException: outer\n\n";
   for (int i = 0; i < 30; ++i) tail += "\tat A.f" + std::to_string(i) + "(A.java:1)\n";
   tail += "Caused by: java.lang.NoClassDefFoundError: javax/swing/ListModel\n\t... 30 more\n\n";
-  std::optional<std::string> alert = startFailureAlert(ProcessEnd{tail, false, 1}, "Tool", "/A/Tool.app/Contents/MacOS/Tool");
+  std::optional<std::string> alert =
+      startFailureAlert(ProcessEnd{tail, false, 1}, "Tool", "/A/Tool.app/Contents/MacOS/Tool");
   ASSERT_TRUE(alert);
   std::vector<std::string> lines = text::split(*alert, "\n");
   ASSERT_EQ(lines.size(), 2 + 20 + 3u) << *alert;
@@ -61,8 +67,9 @@ TEST(StartFailure, TellingLinesComeFirst) {
 
   alert = startFailureAlert(ProcessEnd{kVmOption, false, std::nullopt}, std::nullopt, std::nullopt);
   ASSERT_TRUE(alert);
-  EXPECT_TRUE(text::startsWith(*alert, "The application could not start: the Java runtime could not be started.\n\n"
-                                       "Error: Could not create the Java Virtual Machine.\nUnrecognized VM option 'Foo'\n\n"))
+  EXPECT_TRUE(text::startsWith(*alert,
+                               "The application could not start: the Java runtime could not be started.\n\n"
+                               "Error: Could not create the Java Virtual Machine.\nUnrecognized VM option 'Foo'\n\n"))
       << *alert;
 }
 

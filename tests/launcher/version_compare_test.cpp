@@ -15,12 +15,12 @@ using Tokens = std::vector<std::string>;
 // 0 digit, 1 other, 2 separator; only the first character decides.
 TEST(TypeOfCharacter, Classes) {
   const std::pair<const char*, int> cases[] = {
-      {"0", 0}, {"9", 0}, {".", 2}, {"_", 2}, {"-", 2}, {" ", 2}, {"\t", 2}, {"(", 2}, {"+", 1}, {"$", 1}, {"a", 1}, {"Z", 1},
-      {"\u0663", 0},      // ARABIC-INDIC DIGIT THREE (Nd)
-      {"\u00B2", 1},      // SUPERSCRIPT TWO is No, not a decimal digit
-      {"\xFF", 1},        // not UTF-8
-      {"\xE2\x80", 1},    // truncated sequence
-      {"9ea", 0}, {"ea9", 1}, {"-9", 2},
+      {"0", 0},        {"9", 0},   {".", 2},  {"_", 2}, {"-", 2}, {" ", 2},      {"\t", 2},
+      {"(", 2},        {"+", 1},   {"$", 1},  {"a", 1}, {"Z", 1}, {"\u0663", 0},  // ARABIC-INDIC DIGIT THREE (Nd)
+      {"\u00B2", 1},    // SUPERSCRIPT TWO is No, not a decimal digit
+      {"\xFF", 1},      // not UTF-8
+      {"\xE2\x80", 1},  // truncated sequence
+      {"9ea", 0},      {"ea9", 1}, {"-9", 2},
   };
   for (const auto& [text, type] : cases) EXPECT_EQ(typeOfCharacter(text), type) << text;
 }
@@ -31,13 +31,25 @@ TEST(CompareVersion, Ordering) {
     const char* b;
     int result;
   } cases[] = {
-      {"1.8.0_291", "1.8.0_301", -1}, {"17.0.2", "1.8.0_291", 1}, {"1.8", "1_8", 0}, {"17", "17.0", -1},
-      {"9", "9-ea", -1}, {"9", "9ea", 1}, {"17.0.2+8", "17.0.2", -1}, {"zulu-17.jdk", "temurin-17.jdk", 1},
-      {"", "", 0}, {"", "1", -1}, {"", "a", 1}, {"1.08", "1.8", 0}, {"1 8", "1.8", 0},
-      {".DS_Store", "17.jdk", -1}, {".DS_Store", "temurin-21.jdk", 1},
+      {"1.8.0_291", "1.8.0_301", -1},
+      {"17.0.2", "1.8.0_291", 1},
+      {"1.8", "1_8", 0},
+      {"17", "17.0", -1},
+      {"9", "9-ea", -1},
+      {"9", "9ea", 1},
+      {"17.0.2+8", "17.0.2", -1},
+      {"zulu-17.jdk", "temurin-17.jdk", 1},
+      {"", "", 0},
+      {"", "1", -1},
+      {"", "a", 1},
+      {"1.08", "1.8", 0},
+      {"1 8", "1.8", 0},
+      {".DS_Store", "17.jdk", -1},
+      {".DS_Store", "temurin-21.jdk", 1},
       {"B", "a", -1},  // by character code, capitals first
       // Numbers beyond 64 bits saturate, so both are the largest value.
-      {"99999999999999999999", "99999999999999999998", 0}, {"99999999999999999999", "9223372036854775806", 1},
+      {"99999999999999999999", "99999999999999999998", 0},
+      {"99999999999999999999", "9223372036854775806", 1},
   };
   for (const Case& c : cases) {
     EXPECT_EQ(compareVersion(std::string_view(c.a), std::string_view(c.b)), c.result) << c.a << " vs " << c.b;
@@ -52,21 +64,28 @@ TEST(CompareVersion, BoundTest) {
     bool max;
     bool result;
   } cases[] = {
-      {{"1", "8", "0", "291"}, "1.8", false, true}, {{"1", "8", "0", "291"}, "1.8", true, true},
-      {{"17", "0", "2"}, "11", true, false},         {{"11", "0", "12"}, "11", true, true},
-      {{"1", "7", "0", "80"}, "1.8", false, false},  {{"1", "8", "0"}, "1.8.0_291", false, false},
-      {{"1", "8", "0"}, "1.8.0_291", true, true},    {{"1", "8u291"}, "1.8", true, true},
-      {{"21"}, "17+", false, true},                  {{"5"}, std::nullopt, true, true},
-      {{"5"}, "", false, true},                      {{}, "1", false, false},
+      {{"1", "8", "0", "291"}, "1.8", false, true},
+      {{"1", "8", "0", "291"}, "1.8", true, true},
+      {{"17", "0", "2"}, "11", true, false},
+      {{"11", "0", "12"}, "11", true, true},
+      {{"1", "7", "0", "80"}, "1.8", false, false},
+      {{"1", "8", "0"}, "1.8.0_291", false, false},
+      {{"1", "8", "0"}, "1.8.0_291", true, true},
+      {{"1", "8u291"}, "1.8", true, true},
+      {{"21"}, "17+", false, true},
+      {{"5"}, std::nullopt, true, true},
+      {{"5"}, "", false, true},
+      {{}, "1", false, false},
       {{"x"}, "0", false, true},
   };
   for (const Case& c : cases)
-    EXPECT_EQ(compareVersion(c.bound, c.candidate, c.max), c.result) << c.bound.value_or("(absent)") << (c.max ? " max" : " min");
+    EXPECT_EQ(compareVersion(c.bound, c.candidate, c.max), c.result)
+        << c.bound.value_or("(absent)") << (c.max ? " max" : " min");
 }
 
 TEST(IsBetaVersion, SubstringMarkers) {
   const std::pair<std::optional<std::string>, bool> cases[] = {
-      {std::nullopt, false}, {"1.8.0-rc1", true}, {"17-ea", true}, {"9-beta", true}, {"src", true},
+      {std::nullopt, false}, {"1.8.0-rc1", true}, {"17-ea", true}, {"9-beta", true},  {"src", true},
       {"Release", true},     {"Team", true},      {"RC1", false},  {"17.0.2", false}, {"BETA", false},
   };
   for (const auto& [text, beta] : cases) EXPECT_EQ(isBetaVersion(text), beta) << text.value_or("(absent)");
@@ -74,9 +93,14 @@ TEST(IsBetaVersion, SubstringMarkers) {
 
 TEST(RemoveJrePrefix, Prefixes) {
   const std::pair<const char*, const char*> cases[] = {
-      {"jdk1.8.0_291.jdk", "1.8.0_291.jdk"}, {"jdk-17.0.2.jdk", "17.0.2.jdk"}, {"openjdk-11.jdk", "11.jdk"},
-      {"temurin-21.jdk", "temurin-21.jdk"},  {"openjdk-jdk-17", "17"},          {"openjdkjre-8", "8"},
-      {"jre", ""},                           {"jre-jdk-1", "-1"},  // each step works on the previous one's result
+      {"jdk1.8.0_291.jdk", "1.8.0_291.jdk"},
+      {"jdk-17.0.2.jdk", "17.0.2.jdk"},
+      {"openjdk-11.jdk", "11.jdk"},
+      {"temurin-21.jdk", "temurin-21.jdk"},
+      {"openjdk-jdk-17", "17"},
+      {"openjdkjre-8", "8"},
+      {"jre", ""},
+      {"jre-jdk-1", "-1"},  // each step works on the previous one's result
   };
   for (const auto& [name, stripped] : cases) EXPECT_EQ(removeJrePrefix(name), stripped) << name;
 }

@@ -8,18 +8,32 @@
 #include <string.h>
 #include <time.h>
 
-typedef struct { char** elements; size_t size; size_t capacity; } JLI_List_;
+typedef struct {
+  char** elements;
+  size_t size;
+  size_t capacity;
+} JLI_List_;
 typedef JLI_List_* JLI_List;
 
 int JLI_Launch(int argc, char** argv, int jargc, const char** jargv, int appclassc, const char** appclassv,
                const char* fullversion, const char* dotversion, const char* pname, const char* lname,
                unsigned char javaargs, unsigned char cpwildcard, unsigned char javaw, int ergo) {
-  (void)pname; (void)lname; (void)jargc; (void)jargv; (void)appclassc; (void)appclassv; (void)javaargs; (void)cpwildcard; (void)javaw; (void)ergo;
+  (void)pname;
+  (void)lname;
+  (void)jargc;
+  (void)jargv;
+  (void)appclassc;
+  (void)appclassv;
+  (void)javaargs;
+  (void)cpwildcard;
+  (void)javaw;
+  (void)ergo;
   const char* record = getenv("FAKE_JLI_RECORD");
   if (record) {
     FILE* f = fopen(record, "a");
     if (f) {
-      fprintf(f, "fullversion=%s\ndotversion=%s\n", fullversion ? fullversion : "(null)", dotversion ? dotversion : "(null)");
+      fprintf(f, "fullversion=%s\ndotversion=%s\n", fullversion ? fullversion : "(null)",
+              dotversion ? dotversion : "(null)");
       for (int i = 0; i < argc; ++i) fprintf(f, "%s\n", argv[i]);
       fprintf(f, "--\n");
       fclose(f);
@@ -53,7 +67,10 @@ void JLI_List_add(JLI_List l, char* s) {
   l->elements[l->size++] = s;
 }
 
-void JLI_InitArgProcessing(unsigned char hasJavaArgs, unsigned char disableArgFile) { (void)hasJavaArgs; (void)disableArgFile; }
+void JLI_InitArgProcessing(unsigned char hasJavaArgs, unsigned char disableArgFile) {
+  (void)hasJavaArgs;
+  (void)disableArgFile;
+}
 
 JLI_List JLI_PreprocessArg(const char* arg, unsigned char expandSourceOpt) {
   (void)expandSourceOpt;

@@ -33,7 +33,8 @@ TempDir::~TempDir() {
   // Tests may leave read-only directories behind; make them writable first.
   for (auto it = stdfs::recursive_directory_iterator(path_, stdfs::directory_options::skip_permission_denied, ec);
        !ec && it != stdfs::recursive_directory_iterator(); it.increment(ec)) {
-    if (it->is_directory(ec) && !it->is_symlink(ec)) stdfs::permissions(it->path(), stdfs::perms::owner_all, stdfs::perm_options::add, ec);
+    if (it->is_directory(ec) && !it->is_symlink(ec))
+      stdfs::permissions(it->path(), stdfs::perms::owner_all, stdfs::perm_options::add, ec);
   }
   stdfs::permissions(path_, stdfs::perms::owner_all, stdfs::perm_options::add, ec);
   stdfs::remove_all(path_, ec);
@@ -89,7 +90,8 @@ double secondsSince(std::chrono::steady_clock::time_point start) {
 }
 void sleepMs(int milliseconds) { std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds)); }
 
-Background::Background(std::vector<std::string> argv, const std::vector<std::string>& env, const std::string& workingDirectory) {
+Background::Background(std::vector<std::string> argv, const std::vector<std::string>& env,
+                       const std::string& workingDirectory) {
   std::vector<std::string> environment = environmentWith(env);
   std::vector<char*> a, e;
   for (std::string& s : argv) a.push_back(s.data());
@@ -127,7 +129,8 @@ RunResult Background::finish(double seconds) {
   RunResult r;
   int raw = 0;
   pid_t done = 0;
-  if (pid_ > 0 && seconds <= 0) done = waitpid(pid_, &raw, 0);
+  if (pid_ > 0 && seconds <= 0)
+    done = waitpid(pid_, &raw, 0);
   else if (pid_ > 0)
     while ((done = waitpid(pid_, &raw, WNOHANG)) == 0 && secondsSince(start_) < seconds) sleepMs(10);
   reaped_ = pid_ > 0 && done == pid_;
@@ -151,8 +154,8 @@ void makeFakeRuntime(const std::string& dir, const std::string& version, const s
   stdfs::copy_file(BWK_FAKE_JLI, home + "/lib/libjli.so", stdfs::copy_options::overwrite_existing);
   if (layout == "bundle") {
     PlistDict javaVM{{"JVMVersion", version}};
-    writePlist(dir + "/Contents/Info.plist", PlistValue(PlistDict{{"JavaVM", PlistValue(javaVM)},
-                                                                  {"CFBundleIdentifier", "test.runtime"}}));
+    writePlist(dir + "/Contents/Info.plist",
+               PlistValue(PlistDict{{"JavaVM", PlistValue(javaVM)}, {"CFBundleIdentifier", "test.runtime"}}));
   }
 }
 

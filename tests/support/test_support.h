@@ -59,7 +59,8 @@ std::vector<std::string> environmentWith(const std::vector<std::string>& env);
 // A program with its output in files of ours, input from /dev/null, ended when the object goes.
 class Background {
  public:
-  Background(std::vector<std::string> argv, const std::vector<std::string>& env, const std::string& workingDirectory = "");
+  Background(std::vector<std::string> argv, const std::vector<std::string>& env,
+             const std::string& workingDirectory = "");
   ~Background();
   pid_t pid() const { return pid_; }
   std::chrono::steady_clock::time_point started() const { return start_; }

@@ -41,7 +41,8 @@ TEST_F(BundleCreate, RefusalsLeaveTheOutputAsItWas) {
     EXPECT_EQ(listing(tmp / "out"), std::vector<std::string>{"Hello.app"}) << message;
     EXPECT_EQ(readFile(tmp / "out/Hello.app/marker"), "old\n") << message;
   }
-  EXPECT_TRUE(text::contains(createHello(tmp / "out", {"--runtime-as", "bundle", "--runtime-as", "archive"}).err, "given twice"));
+  EXPECT_TRUE(text::contains(createHello(tmp / "out", {"--runtime-as", "bundle", "--runtime-as", "archive"}).err,
+                             "given twice"));
   RunResult forced = createHello(tmp / "out", {"--force"});
   EXPECT_EQ(forced.status, 0) << forced.err;
   EXPECT_EQ(listing(tmp / "out"), std::vector<std::string>{"Hello.app"});
@@ -51,12 +52,13 @@ TEST_F(BundleCreate, RefusalsLeaveTheOutputAsItWas) {
 TEST_F(BundleCreate, ShippedRuntimeKeepsFilesModesAndInnerLinks) {
   std::string home = tmp / "runtime";
   makeFakeRuntime(home, "17.0.2");
-  std::string deep = "lib/" + std::string(60, 'd') + "/" + std::string(60, 'e') + "/file.txt";  // over 100 bytes with its prefix
+  std::string deep =
+      "lib/" + std::string(60, 'd') + "/" + std::string(60, 'e') + "/file.txt";  // over 100 bytes with its prefix
   writeFile(home + "/" + deep, "deep");
   writeFile(home + "/bin/tool", "#!/bin/sh\n");
   writeFile(tmp / "outside.properties", "outside");
-  shell("chmod 750 " + home + "/bin/tool && ln -s ../bin " + home + "/lib/current && ln -s " + tmp / "outside.properties " +
-        home + "/lib/outside.properties && ln -s /nonexistent " + home + "/lib/broken");
+  shell("chmod 750 " + home + "/bin/tool && ln -s ../bin " + home + "/lib/current && ln -s " +
+        tmp / "outside.properties " + home + "/lib/outside.properties && ln -s /nonexistent " + home + "/lib/broken");
 
   for (const std::string form : {"bundle", "archive"}) {
     std::string out = tmp / form;
@@ -75,7 +77,8 @@ TEST_F(BundleCreate, ShippedRuntimeKeepsFilesModesAndInnerLinks) {
     EXPECT_EQ(st.st_mode & 07777, 0750u) << form;
     EXPECT_EQ(readFile(shippedHome + "/" + deep), "deep") << form;
     EXPECT_EQ(readFile(shippedHome + "/release"), readFile(home + "/release")) << form;
-    EXPECT_TRUE(fs::isSymbolicLink(shippedHome + "/lib/current") && fs::exists(shippedHome + "/lib/current/tool")) << form;
+    EXPECT_TRUE(fs::isSymbolicLink(shippedHome + "/lib/current") && fs::exists(shippedHome + "/lib/current/tool"))
+        << form;
     EXPECT_TRUE(!fs::isSymbolicLink(shippedHome + "/lib/outside.properties") &&
                 readFile(shippedHome + "/lib/outside.properties") == "outside")
         << form << ": a link out of the runtime is replaced by its file";
@@ -104,7 +107,8 @@ TEST(TarGzWriter, IndexedMembersThatEveryReaderReads) {
   bundle::TarGzWriter writer;
   ASSERT_TRUE(writer.open(tmp / "a.tar.gz"));
   ASSERT_TRUE(writer.addDirectory("d", 0755, 0) && writer.addFile("d/big", tmp / "big", big.size(), 0644, 0) &&
-              writer.addFile("d/small", tmp / "small", 5, 0600, 0) && writer.addSymlink("d/l", "small", 0) && writer.finish());
+              writer.addFile("d/small", tmp / "small", 5, 0600, 0) && writer.addSymlink("d/l", "small", 0) &&
+              writer.finish());
 
   std::string archive = readFile(tmp / "a.tar.gz");
   auto members = readArchiveIndex(archive.data(), archive.size());
@@ -118,8 +122,11 @@ TEST(TarGzWriter, IndexedMembersThatEveryReaderReads) {
   EXPECT_EQ(shell("gzip -t " + tmp / "a.tar.gz").status, 0);
   EXPECT_EQ(shell("tar -tzf " + tmp / "a.tar.gz").out, expected);
   EXPECT_EQ(shell("bsdtar -tf " + tmp / "a.tar.gz").out, expected);
-  EXPECT_EQ(run({"/usr/bin/python3", "-c", "import sys, tarfile\nfor m in tarfile.open(sys.argv[1]): print(m.name + ('/' if m.isdir() else ''))",
-                 tmp / "a.tar.gz"}).out, expected);
+  EXPECT_EQ(run({"/usr/bin/python3", "-c",
+                 "import sys, tarfile\nfor m in tarfile.open(sys.argv[1]): print(m.name + ('/' if m.isdir() else ''))",
+                 tmp / "a.tar.gz"})
+                .out,
+            expected);
 
   shell("mkdir " + tmp / "out");
   UnTar::Inflation used = UnTar::Inflation::Streaming;

@@ -33,7 +33,8 @@ public class Probe {
 TEST(JarManifest, ReadAsTheJdkReadsIt) {
   const std::vector<std::tuple<std::string, std::string, std::optional<std::string>>> cases = {
       {"Main-Class: a.B\r\nClass-Path: x.jar\r\n", "class-path", "x.jar"},
-      {"Class-Path: lib/a.jar lib/\r\n b.jar\r\n", "Class-Path", "lib/a.jar lib/b.jar"},  // continued in the middle of a name
+      {"Class-Path: lib/a.jar lib/\r\n b.jar\r\n", "Class-Path",
+       "lib/a.jar lib/b.jar"},  // continued in the middle of a name
       {"Main-Class: a.B\rAdd-Opens: m/p\r", "add-opens", "m/p"},
       {"Main-Class: a.B\n\nName: x\nAdd-Opens: m/p\n", "Add-Opens", std::nullopt},  // a per-entry section
       {"Main-Class: a.B\nMain-Class: c.D\n", "Main-Class", "c.D"},
@@ -56,8 +57,8 @@ class InstalledApplication : public ::testing::Test {
     shell("rm -rf " + tmp / "stage && mkdir -p " + tmp / "stage && cp -r " + tmp / "classes/p " + tmp / "stage/");
     writeFile(tmp / "stage/marker.txt", path::lastComponent(file));
     writeFile(tmp / "stage.mf", manifest);
-    shell("mkdir -p \"$(dirname '" + file + "')\" && " + kJdk + "jar cfm '" + file + "' " + tmp / "stage.mf -C " + tmp / "stage marker.txt" +
-          (probe ? " -C " + tmp / "stage p" : ""));
+    shell("mkdir -p \"$(dirname '" + file + "')\" && " + kJdk + "jar cfm '" + file + "' " + tmp / "stage.mf -C " +
+          tmp / "stage marker.txt" + (probe ? " -C " + tmp / "stage p" : ""));
   }
   TempDir tmp;
   std::string runtime;
@@ -70,10 +71,11 @@ TEST_F(InstalledApplication, StartsAsJavaJarDoes) {
   };
   const std::vector<Case> cases = {
       {"class path of every kind",
-       "Main-Class: p/Probe \nClass-Path: lib/a.jar lib/linked.jar file:lib/sp%20ace.jar missing.jar ../outside/up.jar " + tmp / "outside/abs.jar" +
-           "\nAdd-Opens: java.base/java.lang java.desktop/java.awt\n",
-       {"jars [main.jar, a.jar, c.jar, linked.jar, sp ace.jar, up.jar, abs.jar]", "opens true", "Add-Opens java.desktop/java.awt left out",
-        "missing.jar (Class-Path of ", "2 class-path entries from outside"}},
+       "Main-Class: p/Probe \nClass-Path: lib/a.jar lib/linked.jar file:lib/sp%20ace.jar missing.jar ../outside/up.jar " +
+           tmp / "outside/abs.jar" + "\nAdd-Opens: java.base/java.lang java.desktop/java.awt\n",
+       {"jars [main.jar, a.jar, c.jar, linked.jar, sp ace.jar, up.jar, abs.jar]", "opens true",
+        "Add-Opens java.desktop/java.awt left out", "missing.jar (Class-Path of ",
+        "2 class-path entries from outside"}},
       {"main class only", "Main-Class: p.Probe\n", {"jars [main.jar]", "opens false"}},
   };
   for (const Case& c : cases) {
@@ -92,8 +94,8 @@ TEST_F(InstalledApplication, StartsAsJavaJarDoes) {
 
     RunResult direct = run({runtime + "/bin/java", "-jar", app + "/main.jar", "notes.txt"}, {}, tmp / "caller");
     ASSERT_EQ(direct.status, 0) << c.name << ": " << direct.err;
-    RunResult created = bundleTool({"create", "--name", "App", "--input", app, "--main-jar", "main.jar", "--runtime", runtime,
-                                    "--output", tmp / "out"});
+    RunResult created = bundleTool({"create", "--name", "App", "--input", app, "--main-jar", "main.jar", "--runtime",
+                                    runtime, "--output", tmp / "out"});
     ASSERT_EQ(created.status, 0) << c.name << ": " << created.err;
     EXPECT_TRUE(text::contains(created.err, "lib/broken.jar: a broken link, left out")) << created.err;
     shell("rm -rf " + app + " " + tmp / "outside");  // the bundle needs nothing of the installation
@@ -101,8 +103,10 @@ TEST_F(InstalledApplication, StartsAsJavaJarDoes) {
     EXPECT_EQ(started.status, 0) << c.name << ": " << started.err;
     EXPECT_EQ(started.out, direct.out) << c.name;
     for (const std::string& line : c.expected)
-      EXPECT_TRUE(text::contains(direct.out + created.out + created.err, line)) << c.name << ": " << line << "\n" << direct.out << created.err;
-    EXPECT_TRUE(text::contains(started.out, "beside hello from beside the jar\nfile notes.txt: the user's notes\n")) << started.out;
+      EXPECT_TRUE(text::contains(direct.out + created.out + created.err, line)) << c.name << ": " << line << "\n"
+                                                                                << direct.out << created.err;
+    EXPECT_TRUE(text::contains(started.out, "beside hello from beside the jar\nfile notes.txt: the user's notes\n"))
+        << started.out;
     EXPECT_EQ(bundleTool({"check", tmp / "out/App.app"}).out, tmp / "out/App.app: no findings\n") << c.name;
   }
 }
@@ -116,13 +120,21 @@ TEST_F(InstalledApplication, WhatCreateSays) {
     std::string message;  // in the error output, or else in Info.plist
   };
   const std::vector<Case> cases = {
-      {"Launcher-Agent-Class: p.Probe\nMain-Class: p.Probe\n", {}, 1, "Launcher-Agent-Class p.Probe: the launcher cannot start"},
+      {"Launcher-Agent-Class: p.Probe\nMain-Class: p.Probe\n",
+       {},
+       1,
+       "Launcher-Agent-Class p.Probe: the launcher cannot start"},
       {"Created-By: hand\n", {}, 2, "names no Main-Class in its manifest: give --main-class"},
       {"Main-Class: p.Probe\n", {"--jar", tmp / "elsewhere.jar"}, 2, "with --input, further jars lie inside it"},
       {"Main-Class: p.Probe\n", {"--output", tmp / "app/out"}, 2, "lies inside --input"},
       {"Main-Class: p.Probe\n", {"--main-jar", "lib"}, 1, "/app/lib: no such jar"},
-      {"Main-Class: p.Probe\nClass-Path: " + tmp / "abs.jar lib/x.jar\n", {}, 0, "abs.jar is searched after lib/x.jar in the bundle"},
-      {"Main-Class: p.Probe\nEnable-Native-Access: ALL-UNNAMED\n", {}, 0,
+      {"Main-Class: p.Probe\nClass-Path: " + tmp / "abs.jar lib/x.jar\n",
+       {},
+       0,
+       "abs.jar is searched after lib/x.jar in the bundle"},
+      {"Main-Class: p.Probe\nEnable-Native-Access: ALL-UNNAMED\n",
+       {},
+       0,
        "<string>22-9999</string>\n      <array>\n        <string>--enable-native-access=ALL-UNNAMED</string>"},
   };
   jar(tmp / "abs.jar", "");

@@ -19,8 +19,11 @@ TEST(BundleRoundTrip, CreatedBundlesCheckCleanAndStart) {
   };
   const std::vector<Case> cases = {
       {"search", {"--min-version", "11"}, "property bwk.jreBundle=/usr/lib/jvm/"},
-      {"bundle", {"--runtime", runtime}, "property bwk.jreBundle=" + tmp / "bundle/Hello.app/Contents/Resources/jre.bundle\n"},
-      {"archive", {"--runtime", runtime, "--runtime-as", "archive"},
+      {"bundle",
+       {"--runtime", runtime},
+       "property bwk.jreBundle=" + tmp / "bundle/Hello.app/Contents/Resources/jre.bundle\n"},
+      {"archive",
+       {"--runtime", runtime, "--runtime-as", "archive"},
        "property bwk.tarFile=" + tmp / "archive/Hello.app/Contents/Resources/app/jre.tar.gz\n"},
   };
   for (const Case& c : cases) {
@@ -33,10 +36,12 @@ TEST(BundleRoundTrip, CreatedBundlesCheckCleanAndStart) {
     EXPECT_EQ(bundleTool({"check", app}).out, app + ": no findings\n") << c.name;
     EXPECT_EQ(bundleTool({"check", "--json", app}).out, "{\"bundle\": \"" + app + "\", \"findings\": []}\n") << c.name;
 
-    RunResult r = run({app + "/Contents/MacOS/Hello", "from the command line"}, launcherEnvironment({"TMPDIR=" + tmp.path()}));
+    RunResult r =
+        run({app + "/Contents/MacOS/Hello", "from the command line"}, launcherEnvironment({"TMPDIR=" + tmp.path()}));
     EXPECT_EQ(r.status, 0) << c.name << ": " << r.err;
     EXPECT_TRUE(text::contains(r.out, "property hello.from=the tool\n")) << c.name << ": " << r.out;
-    EXPECT_TRUE(text::contains(r.out, "arg[0] <configured>\narg[1] <from the command line>\n")) << c.name << ": " << r.out;
+    EXPECT_TRUE(text::contains(r.out, "arg[0] <configured>\narg[1] <from the command line>\n"))
+        << c.name << ": " << r.out;
     EXPECT_TRUE(text::contains(r.out, c.runtimeLine)) << c.name << ": " << r.out;
   }
 }

@@ -38,8 +38,9 @@ TEST_F(BundleRuntime, JdkShippedWithoutWhatNoStartNeeds) {
   for (const std::string form : {"bundle", "archive"}) {
     RunResult r = createHello(tmp / form, {"--runtime", home, "--runtime-as", form});
     ASSERT_EQ(r.status, 0) << r.err;
-    EXPECT_TRUE(text::contains(r.out, "left out of the runtime, as no start needs them: jmods/, src.zip, lib/src.zip, "
-                                      "include/, man/, demo/ (0.0 MB saved"))
+    EXPECT_TRUE(text::contains(r.out,
+                               "left out of the runtime, as no start needs them: jmods/, src.zip, lib/src.zip, "
+                               "include/, man/, demo/ (0.0 MB saved"))
         << r.out;
     EXPECT_FALSE(text::contains(r.err, "src.zip")) << "no warning for the sources' broken link: " << r.err;
     std::string shipped = shippedHome(tmp / form + "/Hello.app", form);
@@ -48,7 +49,8 @@ TEST_F(BundleRuntime, JdkShippedWithoutWhatNoStartNeeds) {
     for (const char* kept : {"legal/java.base/LICENSE", "release", "lib/modules", "lib/libjli.so"})
       EXPECT_TRUE(fs::exists(shipped + "/" + kept)) << form << ": " << kept;
     RunResult checked = bundleTool({"check", tmp / form + "/Hello.app"});
-    EXPECT_TRUE(text::contains(checked.err, "were not checked: its release file names no MODULES")) << form << ": " << checked.err;
+    EXPECT_TRUE(text::contains(checked.err, "were not checked: its release file names no MODULES"))
+        << form << ": " << checked.err;
   }
 }
 
@@ -78,7 +80,8 @@ TEST_F(BundleRuntime, StartChoicesBecomeKeys) {
     RunResult r = createHello(tmp / "out", c.words);
     ASSERT_EQ(r.status, 0) << c.said << ": " << r.err;
     EXPECT_TRUE(text::contains(r.out, c.said)) << r.out;
-    if (!c.words.empty() && c.words.front() == "--embed") continue;  // its configuration is embedded; the summary said it
+    if (!c.words.empty() && c.words.front() == "--embed")
+      continue;  // its configuration is embedded; the summary said it
     PlistDict config = info(tmp / "out/Hello.app");
     EXPECT_EQ(PlistValue(config).boolean("bwk.initialProgress"), c.initialProgress) << c.said;
     EXPECT_EQ(PlistValue(config).boolean("bwk.reuseUnpackedRuntime"), c.reuse) << c.said;
@@ -105,7 +108,9 @@ TEST_F(BundleRuntime, AotBuildIdFollowsTheJarsContents) {
   auto buildId = [&](const std::string& jar) {
     shell("rm -rf " + tmp / "out");
     EXPECT_EQ(bundleTool({"create", "--name", "Hello", "--main-class", "Hello", "--jar", jar, "--output", tmp / "out",
-                          "--aot-cache"}).status, 0);
+                          "--aot-cache"})
+                  .status,
+              0);
     return *info(tmp / "out/Hello.app")["JavaVM"].string("AotCacheBuildId");
   };
   shell("mkdir -p " + tmp / "a " + tmp / "b && cp " + helloJar() + " " + tmp / "a/hello.jar && cp " + helloJar() + " " +
@@ -123,7 +128,8 @@ TEST_F(BundleRuntime, LinkedRuntimeRunsAndCheckNamesAMissingModule) {
   RunResult r = createHello(tmp / "linked", {"--runtime", kJdk, "--jlink", "--add-modules", "java.sql", "--java-option",
                                              "--add-opens=java.naming/javax.naming=ALL-UNNAMED"});
   ASSERT_EQ(r.status, 0) << r.err;
-  EXPECT_TRUE(text::contains(r.out, "java.base,java.management,java.naming,java.sql,jdk.charsets,jdk.crypto.ec,jdk.localedata,jdk.zipfs"))
+  EXPECT_TRUE(text::contains(
+      r.out, "java.base,java.management,java.naming,java.sql,jdk.charsets,jdk.crypto.ec,jdk.localedata,jdk.zipfs"))
       << r.out;
   std::string app = tmp / "linked/Hello.app";
   std::string home = shippedHome(app, "bundle");
@@ -148,8 +154,9 @@ TEST_F(BundleRuntime, LinkedRuntimeRunsAndCheckNamesAMissingModule) {
     ASSERT_EQ(createHello(tmp / form, {"--runtime", tmp / "base-only", "--runtime-as", form}).status, 0);
     RunResult c = bundleTool({"check", tmp / form + "/Hello.app"});
     EXPECT_EQ(c.status, 1) << form;
-    EXPECT_TRUE(text::contains(c.out, "lacks the module java.management, which the application's classes need (Hello uses "
-                                      "java.lang.management.ManagementFactory)"))
+    EXPECT_TRUE(text::contains(c.out,
+                               "lacks the module java.management, which the application's classes need (Hello uses "
+                               "java.lang.management.ManagementFactory)"))
         << form << ": " << c.out << c.err;
   }
 }

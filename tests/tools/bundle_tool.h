@@ -11,7 +11,8 @@ inline RunResult bundleTool(std::vector<std::string> words) {
 
 // "create" of the demo program as Hello.app in `output`, with more words.
 inline RunResult createHello(const std::string& output, const std::vector<std::string>& more = {}) {
-  std::vector<std::string> words{"create", "--name", "Hello", "--main-class", "Hello", "--jar", helloJar(), "--output", output};
+  std::vector<std::string> words{"create", "--name",   "Hello",    "--main-class", "Hello",
+                                 "--jar",  helloJar(), "--output", output};
   words.insert(words.end(), more.begin(), more.end());
   return bundleTool(words);
 }

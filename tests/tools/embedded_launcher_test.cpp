@@ -11,8 +11,8 @@ TEST(EmbeddedLauncher, AShellSession) {
   if (!fs::exists("/usr/lib/jvm/java-17-openjdk-amd64/bin/jlink")) GTEST_SKIP() << "no OpenJDK 17 with jlink here";
   TempDir tmp;
   makeFakeRuntime(tmp / "jdk", "17.0.2+8");
-  RunResult svc = bundleTool({"create", "--embed", "--name", "svc", "--main-class", "com.example.Service", "--jar", helloJar(),
-                              "--service", "legacy", "--runtime", tmp / "jdk", "--output", tmp / "out"});
+  RunResult svc = bundleTool({"create", "--embed", "--name", "svc", "--main-class", "com.example.Service", "--jar",
+                              helloJar(), "--service", "legacy", "--runtime", tmp / "jdk", "--output", tmp / "out"});
   ASSERT_EQ(svc.status, 0) << svc.err;
   RunResult hello = createHello(tmp / "out", {"--embed", "--runtime", jlinkStage() + "/Contents/Home"});
   ASSERT_EQ(hello.status, 0) << hello.err;
@@ -25,7 +25,8 @@ TEST(EmbeddedLauncher, AShellSession) {
   EXPECT_TRUE(text::contains(session.out, "status: 0\nUsage: svc {start|stop|run|run-redirect|status}\narg1: 1\n"))
       << session.out << session.err;
   EXPECT_TRUE(text::contains(session.out, "property fenmo.moduleName=" + tmp / "out/Hello/Hello\n")) << session.out;
-  EXPECT_TRUE(text::contains(session.out, "property bwk.jreBundle=" + tmp / "out/Hello/.brackwood/jre.bundle\n")) << session.out;
+  EXPECT_TRUE(text::contains(session.out, "property bwk.jreBundle=" + tmp / "out/Hello/.brackwood/jre.bundle\n"))
+      << session.out;
   EXPECT_TRUE(text::contains(session.out, "arg[0] <arg1>\narg[1] <arg2>\nHello: 0\n")) << session.out;
 
   Recorded record = readRecord(tmp / "status.txt");

@@ -35,9 +35,10 @@ TEST(ModuleDeps, FeatureRelease) {
 }
 
 TEST(ModuleDeps, ModulesRuntimeOptionsName) {
-  NamedModules named = modulesInOptions({"--add-opens", "java.desktop/sun.awt=ALL-UNNAMED", "--add-exports=java.base/sun.nio.ch=ALL-UNNAMED",
-                                         "--add-modules=java.sql,jdk.jfr", "-p", "${launcher:sys.appRootDir}/mods:extra",
-                                         "--module-path=other", "-Dp=--add-modules", "--add-modules"});
+  NamedModules named = modulesInOptions(
+      {"--add-opens", "java.desktop/sun.awt=ALL-UNNAMED", "--add-exports=java.base/sun.nio.ch=ALL-UNNAMED",
+       "--add-modules=java.sql,jdk.jfr", "-p", "${launcher:sys.appRootDir}/mods:extra", "--module-path=other",
+       "-Dp=--add-modules", "--add-modules"});
   EXPECT_EQ(named.modules, (std::set<std::string>{"java.desktop", "java.base", "java.sql", "jdk.jfr"}));
   EXPECT_EQ(named.modulePath, (std::vector<std::string>{"${launcher:sys.appRootDir}/mods", "extra", "other"}));
 }

@@ -15,8 +15,8 @@ std::vector<std::string> ParsedArguments::all(const std::string& name) const {
   return found == values.end() ? std::vector<std::string>{} : found->second;
 }
 
-std::optional<ParsedArguments> parseArguments(std::span<const OptionDefinition> definitions, std::span<const std::string> words,
-                                              std::string* error) {
+std::optional<ParsedArguments> parseArguments(std::span<const OptionDefinition> definitions,
+                                              std::span<const std::string> words, std::string* error) {
   ParsedArguments parsed;
   bool optionsEnded = false;
   for (size_t i = 0; i < words.size(); ++i) {
@@ -35,7 +35,8 @@ std::optional<ParsedArguments> parseArguments(std::span<const OptionDefinition> 
     }
     size_t equals = word.find('=');
     std::string name = word.substr(2, equals == std::string::npos ? std::string::npos : equals - 2);
-    auto definition = std::find_if(definitions.begin(), definitions.end(), [&](const OptionDefinition& s) { return name == s.name; });
+    auto definition =
+        std::find_if(definitions.begin(), definitions.end(), [&](const OptionDefinition& s) { return name == s.name; });
     if (word.compare(0, 2, "--") != 0 || definition == definitions.end()) {
       *error = "unknown option " + word;
       return std::nullopt;
@@ -66,9 +67,12 @@ std::optional<ParsedArguments> parseArguments(std::span<const OptionDefinition> 
 std::string helpText(const std::string& synopsis, std::span<const OptionDefinition> definitions) {
   std::string out = synopsis + "\n\n";
   for (const OptionDefinition& definition : definitions) {
-    std::string left = std::string("  --") + definition.name + (definition.valueName ? std::string(" ") + definition.valueName : "");
-    if (left.size() < 28) left.resize(28, ' ');
-    else left += "\n" + std::string(28, ' ');
+    std::string left =
+        std::string("  --") + definition.name + (definition.valueName ? std::string(" ") + definition.valueName : "");
+    if (left.size() < 28)
+      left.resize(28, ' ');
+    else
+      left += "\n" + std::string(28, ' ');
     out += left + definition.help + "\n";
   }
   return out;

@@ -28,8 +28,8 @@ struct ParsedArguments {
 
 // Absent, with the reason, for an unknown option, a missing value or an option given twice
 // that may be given once. "--help" or "-h" anywhere sets `help`. "--" ends the options.
-std::optional<ParsedArguments> parseArguments(std::span<const OptionDefinition> definitions, std::span<const std::string> words,
-                                              std::string* error);
+std::optional<ParsedArguments> parseArguments(std::span<const OptionDefinition> definitions,
+                                              std::span<const std::string> words, std::string* error);
 
 // The help text: the synopsis, then one line per option.
 std::string helpText(const std::string& synopsis, std::span<const OptionDefinition> definitions);

@@ -23,7 +23,8 @@ class Digest {
   void add(const std::string& text) { add(text.data(), text.size() + 1); }  // with its terminator
   std::string hex() const {
     char text[32];
-    std::snprintf(text, sizeof text, "%016llx%08lx", static_cast<unsigned long long>(fnv_), static_cast<unsigned long>(crc_));
+    std::snprintf(text, sizeof text, "%016llx%08lx", static_cast<unsigned long long>(fnv_),
+                  static_cast<unsigned long>(crc_));
     return text;
   }
 
@@ -41,14 +42,16 @@ bool isCode(const std::string& name) {
 std::string applicationBuildId(const std::string& appRoot) {
   Digest digest;
   std::vector<char> buffer(1 << 16);
-  walkRuntimeTree(appRoot, [&](const TreeEntry& entry, std::string&) {
-    if (entry.kind != TreeEntry::Kind::File || !isCode(entry.relative)) return true;
-    digest.add(entry.relative);
-    std::ifstream in(entry.source, std::ios::binary);
-    while (in.read(buffer.data(), static_cast<std::streamsize>(buffer.size())) || in.gcount() > 0)
-      digest.add(buffer.data(), static_cast<size_t>(in.gcount()));
-    return true;
-  }, {".brackwood", "jre.tar.gz"});  // a command-line launcher's runtime, a bundle's runtime archive
+  walkRuntimeTree(appRoot,
+                  [&](const TreeEntry& entry, std::string&) {
+                    if (entry.kind != TreeEntry::Kind::File || !isCode(entry.relative)) return true;
+                    digest.add(entry.relative);
+                    std::ifstream in(entry.source, std::ios::binary);
+                    while (in.read(buffer.data(), static_cast<std::streamsize>(buffer.size())) || in.gcount() > 0)
+                      digest.add(buffer.data(), static_cast<size_t>(in.gcount()));
+                    return true;
+                  },
+                  {".brackwood", "jre.tar.gz"});  // a command-line launcher's runtime, a bundle's runtime archive
   return digest.hex();
 }
 

@@ -19,7 +19,8 @@ namespace bwk::bundle {
 namespace {
 
 const OptionDefinition kCheckOptions[] = {
-    {"json", nullptr, false, "print the findings as JSON: {\"bundle\", \"findings\": [{\"file\", \"key\", \"message\", ...}]}"},
+    {"json", nullptr, false,
+     "print the findings as JSON: {\"bundle\", \"findings\": [{\"file\", \"key\", \"message\", ...}]}"},
 };
 
 constexpr const char* kCheckSynopsis =
@@ -58,10 +59,14 @@ int runCheck(std::span<const std::string> words) {
   const Bundle bundle(app);
   std::string infoFile = path::append(app, "Contents/Info.plist");
   std::optional<PlistValue> info = readPropertyListFile(infoFile, &error);
-  if (!fs::exists(infoFile)) findings.add(infoFile, "", "missing: the launcher runs with an empty configuration");
-  else if (!info) findings.add(infoFile, "", "cannot be read: " + error + "; the launcher runs with an empty configuration");
-  else if (!info->isDictionary()) findings.add(infoFile, "", "is no dictionary; the launcher runs with an empty configuration");
-  else checkConfigurationKeys(*info, infoFile, findings);
+  if (!fs::exists(infoFile))
+    findings.add(infoFile, "", "missing: the launcher runs with an empty configuration");
+  else if (!info)
+    findings.add(infoFile, "", "cannot be read: " + error + "; the launcher runs with an empty configuration");
+  else if (!info->isDictionary())
+    findings.add(infoFile, "", "is no dictionary; the launcher runs with an empty configuration");
+  else
+    checkConfigurationKeys(*info, infoFile, findings);
 
   const LaunchContext context = LaunchContext::forBundle(bundle, {path::append(app, "Contents/MacOS/check")}, true);
   checkResources(context, findings);

@@ -31,7 +31,8 @@ class CurrentDirectory {
     if (::getcwd(buffer, sizeof buffer)) saved_ = buffer;
   }
   ~CurrentDirectory() {
-    if (saved_ && ::chdir(saved_->c_str()) != 0) { /* nothing more to restore */ }
+    if (saved_ && ::chdir(saved_->c_str()) != 0) { /* nothing more to restore */
+    }
   }
   CurrentDirectory(const CurrentDirectory&) = delete;
   CurrentDirectory& operator=(const CurrentDirectory&) = delete;
@@ -42,7 +43,7 @@ class CurrentDirectory {
 
 struct ClassPathSource {
   OptionalString classPath;
-  std::string file, key;  // where its last change came from
+  std::string file, key;             // where its last change came from
   std::vector<std::string> options;  // every runtime option of the configuration and the option files
 };
 
@@ -52,7 +53,8 @@ ClassPathSource configuredClassPath(const LaunchContext& context, const Variable
   ClassPathSource source{replaceVariables(context.javaVM().string("ClassPath"), scope), info, "JavaVM.ClassPath", {}};
   std::vector<std::string>& options = source.options;
   OptionalString before = source.classPath;
-  source.classPath = addPredefinedOptions(context.javaVM().stringArray("VMOptionArray"), options, source.classPath, scope);
+  source.classPath =
+      addPredefinedOptions(context.javaVM().stringArray("VMOptionArray"), options, source.classPath, scope);
   if (source.classPath != before) source.key = "JavaVM.VMOptionArray";
   for (const std::string& file : optionFiles(context)) {
     before = source.classPath;
@@ -92,7 +94,8 @@ void checkManifestOptions(const std::string& mainJar, const std::vector<std::str
   for (const std::string& option : manifestOptions(*manifest, modules).options)
     if (!applied.count(option))
       findings.add(info, "JavaVM.VMOptionArray",
-                   "lacks " + option + ": the manifest of " + path::lastComponent(mainJar) + " asks for it and `java -jar` applies it");
+                   "lacks " + option + ": the manifest of " + path::lastComponent(mainJar) +
+                       " asks for it and `java -jar` applies it");
 }
 
 }  // namespace
@@ -121,10 +124,12 @@ std::vector<std::string> checkClassPath(const LaunchContext& context, const std:
     for (const std::string& item : text::split(*expanded, ":")) {
       std::string absolute = path::isAbsolute(item) ? item : path::append(base, item);
       std::string error;
-      if (!fs::exists(absolute)) findings.add(source.file, source.key, "the entry " + item + " does not exist");
+      if (!fs::exists(absolute))
+        findings.add(source.file, source.key, "the entry " + item + " does not exist");
       else if (!fs::isDirectory(absolute) && !zipEntryNames(absolute, &error))
         findings.add(source.file, source.key, "the entry " + item + " is neither a directory nor a jar: " + error);
-      else items.push_back(absolute);
+      else
+        items.push_back(absolute);
     }
   }
 
@@ -136,11 +141,15 @@ std::vector<std::string> checkClassPath(const LaunchContext& context, const std:
   std::string entry = text::replaceAll(*mainClass, ".", "/") + ".class";
   // A modular application may hold it on the module path.
   if (OptionalString modulePath = resolveArtifactPath(replaceVariables(context.javaVM().string("ModulePath"), scope)))
-    for (const std::string& item : text::split(*modulePath, ":")) items.push_back(path::isAbsolute(item) ? item : path::append(base, item));
-  auto mainJar = std::find_if(items.begin(), items.end(), [&](const std::string& item) { return holdsClass(item, entry); });
+    for (const std::string& item : text::split(*modulePath, ":"))
+      items.push_back(path::isAbsolute(item) ? item : path::append(base, item));
+  auto mainJar =
+      std::find_if(items.begin(), items.end(), [&](const std::string& item) { return holdsClass(item, entry); });
   if (mainJar == items.end()) {
-    findings.add(info, "JavaVM.MainClass",
-                 *mainClass + " is in none of the " + std::to_string(items.size()) + " class-path entries (no " + entry + ")")
+    findings
+        .add(info, "JavaVM.MainClass",
+             *mainClass + " is in none of the " + std::to_string(items.size()) + " class-path entries (no " + entry +
+                 ")")
         .suggestion = nearestClassName(*mainClass, items);
     return items;
   }

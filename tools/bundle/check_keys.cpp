@@ -47,7 +47,8 @@ size_t editDistance(const std::string& a, const std::string& b) {
 
 // The operating system's keys begin with two capitals ("CFBundle...", "NSHigh...", "LSMin...").
 bool looksLikeSystemKey(const std::string& key) {
-  return key.size() > 2 && std::isupper(static_cast<unsigned char>(key[0])) && std::isupper(static_cast<unsigned char>(key[1]));
+  return key.size() > 2 && std::isupper(static_cast<unsigned char>(key[0])) &&
+         std::isupper(static_cast<unsigned char>(key[1]));
 }
 
 class KeyChecker {
@@ -62,7 +63,8 @@ class KeyChecker {
       if (!known) {
         if (const ConfigurationKey* misplaced = findConfigurationKey(other, key); misplaced && !misplaced->system) {
           findings_.add(file_, where,
-                        scope == KeyScope::TopLevel ? "belongs in the JavaVM dictionary: ignored here" : "belongs at the top level: ignored here");
+                        scope == KeyScope::TopLevel ? "belongs in the JavaVM dictionary: ignored here"
+                                                    : "belongs at the top level: ignored here");
           continue;
         }
         std::optional<std::string> suggestion = nearestName(key, namesIn(scope));
@@ -85,14 +87,16 @@ class KeyChecker {
   }
 
   void wrongType(const std::string& where, const PlistValue& value, KeyType wanted, const std::string& effect) {
-    findings_.add(file_, where, std::string("is ") + typeName(value) + ", not " + describeKeyType(wanted) + ": " + effect);
+    findings_.add(file_, where,
+                  std::string("is ") + typeName(value) + ", not " + describeKeyType(wanted) + ": " + effect);
   }
 
   // Entries of a list that the launcher leaves out.
   void checkStrings(const PlistArray& list, const std::string& where) {
     for (size_t i = 0; i < list.size(); ++i)
       if (!list[i].isString())
-        findings_.add(file_, where + "[" + std::to_string(i) + "]", std::string("is ") + typeName(list[i]) + ", not a string: left out");
+        findings_.add(file_, where + "[" + std::to_string(i) + "]",
+                      std::string("is ") + typeName(list[i]) + ", not a string: left out");
   }
 
   void checkValue(const ConfigurationKey& key, const PlistValue& value, const std::string& where) {
@@ -108,8 +112,9 @@ class KeyChecker {
         } else if (const std::string* s = value.asString()) {
           std::string word = lower(text::trimHorizontal(*s));
           if (word != "yes" && word != "no" && word != "true" && word != "false" && word != "1" && word != "0")
-            findings_.add(file_, where, "the string '" + *s + "' is read by its first letter, as " +
-                                            (*holder.boolean(key.name) ? "true" : "false") + "; write <true/> or <false/>");
+            findings_.add(file_, where,
+                          "the string '" + *s + "' is read by its first letter, as " +
+                              (*holder.boolean(key.name) ? "true" : "false") + "; write <true/> or <false/>");
         }
         break;
       case KeyType::Number:
@@ -117,14 +122,18 @@ class KeyChecker {
           wrongType(where, value, key.type, "read as missing");
         } else if (const std::string* s = value.asString()) {
           std::string digits = text::trimHorizontal(*s);
-          if (digits.empty() || !std::all_of(digits.begin(), digits.end(), [](unsigned char c) { return std::isdigit(c); }))
-            findings_.add(file_, where, "the string '" + *s + "' is read as the number " +
-                                            std::to_string(*holder.integer(key.name)) + "; write an <integer>");
+          if (digits.empty() ||
+              !std::all_of(digits.begin(), digits.end(), [](unsigned char c) { return std::isdigit(c); }))
+            findings_.add(file_, where,
+                          "the string '" + *s + "' is read as the number " + std::to_string(*holder.integer(key.name)) +
+                              "; write an <integer>");
         }
         break;
       case KeyType::StringArray:
-        if (!value.asArray()) wrongType(where, value, key.type, "read as missing");
-        else checkStrings(*value.asArray(), where);
+        if (!value.asArray())
+          wrongType(where, value, key.type, "read as missing");
+        else
+          checkStrings(*value.asArray(), where);
         break;
       case KeyType::VersionOptions: checkVersionOptions(value, where); break;
       case KeyType::SearchSequence: checkSearchSequence(value, where); break;
@@ -145,13 +154,18 @@ class KeyChecker {
       std::string at = where + "[" + std::to_string(i) + "]";
       const std::string* pattern = (*list)[i].asString();
       if (!pattern) {
-        findings_.add(file_, at, std::string("is ") + typeName((*list)[i]) + ", not a pattern string: the pair is skipped");
+        findings_.add(file_, at,
+                      std::string("is ") + typeName((*list)[i]) + ", not a pattern string: the pair is skipped");
       } else if (!text::startsWith(*pattern, "*") && text::split(*pattern, "-").size() != 2) {
-        findings_.add(file_, at, "'" + *pattern + "' is neither a range like 11-17 nor a '*' match: the pair is skipped");
+        findings_.add(file_, at,
+                      "'" + *pattern + "' is neither a range like 11-17 nor a '*' match: the pair is skipped");
       }
       std::string optionsAt = where + "[" + std::to_string(i + 1) + "]";
-      if (const PlistArray* options = (*list)[i + 1].asArray()) checkStrings(*options, optionsAt);
-      else findings_.add(file_, optionsAt, std::string("is ") + typeName((*list)[i + 1]) + ", not an array of options: no options");
+      if (const PlistArray* options = (*list)[i + 1].asArray())
+        checkStrings(*options, optionsAt);
+      else
+        findings_.add(file_, optionsAt,
+                      std::string("is ") + typeName((*list)[i + 1]) + ", not an array of options: no options");
     }
   }
 

@@ -36,7 +36,8 @@ std::optional<std::string> findJdeps(const ShippedModules& shipped) {
 }
 
 void couldNotCheck(const ShippedModules& shipped, const std::string& why) {
-  std::fprintf(stderr, "brackwood-bundle: note: the modules of %s were not checked: %s\n", shipped.location.c_str(), why.c_str());
+  std::fprintf(stderr, "brackwood-bundle: note: the modules of %s were not checked: %s\n", shipped.location.c_str(),
+               why.c_str());
 }
 
 }  // namespace
@@ -47,7 +48,8 @@ void checkRuntimeModules(const ShippedModules& shipped, const std::vector<std::s
   if (!feature) return couldNotCheck(shipped, "its version '" + shipped.version + "' names no release");
   std::optional<std::string> jdeps = findJdeps(shipped);
   if (!jdeps)
-    return couldNotCheck(shipped, "no jdeps was found (in the runtime, JAVA_HOME or " + platform::installedRuntimesDirectory() + ")");
+    return couldNotCheck(
+        shipped, "no jdeps was found (in the runtime, JAVA_HOME or " + platform::installedRuntimesDirectory() + ")");
   std::string error;
   std::optional<std::map<std::string, std::string>> uses = moduleUses(*jdeps, *feature, items, &error);
   if (!uses) return couldNotCheck(shipped, error);

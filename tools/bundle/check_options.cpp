@@ -25,8 +25,8 @@ class OptionChecker {
       : scope_{context.paths, std::nullopt}, findings_(findings) {}
 
   // One option as it stands after variables, from `file` at `where`.
-  void option(const std::string& line, const std::string& file, const std::string& where, const std::string& baseDirectory,
-              std::vector<std::string>& chain) {
+  void option(const std::string& line, const std::string& file, const std::string& where,
+              const std::string& baseDirectory, std::vector<std::string>& chain) {
     if (text::startsWith(line, "-include-options ")) {
       std::string name = unquote(line.substr(17));
       std::string included = path::isAbsolute(name) ? name : path::append(baseDirectory, name);
@@ -34,8 +34,9 @@ class OptionChecker {
       if (!fs::exists(included)) {
         findings_.add(file, where, "includes " + included + ", which does not exist");
       } else if (std::find(chain.begin(), chain.end(), included) != chain.end()) {
-        findings_.add(file, where, "includes " + findings_.relative(included) +
-                                       " again, inside itself: the launcher stops with an internal error");
+        findings_.add(file, where,
+                      "includes " + findings_.relative(included) +
+                          " again, inside itself: the launcher stops with an internal error");
       } else {
         readFile(included, chain);
       }
@@ -48,7 +49,8 @@ class OptionChecker {
       }
     }
     if (text::startsWith(line, "-jvm=") && !fs::isDirectory(line.substr(5))) {
-      findings_.add(file, where, "names " + line.substr(5) + ", which is no directory: the runtime search goes on without it");
+      findings_.add(file, where,
+                    "names " + line.substr(5) + ", which is no directory: the runtime search goes on without it");
     } else if (!text::startsWith(line, "-")) {
       findings_.add(file, where, "'" + line + "' is no option: the runtime would take it for the main class");
     }
@@ -57,7 +59,9 @@ class OptionChecker {
   void readFile(const std::string& file, std::vector<std::string>& chain) {
     std::optional<std::string> contents = fs::readFile(file);
     if (!contents || !text::isValidUtf8(*contents)) {
-      findings_.add(file, "", contents ? "is not UTF-8: the launcher ignores the whole file" : "cannot be read: the launcher ignores it");
+      findings_.add(
+          file, "",
+          contents ? "is not UTF-8: the launcher ignores the whole file" : "cannot be read: the launcher ignores it");
       return;
     }
     chain.push_back(file);
@@ -76,14 +80,16 @@ class OptionChecker {
     chain.pop_back();
   }
 
-  void list(const PlistValue& javaVM, const std::string& key, const std::string& file, const std::string& launcherDirectory) {
+  void list(const PlistValue& javaVM, const std::string& key, const std::string& file,
+            const std::string& launcherDirectory) {
     const PlistArray* entries = javaVM.array(key);
     if (!entries) return;
     for (size_t i = 0; i < entries->size(); ++i) {
       const std::string* entry = (*entries)[i].asString();
       if (!entry) continue;
       std::vector<std::string> chain;
-      option(*replaceVariables(*entry, scope_), file, "JavaVM." + key + "[" + std::to_string(i) + "]", launcherDirectory, chain);
+      option(*replaceVariables(*entry, scope_), file, "JavaVM." + key + "[" + std::to_string(i) + "]",
+             launcherDirectory, chain);
     }
   }
 

@@ -58,7 +58,8 @@ void checkStringsTable(const std::string& file, bool completeness, Findings& fin
   for (const auto& [key, value] : *entries) {
     const MessageKey* message = findMessageKey(key);
     if (!message) {
-      findings.add(file, key, "unknown message key: the launcher never shows it").suggestion = nearestName(key, messageNames());
+      findings.add(file, key, "unknown message key: the launcher never shows it").suggestion =
+          nearestName(key, messageNames());
       continue;
     }
     const std::string* text = value.asString();
@@ -90,7 +91,8 @@ void checkStrings(const LaunchContext& context, Findings& findings) {
     findings.add(fallback, "", "missing: every message and window text shows its key");
   for (const std::string& name : names) {
     std::string table = path::append(resources, name + "/Localizable.strings");
-    if (text::endsWith(name, ".lproj") && fs::exists(table)) checkStringsTable(table, name == region + ".lproj", findings);
+    if (text::endsWith(name, ".lproj") && fs::exists(table))
+      checkStringsTable(table, name == region + ".lproj", findings);
   }
 }
 
@@ -100,7 +102,8 @@ void checkExecutable(const LaunchContext& context, Findings& findings) {
   if (!name) return;
   std::string executable = path::append(context.bundle->path(), "Contents/MacOS/" + *name);
   if (!fs::isExecutableFile(executable))
-    findings.add(info, "CFBundleExecutable", "names " + findings.relative(executable) + ", which is no executable file");
+    findings.add(info, "CFBundleExecutable",
+                 "names " + findings.relative(executable) + ", which is no executable file");
 }
 
 void checkIcons(const LaunchContext& context, Findings& findings) {

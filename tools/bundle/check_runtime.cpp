@@ -44,15 +44,18 @@ std::optional<std::string> shippedRuntimeProblem(const std::string& runtime) {
 
 // A shipped runtime is started whatever its version, so a range it falls outside of does
 // not hold: the bundle runs on a version it says it does not accept.
-void checkShippedVersion(const LaunchContext& context, const std::string& runtime, const std::string& file, Findings& findings) {
+void checkShippedVersion(const LaunchContext& context, const std::string& runtime, const std::string& file,
+                         Findings& findings) {
   std::shared_ptr<RuntimeBundle> opened = RuntimeBundle::open(runtime);
-  std::optional<AcceptedVersion> version = opened ? checkJavaVersion(opened.get(), std::nullopt, std::nullopt, true, false) : std::nullopt;
+  std::optional<AcceptedVersion> version =
+      opened ? checkJavaVersion(opened.get(), std::nullopt, std::nullopt, true, false) : std::nullopt;
   if (!version) return;
   const PlistValue& info = context.configuration;
   OptionalString min = info.string("bwk.minVersion"), max = info.string("bwk.maxVersion");
   if (checkBundleVersion(min, max, true, false, version->version, std::nullopt, std::nullopt)) return;
-  findings.add(file, "", "ships runtime " + version->version + ", outside the range (bwk.minVersion " + min.value_or("(none)") +
-                             ", bwk.maxVersion " + max.value_or("(none)") + "); it is started all the same");
+  findings.add(file, "",
+               "ships runtime " + version->version + ", outside the range (bwk.minVersion " + min.value_or("(none)") +
+                   ", bwk.maxVersion " + max.value_or("(none)") + "); it is started all the same");
 }
 
 // The length of the uncompressed stream, or the reason it cannot be read to its end.
@@ -87,7 +90,8 @@ std::string topLevel(const std::string& directory) {
 
 ShippedModules modulesOf(const std::string& location, const std::string& runtime) {
   std::shared_ptr<RuntimeBundle> opened = RuntimeBundle::open(runtime);
-  std::optional<AcceptedVersion> version = opened ? checkJavaVersion(opened.get(), std::nullopt, std::nullopt, true, false) : std::nullopt;
+  std::optional<AcceptedVersion> version =
+      opened ? checkJavaVersion(opened.get(), std::nullopt, std::nullopt, true, false) : std::nullopt;
   return ShippedModules{location, version ? version->version : "", runtimeModules(runtimeHome(runtime))};
 }
 
@@ -102,11 +106,13 @@ void checkArchive(const LaunchContext& context, const std::string& archive, Find
   }
   std::optional<int64_t> configured = context.configuration.integer("bwk.jreUncompressedSize");
   if (!configured) {
-    findings.add(info, "bwk.jreUncompressedSize",
-                 "missing: the progress bar measures against 6000000 bytes; the archive holds " + std::to_string(*length));
+    findings.add(
+        info, "bwk.jreUncompressedSize",
+        "missing: the progress bar measures against 6000000 bytes; the archive holds " + std::to_string(*length));
   } else if (static_cast<uint64_t>(*configured) != std::min<uint64_t>(*length, 0x7fffffff)) {
-    findings.add(info, "bwk.jreUncompressedSize",
-                 "says " + std::to_string(*configured) + "; the archive's tar stream is " + std::to_string(*length) + " bytes");
+    findings.add(
+        info, "bwk.jreUncompressedSize",
+        "says " + std::to_string(*configured) + "; the archive's tar stream is " + std::to_string(*length) + " bytes");
   }
 
   // Unpacked as a start unpacks it, into a directory of its own that goes afterwards.
@@ -119,11 +125,12 @@ void checkArchive(const LaunchContext& context, const std::string& archive, Find
   fs::createDirectory(unpacked, false);
   int32_t size = static_cast<int32_t>(configured.value_or(kDefaultUncompressedSize));
   if (!UnTar::untar(archive, unpacked, size, nullptr))
-    findings.add(archive, "", "the launcher's extraction reports errors (the lines above); a start goes on with what it unpacked");
+    findings.add(archive, "",
+                 "the launcher's extraction reports errors (the lines above); a start goes on with what it unpacked");
   if (std::optional<std::string> problem = shippedRuntimeProblem(unpacked))
     findings.add(archive, "",
-                 "wrong layout: unpacked, it " + *problem + ". The archive must hold Contents/Home/...; its top level holds " +
-                     topLevel(unpacked));
+                 "wrong layout: unpacked, it " + *problem +
+                     ". The archive must hold Contents/Home/...; its top level holds " + topLevel(unpacked));
   else {
     checkShippedVersion(context, unpacked, archive, findings);
     shipped = modulesOf(archive, unpacked);
@@ -163,8 +170,10 @@ bool searchAccepts(const LaunchContext& context, std::vector<RuntimeSeen>& seen,
   bool allowBeta = info.boolean("bwk.allowBeta").value_or(false);
   auto tryCandidate = [&](const std::string& candidate) {
     std::optional<RuntimeSeen> refused = refusal(candidate, min, max, allowBeta);
-    if (!refused) accepted = candidate;
-    else seen.push_back(*refused);
+    if (!refused)
+      accepted = candidate;
+    else
+      seen.push_back(*refused);
     return !refused;
   };
   auto installed = [&] {

@@ -13,7 +13,8 @@ std::optional<std::string> nearestClassName(const std::string& mainClass, const 
     if (fs::isDirectory(jar)) continue;
     for (const std::string& entry : zipEntryNames(jar, nullptr).value_or(std::vector<std::string>{})) {
       // Versioned copies under META-INF repeat the classes; module and package descriptions start nothing.
-      if (!text::endsWith(entry, ".class") || text::startsWith(entry, "META-INF/") || text::endsWith(entry, "-info.class"))
+      if (!text::endsWith(entry, ".class") || text::startsWith(entry, "META-INF/") ||
+          text::endsWith(entry, "-info.class"))
         continue;
       classes.push_back(text::replaceAll(entry.substr(0, entry.size() - 6), "/", "."));
     }

@@ -28,8 +28,8 @@
 #include "plist_writer.h"
 #include "runtime_link.h"
 #include "runtime_shipping.h"
-#include "runtime_trim.h"
 #include "runtime_tree.h"
+#include "runtime_trim.h"
 #include "staged_output.h"
 #include "tool_error.h"
 #include "zip_directory.h"
@@ -41,20 +41,23 @@ namespace {
 const OptionDefinition kCreateOptions[] = {
     {"name", "NAME", false, "application name: NAME.app, Contents/MacOS/NAME, CFBundleName"},
     {"input", "DIR", false, "an installed application: DIR is shipped whole as Contents/Resources/app"},
-    {"main-jar", "JAR", false, "(with --input) the jar `java -jar` is given, relative to DIR: class path, main class, options"},
+    {"main-jar", "JAR", false,
+     "(with --input) the jar `java -jar` is given, relative to DIR: class path, main class, options"},
     {"main-class", "CLASS", false, "the Java main class (with --main-jar: instead of its manifest's Main-Class)"},
     {"jar", "PATH", true,
      "a jar, or a directory whose .jar and .zip files are all taken (repeatable; class-path order); with --input, inside DIR"},
     {"working-directory", "bundle|caller|DIR", false,
      "where the application runs: the bundle, the directory it is started from (default), or DIR"},
-    {"app-version", "V", false, "CFBundleShortVersionString and CFBundleVersion (default: the main jar's Implementation-Version)"},
+    {"app-version", "V", false,
+     "CFBundleShortVersionString and CFBundleVersion (default: the main jar's Implementation-Version)"},
     {"java-option", "OPT", true, "a runtime option, VMOptionArray (repeatable)"},
     {"argument", "ARG", true, "an application argument before those of the command line, ArgumentArray (repeatable)"},
     {"min-version", "V", false, "lowest runtime version accepted (bwk.minVersion)"},
     {"max-version", "V", false, "highest runtime version accepted (bwk.maxVersion)"},
     {"identifier", "ID", false, "bundle identifier (CFBundleIdentifier)"},
     {"icon", "FILE", false, "an .icns file, or a PNG image that is wrapped into one"},
-    {"runtime", "DIR", false, "a runtime to ship (a JDK, a jlink image or a runtime bundle); without it the launcher searches"},
+    {"runtime", "DIR", false,
+     "a runtime to ship (a JDK, a jlink image or a runtime bundle); without it the launcher searches"},
     {"runtime-as", "bundle|archive", false,
      "ship it as Contents/Resources/jre.bundle (default), or as app/jre.tar.gz unpacked at every start"},
     {"jlink", nullptr, false,
@@ -62,15 +65,19 @@ const OptionDefinition kCreateOptions[] = {
     {"add-modules", "M,...", true, "(with --jlink) modules to link beside those found"},
     {"progress-window", "auto|always|never", false,
      "bwk.initialProgress: auto (default) shows the window only while a runtime archive is unpacked"},
-    {"reuse-unpacked-runtime", nullptr, false, "(with --runtime-as archive) unpack it once into the user's cache (bwk.reuseUnpackedRuntime)"},
+    {"reuse-unpacked-runtime", nullptr, false,
+     "(with --runtime-as archive) unpack it once into the user's cache (bwk.reuseUnpackedRuntime)"},
     {"aot-cache", nullptr, false,
      "AotCacheEnabled: runtimes from 25 on start from a cache the first start writes; AotCacheBuildId a digest of the jars"},
     {"strings", "FILE", false, "a Localizable.strings table whose texts replace the English defaults, key by key"},
-    {"allow-passthrough", nullptr, false, "command-line words -J<option> become runtime options (bwk.allowPassthrough)"},
+    {"allow-passthrough", nullptr, false,
+     "command-line words -J<option> become runtime options (bwk.allowPassthrough)"},
     {"output", "DIR", false, "where NAME.app goes (made when missing)"},
     {"force", nullptr, false, "replace an existing NAME.app"},
-    {"embed", nullptr, false, "write the command-line launcher DIR/NAME/NAME, its configuration embedded, instead of a bundle"},
-    {"service", "MODE", false, "(with --embed) bwk.service: the first argument is a service action; 'legacy' detaches on start"},
+    {"embed", nullptr, false,
+     "write the command-line launcher DIR/NAME/NAME, its configuration embedded, instead of a bundle"},
+    {"service", "MODE", false,
+     "(with --embed) bwk.service: the first argument is a service action; 'legacy' detaches on start"},
     {"launcher", "FILE", false, "the launcher to copy (default: brackwood-launcher beside this program)"},
 };
 
@@ -124,7 +131,8 @@ void requireMainClass(const std::string& mainClass) {
 }
 
 void requireVersions(const Request& request) {
-  for (const auto& [option, value] : {std::pair{"--min-version", request.minVersion}, {"--max-version", request.maxVersion}})
+  for (const auto& [option, value] :
+       {std::pair{"--min-version", request.minVersion}, {"--max-version", request.maxVersion}})
     if (value && (value->empty() || !std::isdigit(static_cast<unsigned char>((*value)[0]))))
       throw usageError(std::string(option) + ": '" + *value + "' is no version");
   // The same comparison the launcher makes: the minimum itself must pass the maximum.
@@ -187,12 +195,15 @@ void readStartChoices(Request& request, const ParsedArguments& args) {
   request.reuseUnpacked = args.has("reuse-unpacked-runtime");
   request.aotCache = args.has("aot-cache");
   request.progressWindow = args.value("progress-window").value_or("auto");
-  if (request.jlink && !args.has("runtime")) throw usageError("--jlink needs --runtime: the JDK that links the runtime");
+  if (request.jlink && !args.has("runtime"))
+    throw usageError("--jlink needs --runtime: the JDK that links the runtime");
   if (!request.addedModules.empty() && !request.jlink) throw usageError("--add-modules needs --jlink");
-  if (request.reuseUnpacked && !request.archive) throw usageError("--reuse-unpacked-runtime needs --runtime-as archive");
+  if (request.reuseUnpacked && !request.archive)
+    throw usageError("--reuse-unpacked-runtime needs --runtime-as archive");
   if (request.progressWindow != "auto" && request.progressWindow != "always" && request.progressWindow != "never")
     throw usageError("--progress-window takes auto, always or never, not '" + request.progressWindow + "'");
-  if (request.embed && args.has("progress-window")) throw usageError("--progress-window needs a bundle: a command-line launcher shows none");
+  if (request.embed && args.has("progress-window"))
+    throw usageError("--progress-window needs a bundle: a command-line launcher shows none");
 }
 
 // "bundle" is the launcher's default for a bundle; a command-line launcher stays in the
@@ -232,8 +243,10 @@ void takeInstalledApplication(Request& request, const ParsedArguments& args) {
 
   // Names the shipped directory must leave to the bundle.
   std::vector<std::string> reserved{kExternalClassPathFolder};
-  if (request.embed) reserved.insert(reserved.end(), {request.name, "Contents", ".brackwood"});
-  else if (request.runtime && args.value("runtime-as") == "archive") reserved.push_back("jre.tar.gz");
+  if (request.embed)
+    reserved.insert(reserved.end(), {request.name, "Contents", ".brackwood"});
+  else if (request.runtime && args.value("runtime-as") == "archive")
+    reserved.push_back("jre.tar.gz");
   for (const std::string& name : reserved)
     if (fs::existsNoFollow(path::append(app.input, name)))
       throw failure(path::append(app.input, name) + ": the bundle needs this name for itself");
@@ -242,7 +255,8 @@ void takeInstalledApplication(Request& request, const ParsedArguments& args) {
 Request readRequest(const ParsedArguments& args) {
   Request request;
   bool installed = args.has("input");
-  if (installed != args.has("main-jar")) throw usageError(installed ? "--input needs --main-jar" : "--main-jar needs --input");
+  if (installed != args.has("main-jar"))
+    throw usageError(installed ? "--input needs --main-jar" : "--main-jar needs --input");
   for (const char* required : {"name", "output"})
     if (!args.has(required)) throw usageError(std::string("--") + required + " is required");
   if (!installed && !args.has("main-class")) throw usageError("--main-class is required (or --input with --main-jar)");
@@ -316,14 +330,17 @@ PlistValue configuration(const Request& request, const std::optional<uint64_t>& 
                          const std::optional<std::string>& buildId) {
   auto strings = [](const std::vector<std::string>& list) { return PlistValue(PlistArray(list.begin(), list.end())); };
   std::vector<std::string> classPath;
-  for (const std::string& jar : request.jars) classPath.push_back("${launcher:sys.appRootDir}/lib/" + path::lastComponent(jar));
+  for (const std::string& jar : request.jars)
+    classPath.push_back("${launcher:sys.appRootDir}/lib/" + path::lastComponent(jar));
   if (request.installed)
-    for (const std::string& entry : request.installed->entries) classPath.push_back("${launcher:sys.appRootDir}/" + entry);
+    for (const std::string& entry : request.installed->entries)
+      classPath.push_back("${launcher:sys.appRootDir}/" + entry);
   PlistDict javaVM{{"MainClass", request.mainClass}, {"ClassPath", text::join(classPath, ":")}};
   if (!request.javaOptions.empty()) javaVM["VMOptionArray"] = strings(request.javaOptions);
   // `java -jar` grants native access from the runtime that reads the manifest attribute on.
   if (request.nativeAccess)
-    javaVM["VersionSpecificVMOptions"] = PlistValue(PlistArray{PlistValue("22-9999"), strings({"--enable-native-access=ALL-UNNAMED"})});
+    javaVM["VersionSpecificVMOptions"] =
+        PlistValue(PlistArray{PlistValue("22-9999"), strings({"--enable-native-access=ALL-UNNAMED"})});
   if (request.workingDirectory) javaVM["WorkingDirectory"] = *request.workingDirectory;
   if (!request.arguments.empty()) javaVM["ArgumentArray"] = strings(request.arguments);
   if (buildId) {
@@ -362,7 +379,8 @@ std::string iconContainer(const std::string& file) {
   std::optional<std::string> bytes = fs::readFile(file);
   if (!bytes) throw failure(file + ": cannot be read");
   std::string extension = path::extension(file);
-  std::transform(extension.begin(), extension.end(), extension.begin(), [](unsigned char c) { return std::tolower(c); });
+  std::transform(extension.begin(), extension.end(), extension.begin(),
+                 [](unsigned char c) { return std::tolower(c); });
   std::string error;
   if (extension == "png") {
     std::optional<WrappedIcon> icon = icnsFromPng(*bytes, &error);
@@ -381,7 +399,8 @@ std::vector<StringsEntry> strings(const Request& request) {
   if (!request.strings) return entries;
   std::string error;
   std::optional<PlistValue> table = readPropertyListFile(*request.strings, &error);
-  if (!table || !table->asDictionary()) throw failure(*request.strings + ": not a strings table" + (table ? "" : ": " + error));
+  if (!table || !table->asDictionary())
+    throw failure(*request.strings + ": not a strings table" + (table ? "" : ": " + error));
   for (const auto& [key, value] : *table->asDictionary()) {
     auto entry = std::find_if(entries.begin(), entries.end(), [&](const StringsEntry& e) { return e.key == key; });
     if (entry == entries.end()) throw failure(*request.strings + ": " + key + " is no message of the launcher");
@@ -397,7 +416,8 @@ void makeDirectory(const std::string& dir) {
 
 void writeFile(const std::string& file, std::string_view bytes, mode_t mode) {
   makeDirectory(path::parent(file));
-  if (!fs::writeFile(file, std::string(bytes)) || ::chmod(file.c_str(), mode) != 0) throw failure(file + ": cannot be written");
+  if (!fs::writeFile(file, std::string(bytes)) || ::chmod(file.c_str(), mode) != 0)
+    throw failure(file + ": cannot be written");
 }
 
 void copyFile(const std::string& from, const std::string& to) {
@@ -446,28 +466,35 @@ ShippedRuntime runtimeToShip(const Request& request, const std::string& linkDire
                         megabytes(whole - shippedSize(runtime)) + " saved; --jlink ships only the modules used)");
     return runtime;
   }
-  LinkedRuntime linked =
-      linkRuntime(LinkInput{runtime, applicationClasses(request, appRoot), request.javaOptions, request.addedModules, !request.archive}, linkDirectory);
+  LinkedRuntime linked = linkRuntime(LinkInput{runtime, applicationClasses(request, appRoot), request.javaOptions,
+                                               request.addedModules, !request.archive},
+                                     linkDirectory);
   warnings.insert(warnings.end(), linked.notes.begin(), linked.notes.end());
-  summary.push_back("runtime linked of " + std::to_string(linked.modules.size()) + " modules (and what they require): " +
-                    text::join(linked.modules, ","));
+  summary.push_back("runtime linked of " + std::to_string(linked.modules.size()) +
+                    " modules (and what they require): " + text::join(linked.modules, ","));
   return linked.runtime;
 }
 
 // One line on how a start begins, so that the choice made is seen.
 std::string startSummary(const Request& request, const std::optional<std::string>& buildId) {
   std::string line;
-  if (request.embed) line = "start: no progress window (a command-line launcher)";
+  if (request.embed)
+    line = "start: no progress window (a command-line launcher)";
   else if (showsProgressWindow(request))
     line = request.archive ? "start: the progress window shows while the runtime archive is unpacked"
                            : "start: the progress window shows until the launch (--progress-window always)";
-  else line = std::string("start: fast, no progress window") + (request.archive ? " (--progress-window never)" : " (nothing to unpack)");
-  if (request.reuseUnpacked) line += "; the archive is unpacked once into the user's cache";
-  else if (request.archive) line += "; the archive is unpacked at every start (--reuse-unpacked-runtime keeps it)";
+  else
+    line = std::string("start: fast, no progress window") +
+           (request.archive ? " (--progress-window never)" : " (nothing to unpack)");
+  if (request.reuseUnpacked)
+    line += "; the archive is unpacked once into the user's cache";
+  else if (request.archive)
+    line += "; the archive is unpacked at every start (--reuse-unpacked-runtime keeps it)";
   if (buildId) {
     line += "; AOT cache " + *buildId + ", written by the first start";
     std::optional<int> feature = request.runtime ? featureRelease(request.runtime->version) : std::nullopt;
-    if (feature && *feature < 25) line += ", used by runtimes from 25 on only: the shipped one is " + request.runtime->version;
+    if (feature && *feature < 25)
+      line += ", used by runtimes from 25 on only: the shipped one is " + request.runtime->version;
   }
   return line;
 }
@@ -486,12 +513,14 @@ std::vector<std::string> build(const Request& request, const std::string& root) 
     if (!copyTree(app.input, appRoot, warnings, &error)) throw failure(error);
     for (const auto& [source, place] : app.copies) {
       std::string target = path::append(appRoot, place);
-      if (!fs::isDirectory(source)) copyFile(source, target);
-      else if (!copyTree(source, target, warnings, &error)) throw failure(error);
+      if (!fs::isDirectory(source))
+        copyFile(source, target);
+      else if (!copyTree(source, target, warnings, &error))
+        throw failure(error);
     }
     if (!app.copies.empty())
-      summary.push_back(std::to_string(app.copies.size()) + " class-path entr" + (app.copies.size() == 1 ? "y" : "ies") +
-                        " from outside " + app.input + " copied to " +
+      summary.push_back(std::to_string(app.copies.size()) + " class-path entr" +
+                        (app.copies.size() == 1 ? "y" : "ies") + " from outside " + app.input + " copied to " +
                         (request.embed ? "" : "Contents/Resources/app/") + kExternalClassPathFolder);
   }
   for (const std::string& jar : request.jars) copyFile(jar, path::append(appRoot, "lib/" + path::lastComponent(jar)));
@@ -512,7 +541,8 @@ std::vector<std::string> build(const Request& request, const std::string& root) 
       // A command-line launcher finds its runtime as the private one of its installation.
       std::string where = request.embed ? ".brackwood/jre.bundle" : "Contents/Resources/jre.bundle";
       if (!copyRuntime(runtime, path::append(root, where), warnings, &error)) throw failure(error);
-      summary.push_back("runtime " + runtime.version + " copied to " + where + " (" + megabytes(shippedSize(runtime)) + ")");
+      summary.push_back("runtime " + runtime.version + " copied to " + where + " (" + megabytes(shippedSize(runtime)) +
+                        ")");
     }
     if (request.jlink && !fs::removeItem(linkDirectory)) throw failure(linkDirectory + ": cannot be removed");
   }
@@ -526,13 +556,16 @@ std::vector<std::string> build(const Request& request, const std::string& root) 
   std::optional<PreparedLauncher> launcher =
       prepareLauncher(request.launcher, request.embed ? std::optional<std::string>(plist) : std::nullopt, &error);
   if (!launcher) throw failure(error);
-  std::string executable = request.embed ? path::append(root, request.name) : path::append(contents, "MacOS/" + request.name);
-  writeFile(executable, std::string_view(reinterpret_cast<const char*>(launcher->bytes.data()), launcher->bytes.size()), 0755);
-  summary.insert(summary.begin(), "launcher " + megabytes(launcher->originalSize) + ", copied stripped: " +
-                                      megabytes(launcher->bytes.size()));
+  std::string executable =
+      request.embed ? path::append(root, request.name) : path::append(contents, "MacOS/" + request.name);
+  writeFile(executable, std::string_view(reinterpret_cast<const char*>(launcher->bytes.data()), launcher->bytes.size()),
+            0755);
+  summary.insert(summary.begin(), "launcher " + megabytes(launcher->originalSize) +
+                                      ", copied stripped: " + megabytes(launcher->bytes.size()));
   if (!request.embed) writeFile(path::append(contents, "Info.plist"), plist, 0644);
   size_t entries = request.jars.size() + (request.installed ? request.installed->entries.size() : 0);
-  summary.push_back(std::to_string(entries) + " class-path entr" + (entries == 1 ? "y" : "ies") + ", main class " + request.mainClass);
+  summary.push_back(std::to_string(entries) + " class-path entr" + (entries == 1 ? "y" : "ies") + ", main class " +
+                    request.mainClass);
   return summary;
 }
 

@@ -11,7 +11,7 @@ namespace bwk::bundle {
 
 namespace {
 
-constexpr uint64_t kAlloc = 0x2;     // SHF_ALLOC
+constexpr uint64_t kAlloc = 0x2;      // SHF_ALLOC
 constexpr uint64_t kInfoLink = 0x40;  // SHF_INFO_LINK
 constexpr uint32_t kRel = 9, kRela = 4;
 
@@ -44,7 +44,8 @@ std::optional<std::vector<uint8_t>> stripElf(std::span<const uint8_t> file, std:
 
   uint64_t loadedEnd = layout->phoff + layout->segments.size() * elf::kProgramHeaderSize;
   loadedEnd = std::max<uint64_t>(loadedEnd, elf::kHeaderSize);
-  for (const elf::ProgramHeader& segment : layout->segments) loadedEnd = std::max(loadedEnd, segment.offset + segment.filesz);
+  for (const elf::ProgramHeader& segment : layout->segments)
+    loadedEnd = std::max(loadedEnd, segment.offset + segment.filesz);
   for (const elf::SectionHeader& s : layout->sections)
     if ((s.flags & kAlloc) && s.type != elf::kSectionTypeNoBits) loadedEnd = std::max(loadedEnd, s.offset + s.size);
   if (loadedEnd > file.size()) {
@@ -79,7 +80,8 @@ std::optional<std::vector<uint8_t>> stripElf(std::span<const uint8_t> file, std:
   auto renumber = [&](uint32_t index) { return index < newIndex.size() ? newIndex[index] : 0; };
   for (size_t i = 1; i < kept.size(); ++i) {
     kept[i].link = renumber(kept[i].link);
-    if ((kept[i].flags & kInfoLink) || kept[i].type == kRel || kept[i].type == kRela) kept[i].info = renumber(kept[i].info);
+    if ((kept[i].flags & kInfoLink) || kept[i].type == kRel || kept[i].type == kRela)
+      kept[i].info = renumber(kept[i].info);
   }
 
   out.resize((out.size() + 7) / 8 * 8, 0);

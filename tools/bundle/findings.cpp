@@ -59,7 +59,8 @@ std::string humanReport(const Findings& findings) {
     out += "\n";
   }
   size_t count = findings.all().size();
-  out += findings.bundle() + ": " + (count ? std::to_string(count) + (count == 1 ? " finding" : " findings") : "no findings") + "\n";
+  out += findings.bundle() + ": " +
+         (count ? std::to_string(count) + (count == 1 ? " finding" : " findings") : "no findings") + "\n";
   return out;
 }
 
@@ -69,14 +70,16 @@ std::string jsonReport(const Findings& findings) {
   for (const Finding& f : findings.all()) {
     out += first ? "\n  " : ",\n  ";
     first = false;
-    out += "{\"file\": " + jsonString(f.file) + ", \"key\": " + jsonString(f.key) + ", \"message\": " + jsonString(f.message);
+    out += "{\"file\": " + jsonString(f.file) + ", \"key\": " + jsonString(f.key) +
+           ", \"message\": " + jsonString(f.message);
     if (f.suggestion) out += ", \"suggestion\": " + jsonString(*f.suggestion);
     if (!f.runtimes.empty()) {
       out += ", \"runtimes\": [";
       for (size_t i = 0; i < f.runtimes.size(); ++i) {
         const RuntimeSeen& r = f.runtimes[i];
         out += (i ? ", " : "") + std::string("{\"path\": ") + jsonString(r.path) +
-               ", \"version\": " + (r.version ? jsonString(*r.version) : "null") + ", \"refusal\": " + jsonString(r.refusal) + "}";
+               ", \"version\": " + (r.version ? jsonString(*r.version) : "null") +
+               ", \"refusal\": " + jsonString(r.refusal) + "}";
       }
       out += "]";
     }

@@ -24,7 +24,7 @@ struct ChunkType {
   uint32_t size;
   const char* type;
 };
-constexpr ChunkType kChunkTypes[] = {{16, "icp4"}, {32, "icp5"}, {64, "icp6"}, {128, "ic07"},
+constexpr ChunkType kChunkTypes[] = {{16, "icp4"},  {32, "icp5"},  {64, "icp6"},  {128, "ic07"},
                                      {256, "ic08"}, {512, "ic09"}, {1024, "ic10"}};
 
 }  // namespace

@@ -21,7 +21,7 @@ struct InstalledApplication {
   JarClassPath classPath;                                   // as the runtime resolves it here
   std::vector<std::string> entries;                         // the same, relative to the installation root
   std::vector<std::pair<std::string, std::string>> copies;  // entries from outside: source, place
-  std::vector<std::string> warnings;                         // where the bundle's order differs
+  std::vector<std::string> warnings;                        // where the bundle's order differs
 };
 
 // `jars`: further jars or directories of jars inside DIR, after the main jar. Throws a

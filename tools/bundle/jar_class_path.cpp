@@ -94,8 +94,10 @@ JarClassPath resolveJarClassPath(const std::vector<std::string>& jars) {
     const std::string& listedBy = next.item.listedBy;
     std::string where = listedBy.empty() ? next.item.path : next.item.path + " (Class-Path of " + listedBy + ")";
     if (next.item.directory) {
-      if (!fs::isDirectory(next.url)) result.warnings.push_back(where + ": no such directory, left out as the runtime skips it");
-      else result.items.push_back(next.item);
+      if (!fs::isDirectory(next.url))
+        result.warnings.push_back(where + ": no such directory, left out as the runtime skips it");
+      else
+        result.items.push_back(next.item);
       continue;
     }
     std::string error;
@@ -114,7 +116,8 @@ JarClassPath resolveJarClassPath(const std::vector<std::string>& jars) {
     for (const std::string& entry : words(manifest->value("Class-Path").value_or(""))) {
       std::string resolved = resolveEntry(next.url, entry);
       if (resolved.empty()) {
-        result.warnings.push_back(entry + " (Class-Path of " + next.url + "): not a file URL, left out as the runtime skips it");
+        result.warnings.push_back(entry + " (Class-Path of " + next.url +
+                                  "): not a file URL, left out as the runtime skips it");
         continue;
       }
       listed.push_back({{resolved, text::endsWith(entry, "/"), next.url}, resolved});

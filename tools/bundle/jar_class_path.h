@@ -10,9 +10,9 @@
 namespace bwk::bundle {
 
 struct ClassPathItem {
-  std::string path;       // absolute; a given jar as given, a listed entry as resolved
-  bool directory = false; // an entry ending in "/": a directory of classes
-  std::string listedBy;   // the jar whose manifest named it; empty for a given jar
+  std::string path;        // absolute; a given jar as given, a listed entry as resolved
+  bool directory = false;  // an entry ending in "/": a directory of classes
+  std::string listedBy;    // the jar whose manifest named it; empty for a given jar
 };
 
 struct JarClassPath {

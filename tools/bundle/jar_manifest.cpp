@@ -11,7 +11,8 @@ namespace bwk::bundle {
 namespace {
 
 std::string lower(std::string text) {
-  std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  std::transform(text.begin(), text.end(), text.begin(),
+                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
   return text;
 }
 
@@ -24,8 +25,10 @@ JarManifest JarManifest::parse(std::string_view text) {
     size_t end = text.find_first_of("\r\n", at);
     std::string_view line = text.substr(at, end == std::string_view::npos ? std::string_view::npos : end - at);
     if (line.empty()) break;  // the end of the main section
-    if (line[0] == ' ' && !lines.empty()) lines.back() += line.substr(1);
-    else lines.emplace_back(line);
+    if (line[0] == ' ' && !lines.empty())
+      lines.back() += line.substr(1);
+    else
+      lines.emplace_back(line);
     if (end == std::string_view::npos) break;
     at = end + (text[end] == '\r' && end + 1 < text.size() && text[end + 1] == '\n' ? 2 : 1);
   }

@@ -1,15 +1,15 @@
 #include "launcher_copy.h"
 
-#include "embed/embed.h"
 #include "base/fs.h"
 #include "base/path.h"
 #include "elf_strip.h"
+#include "embed/embed.h"
 #include "platform/platform.h"
 
 namespace bwk::bundle {
 
-std::optional<PreparedLauncher> prepareLauncher(const std::string& path, const std::optional<std::string>& configuration,
-                                                std::string* error) {
+std::optional<PreparedLauncher> prepareLauncher(const std::string& path,
+                                                const std::optional<std::string>& configuration, std::string* error) {
   std::optional<std::string> contents = fs::readFile(path);
   if (!contents) {
     *error = path + ": cannot be read";
@@ -37,8 +37,8 @@ std::optional<PreparedLauncher> prepareLauncher(const std::string& path, const s
 
   embed::Bytes region = embed::makeRegion(
       std::span<const uint8_t>(reinterpret_cast<const uint8_t*>(configuration->data()), configuration->size()));
-  embed::Outcome outcome =
-      format == embed::Format::Elf ? embed::embedInElf(prepared.bytes, region) : embed::embedInMachO(prepared.bytes, region);
+  embed::Outcome outcome = format == embed::Format::Elf ? embed::embedInElf(prepared.bytes, region)
+                                                        : embed::embedInMachO(prepared.bytes, region);
   if (!outcome.file) {
     *error = path + ": the configuration cannot be embedded: " + outcome.error;
     return std::nullopt;

@@ -16,8 +16,8 @@ struct PreparedLauncher {
 // Reads the launcher at `path`; an ELF file is stripped (a Mach-O file carries no debugging
 // information of its own and is taken as it is); with `configuration` (property-list bytes),
 // the configuration is embedded. Absent, with the reason, on failure.
-std::optional<PreparedLauncher> prepareLauncher(const std::string& path, const std::optional<std::string>& configuration,
-                                                std::string* error);
+std::optional<PreparedLauncher> prepareLauncher(const std::string& path,
+                                                const std::optional<std::string>& configuration, std::string* error);
 
 // The launcher beside this program ("brackwood-launcher" in the same directory).
 std::optional<std::string> defaultLauncherPath();

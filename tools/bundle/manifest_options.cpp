@@ -18,18 +18,21 @@ ManifestOptions manifestOptions(const JarManifest& manifest, const std::optional
       std::vector<std::string> parts = text::split(text::trimHorizontal(word), "/");
       if (parts.size() != 2 || parts[0].empty() || parts[1].empty()) continue;
       if (modules && !modules->count(parts[0])) {
-        result.notes.push_back(std::string(attribute) + " " + parts[0] + "/" + parts[1] + " left out: the runtime has no module " +
-                               parts[0]);
+        result.notes.push_back(std::string(attribute) + " " + parts[0] + "/" + parts[1] +
+                               " left out: the runtime has no module " + parts[0]);
         continue;
       }
       result.options.push_back(option + parts[0] + "/" + parts[1] + "=ALL-UNNAMED");
     }
   }
   if (std::optional<std::string> access = manifest.value("Enable-Native-Access")) {
-    if (*access == "ALL-UNNAMED") result.nativeAccess = true;
-    else result.notes.push_back("Enable-Native-Access '" + *access + "' left out: only ALL-UNNAMED is accepted");
+    if (*access == "ALL-UNNAMED")
+      result.nativeAccess = true;
+    else
+      result.notes.push_back("Enable-Native-Access '" + *access + "' left out: only ALL-UNNAMED is accepted");
   }
-  if (std::optional<std::string> agent = manifest.value("Launcher-Agent-Class")) result.agentClass = text::trimHorizontal(*agent);
+  if (std::optional<std::string> agent = manifest.value("Launcher-Agent-Class"))
+    result.agentClass = text::trimHorizontal(*agent);
   return result;
 }
 

@@ -48,9 +48,10 @@ std::optional<int> featureRelease(const std::string& version) {
 }
 
 std::optional<std::set<std::string>> printedModuleDeps(const std::string& jdeps, int feature,
-                                                        const std::vector<std::string>& items, std::string* error) {
-  std::optional<std::string> out = runJdeps(
-      jdeps, {"--print-module-deps", "--ignore-missing-deps", "--multi-release", std::to_string(feature)}, items, error);
+                                                       const std::vector<std::string>& items, std::string* error) {
+  std::optional<std::string> out =
+      runJdeps(jdeps, {"--print-module-deps", "--ignore-missing-deps", "--multi-release", std::to_string(feature)},
+               items, error);
   if (!out) return std::nullopt;
   std::set<std::string> modules;
   // The list is the last line; warnings may come before it.
@@ -74,18 +75,21 @@ std::map<std::string, std::string> parseClassUses(const std::string& output) {
       if (!word.empty()) words.push_back(word);
     if (words.size() < 4 || words[1] != "->") continue;
     std::string module = words.back();
-    if (module.size() > 2 && module.front() == '(' && module.back() == ')') module = module.substr(1, module.size() - 2);
+    if (module.size() > 2 && module.front() == '(' && module.back() == ')')
+      module = module.substr(1, module.size() - 2);
     // Other entries of the class path show as their file names, classes not found as "not found".
-    if (!isModuleName(module) || module == "found" || text::endsWith(module, ".jar") || text::endsWith(module, ".zip")) continue;
+    if (!isModuleName(module) || module == "found" || text::endsWith(module, ".jar") || text::endsWith(module, ".zip"))
+      continue;
     uses.emplace(module, words[0] + " uses " + words[2]);
   }
   return uses;
 }
 
 std::optional<std::map<std::string, std::string>> moduleUses(const std::string& jdeps, int feature,
-                                                               const std::vector<std::string>& items, std::string* error) {
-  std::optional<std::string> out =
-      runJdeps(jdeps, {"-verbose:class", "--ignore-missing-deps", "--multi-release", std::to_string(feature)}, items, error);
+                                                             const std::vector<std::string>& items,
+                                                             std::string* error) {
+  std::optional<std::string> out = runJdeps(
+      jdeps, {"-verbose:class", "--ignore-missing-deps", "--multi-release", std::to_string(feature)}, items, error);
   if (!out) return std::nullopt;
   return parseClassUses(*out);
 }

@@ -15,12 +15,12 @@ std::optional<int> featureRelease(const std::string& version);
 // (jars and class directories): the modules they need, their requirements left to jlink.
 // Absent, with jdeps's own words, when it fails.
 std::optional<std::set<std::string>> printedModuleDeps(const std::string& jdeps, int feature,
-                                                        const std::vector<std::string>& items, std::string* error);
+                                                       const std::vector<std::string>& items, std::string* error);
 
 // Every module of the JDK running jdeps that a class of `items` uses, each with one use
 // ("com.example.Main uses javax.swing.JFrame").
 std::optional<std::map<std::string, std::string>> moduleUses(const std::string& jdeps, int feature,
-                                                               const std::vector<std::string>& items, std::string* error);
+                                                             const std::vector<std::string>& items, std::string* error);
 
 // The module names in the output of `jdeps -verbose:class`: a dependence's last column is its
 // module, or "JDK internal API (module)".

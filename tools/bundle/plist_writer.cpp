@@ -14,10 +14,14 @@ std::string escapeXml(const std::string& text) {
     auto byte = static_cast<unsigned char>(c);
     if (byte < 0x20 && c != '\t' && c != '\n' && c != '\r')
       throw std::invalid_argument("a control character cannot be written into a property list");
-    if (c == '&') out += "&amp;";
-    else if (c == '<') out += "&lt;";
-    else if (c == '>') out += "&gt;";
-    else out += c;
+    if (c == '&')
+      out += "&amp;";
+    else if (c == '<')
+      out += "&lt;";
+    else if (c == '>')
+      out += "&gt;";
+    else
+      out += c;
   }
   return out;
 }
@@ -41,7 +45,9 @@ void writeValue(const PlistValue& value, int depth, std::string& out) {
   std::string indent(static_cast<size_t>(depth) * 2, ' ');
   switch (value.type()) {
     case PlistValue::Type::String: out += indent + "<string>" + escapeXml(*value.asString()) + "</string>\n"; break;
-    case PlistValue::Type::Integer: out += indent + "<integer>" + std::to_string(*value.asInteger()) + "</integer>\n"; break;
+    case PlistValue::Type::Integer:
+      out += indent + "<integer>" + std::to_string(*value.asInteger()) + "</integer>\n";
+      break;
     case PlistValue::Type::Real: {
       char text[64];
       std::snprintf(text, sizeof text, "%.17g", *value.asReal());

@@ -16,10 +16,10 @@ namespace {
 
 // Providers found through ServiceLoader, which no class names, so jdeps never sees them.
 constexpr const char* kServiceModules[] = {
-    "jdk.crypto.ec",    // elliptic-curve keys: most TLS servers' handshakes fail without it
-    "jdk.localedata",   // every locale but English: dates, numbers and collation in the user's language
-    "jdk.charsets",     // the encodings beyond the standard six (Windows code pages, Shift_JIS, GB18030)
-    "jdk.zipfs",        // FileSystems.newFileSystem over a jar or zip file
+    "jdk.crypto.ec",   // elliptic-curve keys: most TLS servers' handshakes fail without it
+    "jdk.localedata",  // every locale but English: dates, numbers and collation in the user's language
+    "jdk.charsets",    // the encodings beyond the standard six (Windows code pages, Shift_JIS, GB18030)
+    "jdk.zipfs",       // FileSystems.newFileSystem over a jar or zip file
 };
 
 // Values of an option given as "--opt value" or "--opt=value".
@@ -27,8 +27,10 @@ std::vector<std::string> optionValues(const std::vector<std::string>& options, c
   std::vector<std::string> values;
   for (size_t i = 0; i < options.size(); ++i)
     for (const std::string& name : names) {
-      if (options[i] == name && i + 1 < options.size()) values.push_back(options[++i]);
-      else if (text::startsWith(options[i], name + "=")) values.push_back(options[i].substr(name.size() + 1));
+      if (options[i] == name && i + 1 < options.size())
+        values.push_back(options[++i]);
+      else if (text::startsWith(options[i], name + "="))
+        values.push_back(options[i].substr(name.size() + 1));
     }
   return values;
 }
@@ -38,10 +40,14 @@ std::vector<std::string> pathEntries(const std::string& list) {
   std::vector<std::string> entries{""};
   int depth = 0;
   for (size_t i = 0; i < list.size(); ++i) {
-    if (list.compare(i, 2, "${") == 0) ++depth;
-    else if (list[i] == '}' && depth > 0) --depth;
-    if (list[i] == ':' && depth == 0) entries.emplace_back();
-    else entries.back() += list[i];
+    if (list.compare(i, 2, "${") == 0)
+      ++depth;
+    else if (list[i] == '}' && depth > 0)
+      --depth;
+    if (list[i] == ':' && depth == 0)
+      entries.emplace_back();
+    else
+      entries.back() += list[i];
   }
   return entries;
 }
@@ -91,7 +97,8 @@ LinkedRuntime linkRuntime(const LinkInput& input, const std::string& output) {
   std::string home = runtimeHomeOf(input.jdk);
   int feature = *featureRelease(input.jdk.version);
   std::string error;
-  std::optional<std::set<std::string>> used = printedModuleDeps(program(input.jdk, "jdeps"), feature, input.classes, &error);
+  std::optional<std::set<std::string>> used =
+      printedModuleDeps(program(input.jdk, "jdeps"), feature, input.classes, &error);
   if (!used) throw failure("the modules the application uses are not known: " + error);
 
   std::optional<std::set<std::string>> available = runtimeModules(home);
@@ -102,35 +109,49 @@ LinkedRuntime linkRuntime(const LinkInput& input, const std::string& output) {
     if (available) roots.insert(available->begin(), available->end());
   };
   for (const std::string& name : modulesInOptions(input.javaOptions).modules) {
-    if (name == "ALL-SYSTEM" || name == "ALL-DEFAULT") addAll();
-    else if (isPseudoModule(name)) continue;
-    else if (has(name)) roots.insert(name);
-    else linked.notes.push_back(name + ", which the runtime options name, is no module of " + input.jdk.directory + ": left out");
+    if (name == "ALL-SYSTEM" || name == "ALL-DEFAULT")
+      addAll();
+    else if (isPseudoModule(name))
+      continue;
+    else if (has(name))
+      roots.insert(name);
+    else
+      linked.notes.push_back(name + ", which the runtime options name, is no module of " + input.jdk.directory +
+                             ": left out");
   }
   for (const char* name : kServiceModules)
     if (has(name)) roots.insert(name);
   for (const std::string& list : input.addedModules)
     for (const std::string& name : text::split(list, ",")) {
-      if (name == "ALL-SYSTEM" || name == "ALL-DEFAULT") addAll();
+      if (name == "ALL-SYSTEM" || name == "ALL-DEFAULT")
+        addAll();
       else if (name.empty() || isPseudoModule(name) || !has(name))
         throw usageError("--add-modules: '" + name + "' is no module of " + input.jdk.directory);
-      else roots.insert(name);
+      else
+        roots.insert(name);
     }
   if (available)
     for (auto it = roots.begin(); it != roots.end();) it = available->count(*it) ? std::next(it) : roots.erase(it);
   linked.modules.assign(roots.begin(), roots.end());
 
   std::string jlink = program(input.jdk, "jlink");
-  std::vector<std::string> arguments{"--add-modules", text::join(linked.modules, ","), "--strip-debug",
-                                     "--no-header-files", "--no-man-pages", "--output", output};
+  std::vector<std::string> arguments{"--add-modules",
+                                     text::join(linked.modules, ","),
+                                     "--strip-debug",
+                                     "--no-header-files",
+                                     "--no-man-pages",
+                                     "--output",
+                                     output};
   // A JDK without jmods/ links from its own image (a linkable runtime, from release 24).
-  if (fs::isDirectory(path::append(home, "jmods"))) arguments.insert(arguments.begin(), {"--module-path", path::append(home, "jmods")});
+  if (fs::isDirectory(path::append(home, "jmods")))
+    arguments.insert(arguments.begin(), {"--module-path", path::append(home, "jmods")});
   if (input.compressClasses) arguments.push_back(feature >= 21 ? "--compress=zip-6" : "--compress=2");
   if (hasPlugin(jlink, "--generate-cds-archive")) arguments.push_back("--generate-cds-archive");
   std::optional<ProgramOutput> ran = runProgram(jlink, arguments, &error);
   if (!ran) throw failure(error);
   if (ran->status != 0)
-    throw failure("jlink ended with status " + std::to_string(ran->status) + ": " + (ran->err.empty() ? ran->out : ran->err));
+    throw failure("jlink ended with status " + std::to_string(ran->status) + ": " +
+                  (ran->err.empty() ? ran->out : ran->err));
   std::optional<ShippedRuntime> runtime = inspectRuntime(output, &error);
   if (!runtime) throw failure("jlink's image: " + error);
   linked.runtime = *runtime;

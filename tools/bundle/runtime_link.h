@@ -27,9 +27,9 @@ NamedModules modulesInOptions(const std::vector<std::string>& options);
 
 struct LinkInput {
   ShippedRuntime jdk;
-  std::vector<std::string> classes;        // jars and class directories of the application
-  std::vector<std::string> javaOptions;    // the configuration's runtime options
-  std::vector<std::string> addedModules;   // --add-modules of create, "M,N" each
+  std::vector<std::string> classes;       // jars and class directories of the application
+  std::vector<std::string> javaOptions;   // the configuration's runtime options
+  std::vector<std::string> addedModules;  // --add-modules of create, "M,N" each
   // Compress the classes in the image (a runtime shipped as a directory); an archive's gzip
   // compresses them better left as they are.
   bool compressClasses = false;

@@ -39,8 +39,9 @@ std::optional<ShippedRuntime> inspectRuntime(const std::string& directory, std::
   }
   std::optional<AcceptedVersion> accepted = checkJavaVersion(opened.get(), std::nullopt, std::nullopt, true, false);
   if (!accepted) {
-    *error = directory + ": not a Java runtime the launcher can use: it has neither a Contents/Info.plist naming "
-                         "JavaVM/JVMVersion nor a 'release' file with JAVA_VERSION";
+    *error = directory +
+             ": not a Java runtime the launcher can use: it has neither a Contents/Info.plist naming "
+             "JavaVM/JVMVersion nor a 'release' file with JAVA_VERSION";
     return std::nullopt;
   }
   bool hasLibrary = false;
@@ -61,25 +62,29 @@ bool copyTree(const std::string& from, const std::string& to, std::vector<std::s
   }
   // Directories get their own modes once everything inside them is written.
   std::vector<std::pair<std::string, mode_t>> directoryModes;
-  TreeWalk walk = walkRuntimeTree(from, [&](const TreeEntry& entry, std::string& reason) {
-    std::string target = path::append(to, entry.relative);
-    bool ok = true;
-    switch (entry.kind) {
-      case TreeEntry::Kind::Directory:
-        ok = ::mkdir(target.c_str(), 0700) == 0;
-        directoryModes.emplace_back(target, directoryMode(entry.mode));
-        break;
-      case TreeEntry::Kind::Link: ok = ::symlink(entry.linkTarget.c_str(), target.c_str()) == 0; break;
-      case TreeEntry::Kind::File: {
-        std::error_code ec;
-        ok = std::filesystem::copy_file(entry.source, target, ec) && ::chmod(target.c_str(), fileMode(entry.mode)) == 0;
-        if (ec) errno = ec.value();
-        break;
-      }
-    }
-    if (!ok) reason = target + ": " + std::strerror(errno);
-    return ok;
-  }, leaveOut);
+  TreeWalk walk = walkRuntimeTree(
+      from,
+      [&](const TreeEntry& entry, std::string& reason) {
+        std::string target = path::append(to, entry.relative);
+        bool ok = true;
+        switch (entry.kind) {
+          case TreeEntry::Kind::Directory:
+            ok = ::mkdir(target.c_str(), 0700) == 0;
+            directoryModes.emplace_back(target, directoryMode(entry.mode));
+            break;
+          case TreeEntry::Kind::Link: ok = ::symlink(entry.linkTarget.c_str(), target.c_str()) == 0; break;
+          case TreeEntry::Kind::File: {
+            std::error_code ec;
+            ok = std::filesystem::copy_file(entry.source, target, ec) &&
+                 ::chmod(target.c_str(), fileMode(entry.mode)) == 0;
+            if (ec) errno = ec.value();
+            break;
+          }
+        }
+        if (!ok) reason = target + ": " + std::strerror(errno);
+        return ok;
+      },
+      leaveOut);
   for (auto it = directoryModes.rbegin(); it != directoryModes.rend(); ++it) ::chmod(it->first.c_str(), it->second);
   warnings.insert(warnings.end(), walk.warnings.begin(), walk.warnings.end());
   if (!walk.error.empty()) *error = walk.error;
@@ -101,22 +106,28 @@ std::optional<uint64_t> packRuntime(const ShippedRuntime& runtime, const std::st
   }
   // The launcher creates a regular file only where its directory exists: every directory
   // comes before what it holds, the layout's own ones first.
-  bool ok = runtime.bundleShaped || (writer.addDirectory("Contents", 0755, 0) && writer.addDirectory("Contents/Home", 0755, 0));
+  bool ok = runtime.bundleShaped ||
+            (writer.addDirectory("Contents", 0755, 0) && writer.addDirectory("Contents/Home", 0755, 0));
   TreeWalk walk;
   if (ok) {
-    walk = walkRuntimeTree(runtime.directory, [&](const TreeEntry& entry, std::string& reason) {
-      std::string name = shippedName(runtime, entry.relative);
-      bool written = false;
-      switch (entry.kind) {
-        case TreeEntry::Kind::Directory: written = writer.addDirectory(name, directoryMode(entry.mode), entry.mtime); break;
-        case TreeEntry::Kind::Link: written = writer.addSymlink(name, entry.linkTarget, entry.mtime); break;
-        case TreeEntry::Kind::File:
-          written = writer.addFile(name, entry.source, entry.size, fileMode(entry.mode), entry.mtime);
-          break;
-      }
-      if (!written) reason = writer.error();
-      return written;
-    }, runtime.leftOut);
+    walk = walkRuntimeTree(
+        runtime.directory,
+        [&](const TreeEntry& entry, std::string& reason) {
+          std::string name = shippedName(runtime, entry.relative);
+          bool written = false;
+          switch (entry.kind) {
+            case TreeEntry::Kind::Directory:
+              written = writer.addDirectory(name, directoryMode(entry.mode), entry.mtime);
+              break;
+            case TreeEntry::Kind::Link: written = writer.addSymlink(name, entry.linkTarget, entry.mtime); break;
+            case TreeEntry::Kind::File:
+              written = writer.addFile(name, entry.source, entry.size, fileMode(entry.mode), entry.mtime);
+              break;
+          }
+          if (!written) reason = writer.error();
+          return written;
+        },
+        runtime.leftOut);
     warnings.insert(warnings.end(), walk.warnings.begin(), walk.warnings.end());
     ok = walk.error.empty();
   }

@@ -30,8 +30,8 @@ bool copyTree(const std::string& from, const std::string& to, std::vector<std::s
               const std::set<std::string>& leaveOut = {});
 
 // Copies the runtime to `bundleDirectory` (which must not exist yet).
-bool copyRuntime(const ShippedRuntime& runtime, const std::string& bundleDirectory,
-                 std::vector<std::string>& warnings, std::string* error);
+bool copyRuntime(const ShippedRuntime& runtime, const std::string& bundleDirectory, std::vector<std::string>& warnings,
+                 std::string* error);
 
 // Packs the runtime into a new gzip-compressed tar archive; gives the length of its
 // uncompressed tar stream.

@@ -78,8 +78,14 @@ class Walker {
   }
 
   // A directory or a file at `source` (links already followed).
-  bool entry(const std::string& source, const std::string& entryPath, const struct stat& st, std::vector<std::string>& chain) {
-    TreeEntry e{TreeEntry::Kind::File, entryPath, source, "", static_cast<mode_t>(st.st_mode & 07777), st.st_mtime,
+  bool entry(const std::string& source, const std::string& entryPath, const struct stat& st,
+             std::vector<std::string>& chain) {
+    TreeEntry e{TreeEntry::Kind::File,
+                entryPath,
+                source,
+                "",
+                static_cast<mode_t>(st.st_mode & 07777),
+                st.st_mtime,
                 static_cast<uint64_t>(st.st_size)};
     if (S_ISDIR(st.st_mode)) {
       std::optional<std::string> real = realPath(source);
@@ -112,8 +118,13 @@ class Walker {
       // The link's own directory, as a real path below the root, decides the relative target.
       std::optional<std::string> linkDirectory = realPath(path::parent(source));
       if (linkDirectory && inside(*linkDirectory, rootReal_)) {
-        TreeEntry e{TreeEntry::Kind::Link, entryPath, source,
-                    relativeTo(linkDirectory->substr(rootReal_.size()), real->substr(rootReal_.size())), 0777, 0, 0};
+        TreeEntry e{TreeEntry::Kind::Link,
+                    entryPath,
+                    source,
+                    relativeTo(linkDirectory->substr(rootReal_.size()), real->substr(rootReal_.size())),
+                    0777,
+                    0,
+                    0};
         struct stat st {};
         if (::lstat(source.c_str(), &st) == 0) e.mtime = st.st_mtime;
         return emit(e);

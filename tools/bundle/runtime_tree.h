@@ -21,7 +21,7 @@ struct TreeEntry {
   std::string linkTarget;  // a link's target, relative to the link's directory
   mode_t mode = 0;         // permission bits
   int64_t mtime = 0;
-  uint64_t size = 0;       // a file's length
+  uint64_t size = 0;  // a file's length
 };
 
 struct TreeWalk {

@@ -9,7 +9,8 @@ namespace bwk::bundle {
 namespace {
 
 // Directories end in "/"; lib/src.zip is where Debian's JDK has its (often broken) link.
-constexpr const char* kUnneeded[] = {"jmods/", "src.zip", "lib/src.zip", "include/", "man/", "demo/", "sample/", "docs/"};
+constexpr const char* kUnneeded[] = {"jmods/", "src.zip", "lib/src.zip", "include/",
+                                     "man/",   "demo/",   "sample/",     "docs/"};
 
 }  // namespace
 
@@ -28,10 +29,13 @@ std::vector<std::string> leaveOutUnneeded(ShippedRuntime& runtime) {
 
 uint64_t shippedSize(const ShippedRuntime& runtime) {
   uint64_t total = 0;
-  walkRuntimeTree(runtime.directory, [&](const TreeEntry& entry, std::string&) {
-    if (entry.kind == TreeEntry::Kind::File) total += entry.size;
-    return true;
-  }, runtime.leftOut);
+  walkRuntimeTree(
+      runtime.directory,
+      [&](const TreeEntry& entry, std::string&) {
+        if (entry.kind == TreeEntry::Kind::File) total += entry.size;
+        return true;
+      },
+      runtime.leftOut);
   return total;
 }
 

@@ -55,7 +55,8 @@ bool TarGzWriter::open(const std::string& path) {
 }
 
 bool TarGzWriter::output(const void* data, size_t length) {
-  if (length > 0 && std::fwrite(data, 1, length, file_) != length) return fail(std::string("writing: ") + std::strerror(errno));
+  if (length > 0 && std::fwrite(data, 1, length, file_) != length)
+    return fail(std::string("writing: ") + std::strerror(errno));
   fileLength_ += length;
   return true;
 }
@@ -111,14 +112,14 @@ bool TarGzWriter::longEntry(char type, const std::string& text) {
 
 bool TarGzWriter::header(const std::string& name, char type, uint64_t size, uint32_t mode, int64_t mtime,
                          const std::string& link) {
-  if (!text::isValidUtf8(name) || !text::isValidUtf8(link))
-    return fail(name + ": the launcher reads only UTF-8 names");
+  if (!text::isValidUtf8(name) || !text::isValidUtf8(link)) return fail(name + ": the launcher reads only UTF-8 names");
   if (name.size() > kNameField && !longEntry('L', name)) return false;
   if (link.size() > kNameField && !longEntry('K', link)) return false;
   char block[kBlock] = {};
   std::memcpy(block, name.data(), std::min(name.size(), kNameField));
   bool fits = putOctal(block + 100, 8, mode & 07777) && putOctal(block + 108, 8, 0) && putOctal(block + 116, 8, 0) &&
-              putOctal(block + 124, 12, size) && putOctal(block + 136, 12, static_cast<uint64_t>(std::max<int64_t>(mtime, 0)));
+              putOctal(block + 124, 12, size) &&
+              putOctal(block + 136, 12, static_cast<uint64_t>(std::max<int64_t>(mtime, 0)));
   if (!fits) return fail(name + ": too large for a tar header");
   block[156] = type;
   std::memcpy(block + 157, link.data(), std::min(link.size(), kNameField));

@@ -53,8 +53,8 @@ class TarGzWriter {
   std::FILE* file_ = nullptr;
   z_stream deflate_{};
   bool deflating_ = false;
-  uint32_t inMember_ = 0;       // tar bytes in the member being written
-  uint64_t memberStart_ = 0;    // file offset where it began
+  uint32_t inMember_ = 0;     // tar bytes in the member being written
+  uint64_t memberStart_ = 0;  // file offset where it began
   uint64_t fileLength_ = 0;
   std::vector<std::pair<uint32_t, uint32_t>> members_;  // compressed and tar length of each
   std::vector<unsigned char> out_;

@@ -86,7 +86,8 @@ bool findDirectory(const File& file, uint64_t fileSize, Directory& directory, st
           u32(record.data()) != kZip64LocatorSignature)
         return fail(error, "a zip64 archive without its locator");
       uint64_t zip64End = u64(record.data() + 8);
-      if (zip64End > fileSize || !file.read(zip64End, record, kZip64EndSize) || u32(record.data()) != kZip64EndSignature)
+      if (zip64End > fileSize || !file.read(zip64End, record, kZip64EndSize) ||
+          u32(record.data()) != kZip64EndSignature)
         return fail(error, "a zip64 archive without its end record");
       directory.count = u64(record.data() + 32);
       directory.size = u64(record.data() + 40);
@@ -133,8 +134,8 @@ std::optional<std::vector<CentralEntry>> centralEntries(const File& file, std::s
       fail(error, "its central directory is damaged");
       return std::nullopt;
     }
-    entries.push_back({std::string(reinterpret_cast<const char*>(record + kEntrySize), nameLength), u16(record + 10), u32(record + 20),
-                       u32(record + 24), u32(record + 42)});
+    entries.push_back({std::string(reinterpret_cast<const char*>(record + kEntrySize), nameLength), u16(record + 10),
+                       u32(record + 20), u32(record + 24), u32(record + 42)});
     at += kEntrySize + rest;
   }
   return entries;
@@ -198,7 +199,8 @@ std::optional<std::vector<std::string>> zipEntryNames(const std::string& path, s
   return names;
 }
 
-std::optional<std::optional<std::string>> zipEntryContent(const std::string& path, const std::string& name, std::string* error) {
+std::optional<std::optional<std::string>> zipEntryContent(const std::string& path, const std::string& name,
+                                                          std::string* error) {
   File file(path);
   if (!file.ok()) {
     fail(error, std::strerror(errno));

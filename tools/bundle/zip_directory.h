@@ -11,6 +11,7 @@ std::optional<std::vector<std::string>> zipEntryNames(const std::string& path, s
 
 // The content of the entry `name` (stored or deflated): absent, with the reason, when the file
 // or the entry cannot be read; an absent inner value when the archive has no such entry.
-std::optional<std::optional<std::string>> zipEntryContent(const std::string& path, const std::string& name, std::string* error);
+std::optional<std::optional<std::string>> zipEntryContent(const std::string& path, const std::string& name,
+                                                          std::string* error);
 
 }  // namespace bwk::bundle

@@ -105,14 +105,17 @@ Outcome embedInElf(std::span<const uint8_t> file, std::span<const uint8_t> regio
   sections[layout->namesIndex].offset = out.size();
   sections[layout->namesIndex].size = names.size();
   out.insert(out.end(), names.begin(), names.end());
-  if (existing) sections[*existing] = note;
-  else sections.push_back(note);
+  if (existing)
+    sections[*existing] = note;
+  else
+    sections.push_back(note);
   if (extendedCount) sections[0].size = sections.size();
 
   padTo(out, 8);
   uint64_t tableOffset = out.size();
   out.resize(out.size() + sections.size() * elf::kSectionHeaderSize);
-  for (size_t i = 0; i < sections.size(); ++i) putSection(out.data() + tableOffset + i * elf::kSectionHeaderSize, sections[i]);
+  for (size_t i = 0; i < sections.size(); ++i)
+    putSection(out.data() + tableOffset + i * elf::kSectionHeaderSize, sections[i]);
 
   elf::putLe64(out.data() + 40, tableOffset);
   if (!extendedCount) elf::putLe16(out.data() + 60, static_cast<uint16_t>(sections.size()));

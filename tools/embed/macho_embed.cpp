@@ -6,8 +6,8 @@
 #include <cstring>
 
 #include "embed.h"
-#include "platform/macho_note.h"
 #include "platform/elf_note.h"
+#include "platform/macho_note.h"
 
 namespace bwk::embed {
 

@@ -130,7 +130,8 @@ int embed(const std::string& launcher, const std::string& configuration, const s
     case bwk::embed::Format::Unknown: return fail(launcher + ": " + reason);
   }
   if (!outcome.file) return fail(launcher + ": " + outcome.error);
-  for (const std::string& warning : outcome.warnings) std::fprintf(stderr, "brackwood-embed: warning: %s\n", warning.c_str());
+  for (const std::string& warning : outcome.warnings)
+    std::fprintf(stderr, "brackwood-embed: warning: %s\n", warning.c_str());
   if (!writeExecutable(output, *outcome.file, error)) return fail(error);
   if (format == bwk::embed::Format::Elf) return 0;
   return bwk::embed::signAgain(output, sign) ? 0 : 1;
@@ -149,6 +150,7 @@ int usage() {
 int main(int argc, char** argv) {
   if (argc == 3 && std::strcmp(argv[1], "--print") == 0) return print(argv[2]);
   if (argc == 4 && argv[1][0] != '-') return embed(argv[1], argv[2], argv[3], true);
-  if (argc == 5 && std::strcmp(argv[1], "--no-sign") == 0 && argv[2][0] != '-') return embed(argv[2], argv[3], argv[4], false);
+  if (argc == 5 && std::strcmp(argv[1], "--no-sign") == 0 && argv[2][0] != '-')
+    return embed(argv[2], argv[3], argv[4], false);
   return usage();
 }

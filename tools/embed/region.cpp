@@ -2,8 +2,8 @@
 #include <cstring>
 
 #include "embed.h"
-#include "platform/macho_note.h"
 #include "platform/elf_note.h"
+#include "platform/macho_note.h"
 
 namespace bwk::embed {
 
@@ -15,7 +15,11 @@ Bytes makeRegion(std::span<const uint8_t> propertyList) {
 }
 
 Format detectFormat(std::span<const uint8_t> file, std::string* reason) {
-  if (file.size() >= 64 && std::memcmp(file.data(), "\x7f" "ELF", 4) == 0) return Format::Elf;
+  if (file.size() >= 64 && std::memcmp(file.data(),
+                                       "\x7f"
+                                       "ELF",
+                                       4) == 0)
+    return Format::Elf;
   if (file.size() >= macho::kHeaderSize) {
     uint32_t magic = elf::le32(file.data());
     if (magic == macho::kMagic64) return Format::MachO;

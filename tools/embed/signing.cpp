@@ -53,18 +53,21 @@ std::optional<int> runAndWait(const std::string& program, const std::vector<std:
 bool signAgain(const std::string& output, bool sign) {
   std::optional<std::string> codesign = sign ? findOnPath("codesign") : std::nullopt;
   if (!codesign) {
-    std::fprintf(stderr, "brackwood-embed: %s is not signed: sign it before it runs on a Mac (codesign --force -s - %s, or with your identity)\n",
-                 output.c_str(), output.c_str());
+    std::fprintf(
+        stderr,
+        "brackwood-embed: %s is not signed: sign it before it runs on a Mac (codesign --force -s - %s, or with your identity)\n",
+        output.c_str(), output.c_str());
     return true;
   }
   std::optional<int> status = runAndWait(*codesign, {"--force", "-s", "-", output});
   if (status != 0) {
     std::string failure = status ? "ended with status " + std::to_string(*status) : "could not be started";
-    std::fprintf(stderr, "brackwood-embed: %s %s: %s is not signed: sign it before it runs on a Mac\n", codesign->c_str(),
-                 failure.c_str(), output.c_str());
+    std::fprintf(stderr, "brackwood-embed: %s %s: %s is not signed: sign it before it runs on a Mac\n",
+                 codesign->c_str(), failure.c_str(), output.c_str());
     return false;
   }
-  std::fprintf(stderr, "brackwood-embed: %s is signed ad hoc; sign it with your identity to distribute it\n", output.c_str());
+  std::fprintf(stderr, "brackwood-embed: %s is signed ad hoc; sign it with your identity to distribute it\n",
+               output.c_str());
   return true;
 }
 

@@ -4,8 +4,8 @@
 #include <cstring>
 
 #include "embed.h"
-#include "platform/macho_note.h"
 #include "platform/elf_note.h"
+#include "platform/macho_note.h"
 
 namespace bwk::embed {
 
@@ -83,7 +83,9 @@ std::optional<Universal> readUniversal(std::span<const uint8_t> file, std::strin
   return u;
 }
 
-bool isMachO64(std::span<const uint8_t> slice) { return slice.size() >= 4 && elf::le32(slice.data()) == macho::kMagic64; }
+bool isMachO64(std::span<const uint8_t> slice) {
+  return slice.size() >= 4 && elf::le32(slice.data()) == macho::kMagic64;
+}
 
 std::span<const uint8_t> contents(std::span<const uint8_t> file, const Slice& s) {
   return file.subspan(static_cast<size_t>(s.offset), static_cast<size_t>(s.size));
@@ -121,7 +123,8 @@ Outcome embedInUniversal(std::span<const uint8_t> file, std::span<const uint8_t>
       outcome.error = "the " + architectureName(s) + " slice: " + one.error;
       return outcome;
     }
-    for (const std::string& warning : one.warnings) outcome.warnings.push_back("the " + architectureName(s) + " slice: " + warning);
+    for (const std::string& warning : one.warnings)
+      outcome.warnings.push_back("the " + architectureName(s) + " slice: " + warning);
     slices.push_back(std::move(*one.file));
   }
 

@@ -192,7 +192,8 @@ void* loadIcnsPixbuf(const gtk::Api& gtk, const std::string& path) {
   if (png.empty()) return nullptr;
   void* loader = gtk.gdk_pixbuf_loader_new();
   void* pixbuf = nullptr;
-  bool written = gtk.gdk_pixbuf_loader_write(loader, reinterpret_cast<const unsigned char*>(png.data()), png.size(), nullptr);
+  bool written =
+      gtk.gdk_pixbuf_loader_write(loader, reinterpret_cast<const unsigned char*>(png.data()), png.size(), nullptr);
   // close must be called in every case; a failed write makes it fail too.
   bool closed = gtk.gdk_pixbuf_loader_close(loader, nullptr);
   if (written && closed) pixbuf = gtk.gdk_pixbuf_loader_get_pixbuf(loader);

@@ -239,8 +239,8 @@ void CocoaProgressWindow::beginLaunch() {
 
 void CocoaProgressWindow::closeAfter(double seconds) {
   BWKAppDelegate* owner = owner_;
-  dispatch_after(dispatch_time(DISPATCH_TIME_NOW, static_cast<int64_t>(seconds * NSEC_PER_SEC)), dispatch_get_main_queue(),
-                 ^{
+  dispatch_after(dispatch_time(DISPATCH_TIME_NOW, static_cast<int64_t>(seconds * NSEC_PER_SEC)),
+                 dispatch_get_main_queue(), ^{
                    [[owner window] close];
                  });
 }

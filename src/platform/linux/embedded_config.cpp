@@ -6,8 +6,8 @@
 
 #include <vector>
 
-#include "platform/embedded_config.h"
 #include "platform/elf_note.h"
+#include "platform/embedded_config.h"
 
 namespace bwk::platform {
 

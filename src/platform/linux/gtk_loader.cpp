@@ -30,11 +30,11 @@ Loaded loadOnce() {
   }
   // A lookup through the handle also searches GTK's dependencies (GDK, GLib, GObject,
   // gdk-pixbuf), so one handle serves the whole table.
-#define BWK_GTK_LOOKUP(name, ret, params)                                       \
-  loaded.api.name = reinterpret_cast<ret(*) params>(::dlsym(handle, #name));   \
-  if (!loaded.api.name) {                                                       \
-    loaded.error = "missing GTK function " #name;                              \
-    return loaded;                                                              \
+#define BWK_GTK_LOOKUP(name, ret, params)                                    \
+  loaded.api.name = reinterpret_cast<ret(*) params>(::dlsym(handle, #name)); \
+  if (!loaded.api.name) {                                                    \
+    loaded.error = "missing GTK function " #name;                            \
+    return loaded;                                                           \
   }
   BWK_GTK_FUNCTIONS(BWK_GTK_LOOKUP)
 #undef BWK_GTK_LOOKUP

@@ -59,7 +59,8 @@ pid_t startNoticeProcess(const std::string& executable, const NoticeText& notice
   posix_spawnattr_t attributes;
   posix_spawn_file_actions_init(&actions);
   posix_spawnattr_init(&attributes);
-  for (int fd = 0; fd <= 2; ++fd) posix_spawn_file_actions_addopen(&actions, fd, "/dev/null", fd == 0 ? O_RDONLY : O_WRONLY, 0);
+  for (int fd = 0; fd <= 2; ++fd)
+    posix_spawn_file_actions_addopen(&actions, fd, "/dev/null", fd == 0 ? O_RDONLY : O_WRONLY, 0);
   // Pipes and files of the launcher that lack close-on-exec must not stay open in the notice.
   posix_spawn_file_actions_addclosefrom_np(&actions, 3);
   // A session of its own: a signal to the launcher's process group leaves the notice alone.

@@ -1,7 +1,7 @@
 #pragma once
 // Starting the process that shows a notice; displayNotice uses the running executable.
-#include <string>
 #include <sys/types.h>
+#include <string>
 
 #include "platform/linux/notice_text.h"
 

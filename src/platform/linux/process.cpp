@@ -22,8 +22,7 @@ std::string homeDirectory() {
   struct passwd pw;
   struct passwd* result = nullptr;
   char buffer[4096];
-  if (getpwuid_r(getuid(), &pw, buffer, sizeof buffer, &result) == 0 && result && result->pw_dir)
-    return result->pw_dir;
+  if (getpwuid_r(getuid(), &pw, buffer, sizeof buffer, &result) == 0 && result && result->pw_dir) return result->pw_dir;
   return "/";
 }
 

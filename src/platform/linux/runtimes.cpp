@@ -11,9 +11,12 @@ std::optional<int> requiredRuntimeArchitecture() { return std::nullopt; }
 bool runtimeHasArchitecture(const std::string&, int) { return true; }
 
 std::vector<std::string> runtimeLibraryCandidates() {
-  return {"Contents/Home/jre/lib/jli/libjli.so", "Contents/Home/lib/jli/libjli.so",
-          "Contents/Home/lib/libjli.so",         "lib/jli/libjli.so",
-          "jre/lib/amd64/jli/libjli.so",         "lib/amd64/jli/libjli.so",
+  return {"Contents/Home/jre/lib/jli/libjli.so",
+          "Contents/Home/lib/jli/libjli.so",
+          "Contents/Home/lib/libjli.so",
+          "lib/jli/libjli.so",
+          "jre/lib/amd64/jli/libjli.so",
+          "lib/amd64/jli/libjli.so",
           "lib/libjli.so"};
 }
 

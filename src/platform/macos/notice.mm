@@ -9,8 +9,8 @@ namespace bwk::platform {
 namespace {
 
 CFStringRef copyText(const std::string& text) {
-  return CFStringCreateWithBytes(nullptr, reinterpret_cast<const UInt8*>(text.data()), static_cast<CFIndex>(text.size()),
-                                 kCFStringEncodingUTF8, false);
+  return CFStringCreateWithBytes(nullptr, reinterpret_cast<const UInt8*>(text.data()),
+                                 static_cast<CFIndex>(text.size()), kCFStringEncodingUTF8, false);
 }
 
 }  // namespace
@@ -19,7 +19,8 @@ bool displayNotice(const std::optional<std::string>& header, const std::string& 
   CFStringRef headerText = header ? copyText(*header) : nullptr;
   CFStringRef messageText = copyText(message);
   // Stop alert level, no time-out, the system's OK button.
-  CFUserNotificationDisplayNotice(0, kCFUserNotificationStopAlertLevel, nullptr, nullptr, nullptr, headerText, messageText, nullptr);
+  CFUserNotificationDisplayNotice(0, kCFUserNotificationStopAlertLevel, nullptr, nullptr, nullptr, headerText,
+                                  messageText, nullptr);
   if (headerText) CFRelease(headerText);
   if (messageText) CFRelease(messageText);
   return true;

@@ -100,7 +100,8 @@ std::optional<unsigned long long> processStartTime(int pid) {
   size_t size = sizeof info;
   if (sysctl(request, 4, &info, &size, nullptr, 0) != 0 || size == 0) return std::nullopt;
   const struct timeval& started = info.kp_proc.p_starttime;
-  return static_cast<unsigned long long>(started.tv_sec) * 1000000ULL + static_cast<unsigned long long>(started.tv_usec);
+  return static_cast<unsigned long long>(started.tv_sec) * 1000000ULL +
+         static_cast<unsigned long long>(started.tv_usec);
 }
 
 std::string mainBundlePath() { return toString([[NSBundle mainBundle] bundlePath]); }
@@ -108,7 +109,8 @@ std::string mainBundlePath() { return toString([[NSBundle mainBundle] bundlePath
 bool hasGraphicSession() {
   SecuritySessionId session;
   SessionAttributeBits bits;
-  return SessionGetInfo(callerSecuritySession, &session, &bits) == errSessionSuccess && (bits & sessionHasGraphicAccess);
+  return SessionGetInfo(callerSecuritySession, &session, &bits) == errSessionSuccess &&
+         (bits & sessionHasGraphicAccess);
 }
 
 std::optional<std::string> runningApplicationBundleIdentifier() {
@@ -133,7 +135,9 @@ std::optional<std::string> userLocale() {
 }
 
 std::string installedRuntimesDirectory() { return "/Library/Java/JavaVirtualMachines"; }
-std::optional<std::string> appletPluginPath() { return std::string("/Library/Internet Plug-Ins/JavaAppletPlugin.plugin"); }
+std::optional<std::string> appletPluginPath() {
+  return std::string("/Library/Internet Plug-Ins/JavaAppletPlugin.plugin");
+}
 
 std::optional<int> requiredRuntimeArchitecture() {
 #if defined(__arm64__)
@@ -176,6 +180,8 @@ std::string appletPluginLibrary() {
 }
 
 // The suite's preferences file, which the user defaults system keeps.
-std::string installationRecordsFile() { return homeDirectory() + "/Library/Preferences/com.brackwood.installations.plist"; }
+std::string installationRecordsFile() {
+  return homeDirectory() + "/Library/Preferences/com.brackwood.installations.plist";
+}
 
 }  // namespace bwk::platform
