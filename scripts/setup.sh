@@ -13,6 +13,7 @@ packages=(
   xvfb xdotool x11-apps imagemagick libgtk-3-0 libgtk-3-dev
   util-linux
   llvm-14 curl gpgv xz-utils debian-archive-keyring
+  clang-format-14 git
 )
 
 missing=()

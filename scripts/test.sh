@@ -1,10 +1,15 @@
 #!/usr/bin/env bash
-# Builds the launcher twice (optimised with warnings as errors, and with Address- and
-# UndefinedBehaviorSanitizer), checks the macOS build with a cross-compiler, and runs every
-# test in both builds.
+# Checks the formatting, builds the launcher twice (optimised with warnings as errors, and
+# with Address- and UndefinedBehaviorSanitizer), checks the macOS build with a cross-compiler,
+# and runs every test in both builds.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/setup.sh
+echo "== format"
+if ! git ls-files '*.cpp' '*.h' '*.c' '*.mm' | grep -v '^fuzz/corpus/' | xargs clang-format-14 --dry-run --Werror; then
+  echo "test: the files above are not formatted: git ls-files '*.cpp' '*.h' '*.c' '*.mm' | xargs clang-format-14 -i" >&2
+  exit 1
+fi
 jobs=$(nproc)
 for preset in default asan; do
   echo "== build: $preset"
