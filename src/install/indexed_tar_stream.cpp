@@ -20,10 +20,7 @@ namespace {
 
 constexpr unsigned kMostThreads = 8;
 
-struct DecompressorFree {
-  void operator()(libdeflate_decompressor* d) const { libdeflate_free_decompressor(d); }
-};
-using Decompressor = std::unique_ptr<libdeflate_decompressor, DecompressorFree>;
+using Decompressor = UniqueDecompressor;
 
 // Termination signals are for the thread that reads the archive (it may be waiting in a
 // read that they must interrupt); inflating threads start with every signal blocked.

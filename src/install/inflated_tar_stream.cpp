@@ -1,4 +1,5 @@
 #include "install/inflated_tar_stream.h"
+#include "install/unique_handles.h"
 
 #include <libdeflate.h>
 #include <sys/stat.h>
@@ -16,10 +17,6 @@ namespace {
 constexpr uint64_t kGzipOverhead = 18;
 // Deflate never makes more than 258 bytes of 2 bits: 1032 bytes of output per byte.
 constexpr uint64_t kDeflateMaxRatio = 1032;
-
-struct DecompressorFree {
-  void operator()(libdeflate_decompressor* d) const { libdeflate_free_decompressor(d); }
-};
 
 uint32_t littleEndian32(const char* bytes) {
   const auto* b = reinterpret_cast<const unsigned char*>(bytes);
@@ -45,7 +42,7 @@ std::unique_ptr<InflatedTarStream> InflatedTarStream::inflate(int fd) {
   if (!size) return nullptr;
   platform::MappedMemory archive = platform::MappedMemory::ofFile(fd, fileSize);
   platform::MappedMemory memory = platform::MappedMemory::zeroed(*size);
-  std::unique_ptr<libdeflate_decompressor, DecompressorFree> decompressor(libdeflate_alloc_decompressor());
+  UniqueDecompressor decompressor(libdeflate_alloc_decompressor());
   if (!archive || !memory || !decompressor) return nullptr;
   size_t consumed = 0, produced = 0;
   // The CRC-32 and the length in the trailer are checked; a file with bytes after the first

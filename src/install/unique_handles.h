@@ -1,6 +1,7 @@
 #pragma once
 // Owners of the descriptors and streams that extraction opens, so that every way out of it,
 // an exception thrown by a progress callback included, closes them.
+#include <libdeflate.h>
 #include <unistd.h>
 #include <zlib.h>
 
@@ -47,5 +48,11 @@ struct GzCloser {
   void operator()(gzFile_s* stream) const { gzclose(stream); }
 };
 using UniqueGz = std::unique_ptr<gzFile_s, GzCloser>;
+
+// A libdeflate decompressor, freed with it.
+struct DecompressorFree {
+  void operator()(libdeflate_decompressor* d) const { libdeflate_free_decompressor(d); }
+};
+using UniqueDecompressor = std::unique_ptr<libdeflate_decompressor, DecompressorFree>;
 
 }  // namespace bwk
