@@ -1,6 +1,7 @@
 #include "bench_util.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <spawn.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -68,6 +69,20 @@ double median(std::vector<double> values) {
   std::sort(values.begin(), values.end());
   size_t n = values.size();
   return n % 2 ? values[n / 2] : (values[n / 2 - 1] + values[n / 2]) / 2;
+}
+
+std::string startXvfb(pid_t& pid) {
+  int fds[2];
+  if (pipe(fds) != 0) return "";
+  pid = startProcess(
+      {"/usr/bin/Xvfb", "-displayfd", std::to_string(fds[1]), "-screen", "0", "800x600x24", "-nolisten", "tcp"});
+  close(fds[1]);
+  std::string number;
+  char c;
+  pollfd p{fds[0], POLLIN, 0};
+  while (poll(&p, 1, 10000) > 0 && read(fds[0], &c, 1) == 1 && c != '\n') number += c;
+  close(fds[0]);
+  return number.empty() ? "" : ":" + number;
 }
 
 std::string tempDirectory(const std::string& prefix) {

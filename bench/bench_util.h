@@ -26,6 +26,8 @@ Sample runMeasured(const std::vector<std::string>& argv, const std::string& outp
                    const std::vector<std::string>& environment = {});
 double median(std::vector<double> values);
 std::string tempDirectory(const std::string& prefix);
+// Xvfb on a free display (800x600); its name (":N"), or "" when it does not start.
+std::string startXvfb(pid_t& pid);
 int shell(const std::string& command);
 // A jlink image of the runtime at `jdk` (java.base and java.desktop) laid out as a runtime
 // bundle (Contents/Home/...), packed with GNU tar and gzip -6 as <cache>/<name>. With

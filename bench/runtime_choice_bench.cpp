@@ -49,20 +49,6 @@ double duBytes(const std::string& path, bool followLinks = false) {
 }
 double mb(double b) { return b / 1e6; }
 
-std::string startXvfb(pid_t& pid) {
-  int fds[2];
-  if (pipe(fds) != 0) return "";
-  pid = startProcess(
-      {"/usr/bin/Xvfb", "-displayfd", std::to_string(fds[1]), "-screen", "0", "800x600x24", "-nolisten", "tcp"});
-  close(fds[1]);
-  std::string number;
-  char c;
-  pollfd p{fds[0], POLLIN, 0};
-  while (poll(&p, 1, 10000) > 0 && read(fds[0], &c, 1) == 1 && c != '\n') number += c;
-  close(fds[0]);
-  return number.empty() ? "" : ":" + number;
-}
-
 // Seconds from the start to the first top-level window mapped, -1 when none was or the
 // program failed. The program is waited for: a training start writes its cache at the end.
 double toFirstWindow(Display* x, const std::vector<std::string>& argv, const std::vector<std::string>& env) {

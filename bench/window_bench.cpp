@@ -37,21 +37,6 @@ extern char** environ;
 
 namespace {
 
-// Xvfb on a free display; its name, or "" when it does not start.
-std::string startXvfb(pid_t& pid) {
-  int fds[2];
-  if (pipe(fds) != 0) return "";
-  pid = startProcess(
-      {"/usr/bin/Xvfb", "-displayfd", std::to_string(fds[1]), "-screen", "0", "800x600x24", "-nolisten", "tcp"});
-  close(fds[1]);
-  std::string number;
-  char c;
-  pollfd p{fds[0], POLLIN, 0};
-  while (poll(&p, 1, 10000) > 0 && read(fds[0], &c, 1) == 1 && c != '\n') number += c;
-  close(fds[0]);
-  return number.empty() ? "" : ":" + number;
-}
-
 // This process's environment less the debug log and the display, with `changes` applied
 // ("NAME=value" sets, "NAME" removes).
 std::vector<std::string> environmentWith(const std::vector<std::string>& changes) {

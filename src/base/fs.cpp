@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <filesystem>
 
 namespace bwk::fs {
@@ -100,6 +101,14 @@ bool createDirectory(const std::string& path, bool intermediate) {
 bool removeItem(const std::string& path) {
   std::error_code ec;
   return std::filesystem::remove_all(path, ec) != static_cast<std::uintmax_t>(-1) && !ec;
+}
+
+std::string realPath(const std::string& path) {
+  char* resolved = ::realpath(path.c_str(), nullptr);
+  if (!resolved) return path;
+  std::string out(resolved);
+  std::free(resolved);
+  return out;
 }
 
 }  // namespace bwk::fs

@@ -22,5 +22,7 @@ bool writeFile(const std::string& path, const std::string& contents);
 bool createDirectory(const std::string& path, bool intermediate);
 // Removes a file, a link or a whole directory tree; never follows links.
 bool removeItem(const std::string& path);
+// The path with every link resolved; the path as given when it cannot be resolved.
+std::string realPath(const std::string& path);
 
 }  // namespace bwk::fs

@@ -22,14 +22,6 @@ std::string absolute(const std::string& given) {
   return path::standardize(path::append(here, given));
 }
 
-std::string realPathOf(const std::string& p) {
-  char* resolved = ::realpath(p.c_str(), nullptr);
-  if (!resolved) return p;
-  std::string out(resolved);
-  std::free(resolved);
-  return out;
-}
-
 // `p` relative to one of the roots it lies below; empty when it lies below none.
 std::string below(const std::string& p, const std::vector<std::string>& roots) {
   for (const std::string& root : roots)
@@ -67,7 +59,7 @@ InstalledApplication readInstalledApplication(const std::string& input, const st
   InstalledApplication app;
   app.input = absolute(input);
   if (!fs::isDirectory(app.input)) throw failure(input + ": no such directory");
-  std::vector<std::string> roots{app.input, realPathOf(app.input)};
+  std::vector<std::string> roots{app.input, fs::realPath(app.input)};
   if (path::isAbsolute(mainJar)) throw usageError("--main-jar " + mainJar + ": give it relative to --input");
   app.mainJar = path::standardize(path::append(app.input, mainJar));
   if (below(app.mainJar, roots).empty()) throw usageError("--main-jar " + mainJar + " leaves --input");

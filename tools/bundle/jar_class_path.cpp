@@ -14,14 +14,6 @@ namespace bwk::bundle {
 
 namespace {
 
-std::string realPathOf(const std::string& p) {
-  char* resolved = ::realpath(p.c_str(), nullptr);
-  if (!resolved) return p;
-  std::string out(resolved);
-  std::free(resolved);
-  return out;
-}
-
 int hexDigit(char c) {
   if (c >= '0' && c <= '9') return c - '0';
   if (c >= 'a' && c <= 'f') return c - 'a' + 10;
@@ -85,7 +77,7 @@ JarClassPath resolveJarClassPath(const std::vector<std::string>& jars) {
     std::string url;  // the path the runtime opens and resolves against
   };
   std::deque<Pending> pending;
-  for (const std::string& jar : jars) pending.push_back({{jar, false, ""}, realPathOf(jar)});
+  for (const std::string& jar : jars) pending.push_back({{jar, false, ""}, fs::realPath(jar)});
   std::set<std::string> seen;
   while (!pending.empty()) {
     Pending next = std::move(pending.front());
