@@ -136,10 +136,9 @@ int driver(int argc, char** argv) {
   auto inflation = std::strcmp(argv[5], "indexed") == 0 ? bwk::UnTar::Inflation::Indexed
                    : std::strcmp(argv[5], "whole") == 0 ? bwk::UnTar::Inflation::WholeBuffer
                                                         : bwk::UnTar::Inflation::Streaming;
-  bwk::UnTar::Inflation used;
-  bool ok = bwk::UnTar::untarWith(inflation, argv[2], argv[3], std::atoi(argv[4]), &progress, &used);
-  if (!ok) return 1;
-  return used == inflation ? 0 : 3;  // 3: the archive was not taken the way asked for
+  bwk::UnTar::Outcome outcome = bwk::UnTar::untarWith(inflation, argv[2], argv[3], std::atoi(argv[4]), &progress);
+  if (!outcome.complete) return 1;
+  return outcome.used == inflation ? 0 : 3;  // 3: the archive was not taken the way asked for
 }
 
 Sample measureOrExit(const char* what, const std::vector<std::string>& argv, const std::vector<std::string>& env = {}) {

@@ -106,7 +106,7 @@ Result extract(const Layout& layout, bwk::UnTar::Inflation inflation, int32_t le
   using bwk::fuzz::require;
   require(bwk::fs::createDirectory(layout.destination, true), "cannot create the destination");
   bwk::ProgressCallback progress = [](double percent, const char*) { require(percent == percent, "percent is NaN"); };
-  Result result{bwk::UnTar::untarWith(inflation, layout.archive, layout.destination, length, &progress), {}};
+  Result result{bwk::UnTar::untarWith(inflation, layout.archive, layout.destination, length, &progress).complete, {}};
   require(sortedNames(layout.parent) == std::vector<std::string>{"dest"},
           "an entry was written beside the destination");
   require(sortedNames(layout.scratch.path()) == std::vector<std::string>{"archive.tar.gz", "out"},

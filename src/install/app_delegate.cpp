@@ -142,8 +142,9 @@ std::optional<std::string> AppDelegate::handleTar(const std::string& archive, co
     checkCancelled();
     if (window) window->setProgress(percent * 0.7);
   };
-  int destinationError = 0;
-  extracted_ = bundle && UnTar::untar(archive, *bundle, size, &extraction, &destinationError);
+  UnTar::Outcome outcome = bundle ? UnTar::untar(archive, *bundle, size, &extraction) : UnTar::Outcome{};
+  extracted_ = outcome.complete;
+  const int destinationError = outcome.destinationError;
   if (!extracted_) BWK_SYSLOG("%s [Line %d] WARNING: errors occurred while unpacking bundled JRE");
   BWK_DLOG("%s [Line %d] jre destination %@", bundle);
   checkCancelled();

@@ -12,6 +12,7 @@
 #include <cstring>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "base/fs.h"
@@ -26,6 +27,18 @@
 namespace bwk {
 
 namespace {
+
+// A problem goes to the system log, and into the outcome without the function and line
+// prefix, where callers and tests read it.
+void recordProblem(std::vector<std::string>& problems, const std::string& line) {
+  constexpr std::string_view kLineMark = " [Line ", kPrefixEnd = "] ";
+  log::writeSystemLog(line);
+  size_t at = line.find(kLineMark);
+  if (at != std::string::npos) at = line.find(kPrefixEnd, at);
+  problems.push_back(at == std::string::npos ? line : line.substr(at + kPrefixEnd.size()));
+}
+#define BWK_UNTAR_PROBLEM(problems, fmt, ...) \
+  recordProblem(problems, ::bwk::format(fmt, __PRETTY_FUNCTION__, __LINE__ __VA_OPT__(, ) __VA_ARGS__))
 
 // Only the first 500 bytes of a 512-byte header are read; the rest is skipped.
 constexpr size_t kHeaderRead = 500;
@@ -129,6 +142,7 @@ class EntryReader {
   bool readAll();
   // The error number of the first failure to write into the destination; 0 when none.
   int destinationError() const { return destinationError_; }
+  std::vector<std::string>& problems() { return problems_; }
 
  private:
   enum class Step { Next, Done, Failed };
@@ -150,6 +164,7 @@ class EntryReader {
   const Progress& progress_;
   bool sawRegularFile_ = false;
   int destinationError_ = 0;
+  std::vector<std::string> problems_;
   std::optional<std::string> longName_;
   std::optional<std::string> longLinkName_;
 };
@@ -171,24 +186,24 @@ EntryReader::Step EntryReader::readEntry() {
   // Long-name entries describe the entry after them, so they loop here without clearing.
   for (;;) {
     if (stream_.pastEnd()) {
-      BWK_SYSLOG("%s [Line %d] ERROR: unexpected eof");
+      BWK_UNTAR_PROBLEM(problems_, "%s [Line %d] ERROR: unexpected eof");
       return Step::Failed;
     }
     const char* read = nullptr;
     if (stream_.read(kHeaderRead, &read) != static_cast<long>(kHeaderRead)) {
       checkInterrupted();
-      BWK_SYSLOG("%s [Line %d] ERROR: gzread failed");
+      BWK_UNTAR_PROBLEM(problems_, "%s [Line %d] ERROR: gzread failed");
       return Step::Failed;
     }
     std::memcpy(header, read, kHeaderRead);
     if (std::memcmp(header + kMagic.offset, "ustar", kMagic.width) != 0) {
       // The end of the archive, or garbage.
       if (sawRegularFile_ && isAllZero(header, kHeaderRead)) return Step::Done;
-      BWK_SYSLOG("%s [Line %d] ERROR: no magic number");
+      BWK_UNTAR_PROBLEM(problems_, "%s [Line %d] ERROR: no magic number");
       return Step::Failed;
     }
     if (!stream_.skip(kHeaderRest)) {
-      BWK_SYSLOG("%s [Line %d] ERROR: gzseek 1 failed");
+      BWK_UNTAR_PROBLEM(problems_, "%s [Line %d] ERROR: gzseek 1 failed");
       return Step::Failed;
     }
     size = fieldNumber(header, kSize);
@@ -199,7 +214,7 @@ EntryReader::Step EntryReader::readEntry() {
 
   std::optional<std::string> nameField = fieldText(header, kName);
   if (!nameField) {
-    BWK_SYSLOG("%s [Line %d] ERROR: invalid archive path");
+    BWK_UNTAR_PROBLEM(problems_, "%s [Line %d] ERROR: invalid archive path");
     return Step::Failed;
   }
   const std::string& entry = longName_ ? *longName_ : *nameField;
@@ -228,17 +243,17 @@ bool EntryReader::readExactly(char* into, size_t length) {
 
 bool EntryReader::readLongName(uint64_t size, std::optional<std::string>& into) {
   if (size < 1 || size > kLongNameMax) {
-    BWK_SYSLOG("%s [Line %d] ERROR: invalid long archive path");
+    BWK_UNTAR_PROBLEM(problems_, "%s [Line %d] ERROR: invalid long archive path");
     return false;
   }
   std::vector<char> bytes(size);
   if (!readExactly(bytes.data(), bytes.size())) {
-    BWK_SYSLOG("%s [Line %d] ERROR: invalid long archive path");
+    BWK_UNTAR_PROBLEM(problems_, "%s [Line %d] ERROR: invalid long archive path");
     return false;
   }
   into = fieldText(bytes.data(), bytes.size());
   if (!into) {
-    BWK_SYSLOG("%s [Line %d] ERROR: invalid long archive path");
+    BWK_UNTAR_PROBLEM(problems_, "%s [Line %d] ERROR: invalid long archive path");
     return false;
   }
   return skipPadding(size);
@@ -246,14 +261,14 @@ bool EntryReader::readLongName(uint64_t size, std::optional<std::string>& into) 
 
 bool EntryReader::skipData(uint64_t size) {
   if (stream_.skip(size)) return true;
-  BWK_SYSLOG("%s [Line %d] ERROR: gzseek 3 failed");
+  BWK_UNTAR_PROBLEM(problems_, "%s [Line %d] ERROR: gzseek 3 failed");
   return false;
 }
 
 bool EntryReader::skipPadding(uint64_t size) { return skipData(paddingOf(size)); }
 
 bool EntryReader::skipUnsafe(const std::string& entry, uint64_t size) {
-  BWK_SYSLOG("%s [Line %d] WARNING: skipping unsafe archive path %@", entry);
+  BWK_UNTAR_PROBLEM(problems_, "%s [Line %d] WARNING: skipping unsafe archive path %@", entry);
   return skipData(size) && skipPadding(size);
 }
 
@@ -265,7 +280,7 @@ bool EntryReader::extractEntry(char typeflag, const char* header, const std::str
       if (progress_.enabled()) progress_.report(progress_.percentAt(stream_.position()));
       bool written = extractFile(full, size, fieldNumber(header, kMode));
       sawRegularFile_ = true;
-      if (!written) BWK_SYSLOG("%s [Line %d] ERROR: extract file failed");
+      if (!written) BWK_UNTAR_PROBLEM(problems_, "%s [Line %d] ERROR: extract file failed");
       return written;
     }
     case '5':
@@ -273,13 +288,13 @@ bool EntryReader::extractEntry(char typeflag, const char* header, const std::str
       errno = 0;
       if (fs::createDirectory(full, true)) return true;
       if (isDestinationFailure(errno)) destinationError_ = errno;
-      BWK_SYSLOG("%s [Line %d] ERROR: extract creating directory");
+      BWK_UNTAR_PROBLEM(problems_, "%s [Line %d] ERROR: extract creating directory");
       return false;
     case '2': createLink(header, full); return true;
     default:
       // Hard links, devices, FIFOs, extended headers...: nothing is created.
       if (stream_.skip(size)) return true;
-      BWK_SYSLOG("%s [Line %d] ERROR: gzseek 2 failed");
+      BWK_UNTAR_PROBLEM(problems_, "%s [Line %d] ERROR: gzseek 2 failed");
       return false;
   }
 }
@@ -294,7 +309,7 @@ bool EntryReader::extractFile(const std::string& path, uint64_t length, uint64_t
   UniqueFd handle = createFile(path, static_cast<mode_t>((permissions | 0600) & 07777));
   if (!handle) {
     int error = errno;
-    BWK_SYSLOG("%s [Line %d] Could not create file %@ %d %s", path, error, std::strerror(error));
+    BWK_UNTAR_PROBLEM(problems_, "%s [Line %d] Could not create file %@ %d %s", path, error, std::strerror(error));
     if (isDestinationFailure(error)) {
       destinationError_ = error;
       return false;
@@ -303,12 +318,12 @@ bool EntryReader::extractFile(const std::string& path, uint64_t length, uint64_t
   }
   UniqueFd copy(::fcntl(handle.get(), F_DUPFD_CLOEXEC, 0));
   if (!copy) {
-    BWK_SYSLOG("%s [Line %d] Could not duplicate file descriptor for %@", path);
+    BWK_UNTAR_PROBLEM(problems_, "%s [Line %d] Could not duplicate file descriptor for %@", path);
     return skipData(length);
   }
   UniqueFile file(::fdopen(copy.get(), "wb"));
   if (!file) {
-    BWK_SYSLOG("%s [Line %d] Could not open file %@", path);
+    BWK_UNTAR_PROBLEM(problems_, "%s [Line %d] Could not open file %@", path);
     return skipData(length);
   }
   copy.release();
@@ -328,7 +343,7 @@ bool EntryReader::extractFile(const std::string& path, uint64_t length, uint64_t
         ::unlink(path.c_str());
         checkInterrupted();
       }
-      BWK_SYSLOG("%s [Line %d] ERROR: stream error");
+      BWK_UNTAR_PROBLEM(problems_, "%s [Line %d] ERROR: stream error");
       // A file cut short by a damaged archive is worse than none: a truncated library
       // crashes the process that maps it.
       ::unlink(path.c_str());
@@ -347,7 +362,7 @@ bool EntryReader::extractFile(const std::string& path, uint64_t length, uint64_t
     written = end;
   }
   if (std::ferror(file.get())) {
-    BWK_SYSLOG("%s [Line %d] ERROR: stream error");
+    BWK_UNTAR_PROBLEM(problems_, "%s [Line %d] ERROR: stream error");
     return false;
   }
   // Data still buffered is written here; a failure loses it, so the file counts as failed
@@ -363,9 +378,9 @@ void EntryReader::createLink(const char* header, const std::string& full) {
   fs::removeItem(full);
   std::optional<std::string> target = longLinkName_ ? longLinkName_ : fieldText(header, kLinkName);
   if (!target) {
-    BWK_SYSLOG("%s [Line %d] ERROR: could not create symlink at %@ (%@)", full, nullptr);
+    BWK_UNTAR_PROBLEM(problems_, "%s [Line %d] ERROR: could not create symlink at %@ (%@)", full, nullptr);
   } else if (::symlink(target->c_str(), full.c_str()) != 0) {
-    BWK_SYSLOG("%s [Line %d] ERROR: could not create symlink at %@ (%@)", full, std::strerror(errno));
+    BWK_UNTAR_PROBLEM(problems_, "%s [Line %d] ERROR: could not create symlink at %@ (%@)", full, std::strerror(errno));
   }
 }
 
@@ -389,56 +404,54 @@ uint64_t parseOctal(const char* bytes, int length) {
   return value;
 }
 
-bool UnTar::untar(const std::string& archive, const std::string& destination, int32_t uncompressedLength,
-                  const ProgressCallback* progress, int* destinationError) {
-  return untarWith(Inflation::Indexed, archive, destination, uncompressedLength, progress, nullptr, destinationError);
+UnTar::Outcome UnTar::untar(const std::string& archive, const std::string& destination, int32_t uncompressedLength,
+                            const ProgressCallback* progress) {
+  return untarWith(Inflation::Indexed, archive, destination, uncompressedLength, progress);
 }
 
-bool UnTar::untarWith(Inflation inflation, const std::string& archive, const std::string& destination,
-                      int32_t uncompressedLength, const ProgressCallback* progress, Inflation* used,
-                      int* destinationError) {
-  if (destinationError) *destinationError = 0;
+UnTar::Outcome UnTar::untarWith(Inflation inflation, const std::string& archive, const std::string& destination,
+                                int32_t uncompressedLength, const ProgressCallback* progress) {
+  Outcome outcome;
   UniqueFd handle(::open(archive.c_str(), O_RDONLY | O_CLOEXEC));
   if (!handle) {
     int error = errno;
-    BWK_SYSLOG("%s [Line %d] error reading JRE %@", archive + ": " + std::strerror(error));
-    return false;
+    BWK_UNTAR_PROBLEM(outcome.problems, "%s [Line %d] error reading JRE %@", archive + ": " + std::strerror(error));
+    return outcome;
   }
   if (hasCallback(progress)) (*progress)(0.0, destination.c_str());
 
   // Whatever a faster way does not take, the next one reads from the start.
   std::unique_ptr<TarStream> stream;
   IndexedTarStream* indexed = nullptr;
-  Inflation way = Inflation::Streaming;
   if (inflation == Inflation::Indexed) {
     auto members = IndexedTarStream::open(handle.get(), inflatingThreads());
     indexed = members.get();
     stream = std::move(members);
-    if (stream) way = Inflation::Indexed;
+    if (stream) outcome.used = Inflation::Indexed;
   }
   if (!stream && inflation != Inflation::Streaming) {
     stream = InflatedTarStream::inflate(handle.get());
-    if (stream) way = Inflation::WholeBuffer;
+    if (stream) outcome.used = Inflation::WholeBuffer;
   }
   if (!stream) stream = GzTarStream::open(handle.get());
-  if (used) *used = way;
   if (!stream) {
-    BWK_SYSLOG("%s [Line %d] error opening gzip file");
-    return false;
+    BWK_UNTAR_PROBLEM(outcome.problems, "%s [Line %d] error opening gzip file");
+    return outcome;
   }
 
   Progress percentages(progress, uncompressedLength);
   EntryReader reader(*stream, destination, percentages);
   bool ok = reader.readAll();
   // A damaged member handed the rest over to the stream.
-  if (indexed && indexed->handedOver()) way = Inflation::Streaming;
-  if (used) *used = way;
-  if (destinationError) *destinationError = reader.destinationError();
+  if (indexed && indexed->handedOver()) outcome.used = Inflation::Streaming;
+  outcome.destinationError = reader.destinationError();
+  outcome.problems = std::move(reader.problems());
   if (!stream->close()) ok = false;
   // The inflated archive goes back to the system before anything else runs.
   stream.reset();
   if (ok && hasCallback(progress)) (*progress)(100.0, "");
-  return ok;
+  outcome.complete = ok;
+  return outcome;
 }
 
 }  // namespace bwk

@@ -2,6 +2,7 @@
 // Extraction of the gzip-compressed tar archive in which an application ships its runtime.
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "base/progress.h"
 
@@ -17,18 +18,28 @@ class UnTar {
   // it can and leaves the rest to the ways after it.
   enum class Inflation { Indexed, WholeBuffer, Streaming };
 
+  // What an extraction did.
+  struct Outcome {
+    // Every entry was extracted and the archive ended as it should.
+    bool complete = false;
+    // The way that read the archive to its end (a damaged member hands over to Streaming).
+    Inflation used = Inflation::Streaming;
+    // The error number of the first failure to write into the destination (a full disk, an
+    // I/O error): extraction stops there, and what it left is incomplete whatever the archive
+    // holds. 0 when there was none.
+    int destinationError = 0;
+    // Each problem as written to the system log, without the function and line prefix.
+    std::vector<std::string> problems;
+    bool operator==(const Outcome&) const = default;
+  };
+
   // Extracts `archive` into the existing directory `destination`. `uncompressedLength` is
-  // the expected size of the tar stream, used only for percentages. True on success.
-  // `destinationError`, when given, receives the error number of a failure to write into
-  // the destination (a full disk, an I/O error): extraction stops at the first, and what it
-  // left is then incomplete whatever the archive holds. 0 when there was none.
-  static bool untar(const std::string& archive, const std::string& destination, int32_t uncompressedLength,
-                    const ProgressCallback* progress, int* destinationError = nullptr);
-  // The same with the way of inflating chosen (for tests and benchmarks); `used`, when
-  // given, receives the way that ran.
-  static bool untarWith(Inflation inflation, const std::string& archive, const std::string& destination,
-                        int32_t uncompressedLength, const ProgressCallback* progress, Inflation* used = nullptr,
-                        int* destinationError = nullptr);
+  // the expected size of the tar stream, used only for percentages.
+  static Outcome untar(const std::string& archive, const std::string& destination, int32_t uncompressedLength,
+                       const ProgressCallback* progress);
+  // The same with the way of inflating chosen (for tests and benchmarks).
+  static Outcome untarWith(Inflation inflation, const std::string& archive, const std::string& destination,
+                           int32_t uncompressedLength, const ProgressCallback* progress);
 };
 
 }  // namespace bwk

@@ -116,19 +116,17 @@ class UntarFixture : public ::testing::Test {
     return r.out;
   }
 
-  struct Outcome {
-    bool ok = false;
-    std::vector<std::string> messages;  // system-log lines without time, process and line
-    UnTar::Inflation used = UnTar::Inflation::Streaming;
-  };
+  using Outcome = UnTar::Outcome;
+  // Extracts the archive; each problem the outcome names must also be in the system log.
   Outcome extract(int32_t length = 6000000, const ProgressCallback* progress = nullptr) {
     auto before = snapshot(root, dest);
-    Outcome outcome;
     ::testing::internal::CaptureStderr();
-    outcome.ok = UnTar::untarWith(inflation, archive, dest, length, progress, &outcome.used);
+    Outcome outcome = UnTar::untarWith(inflation, archive, dest, length, progress);
     std::istringstream lines(::testing::internal::GetCapturedStderr());
+    std::vector<std::string> logged;
     for (std::string line; std::getline(lines, line);)
-      outcome.messages.push_back(line.substr(line.find("] ", line.find(" [Line ")) + 2));
+      logged.push_back(line.substr(line.find("] ", line.find(" [Line ")) + 2));
+    EXPECT_EQ(logged, outcome.problems) << "the system log and the outcome differ";
     EXPECT_EQ(snapshot(root, dest), before) << "something outside the destination changed";
     return outcome;
   }

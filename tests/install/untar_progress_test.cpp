@@ -54,7 +54,7 @@ TEST_P(ProgressTest, ReportsStreamPositionsInSinglePrecision) {
 
   Recorder recorder;
   Outcome outcome = extract(length, &recorder.callback);
-  EXPECT_TRUE(outcome.ok);
+  EXPECT_TRUE(outcome.complete);
   EXPECT_EQ(outcome.used, inflation);
   EXPECT_EQ(recorder.calls, expected);
 }
@@ -65,13 +65,13 @@ TEST_P(ProgressTest, StartAndEndOnly) {
   buildArchive("file('a', noise(100000)); file('b', 'b')");
   for (int32_t length : {0, -5}) {
     Recorder recorder;
-    EXPECT_TRUE(extract(length, &recorder.callback).ok);
+    EXPECT_TRUE(extract(length, &recorder.callback).complete);
     EXPECT_EQ(recorder.calls, startAndEnd) << length;
   }
 
   buildArchive("file('a', 'complete'); GZ_DROP = 8");
   Recorder failing;
-  EXPECT_FALSE(extract(1000, &failing.callback).ok);
+  EXPECT_FALSE(extract(1000, &failing.callback).complete);
   EXPECT_EQ(
       failing.calls,
       (std::vector<Call>{{0.0, dest}, {percentAt(512, 1000), std::nullopt}, {percentAt(520, 1000), std::nullopt}}));
@@ -79,8 +79,8 @@ TEST_P(ProgressTest, StartAndEndOnly) {
   archive = root + "/missing.tar.gz";
   Recorder missing;
   Outcome outcome = extract(1000, &missing.callback);
-  EXPECT_FALSE(outcome.ok);
-  EXPECT_EQ(outcome.messages, std::vector<std::string>{"error reading JRE " + archive + ": No such file or directory"});
+  EXPECT_FALSE(outcome.complete);
+  EXPECT_EQ(outcome.problems, std::vector<std::string>{"error reading JRE " + archive + ": No such file or directory"});
   EXPECT_TRUE(missing.calls.empty());
 }
 
@@ -100,7 +100,7 @@ TEST_P(ProgressTest, AnExceptionFromTheCallbackReleasesEverything) {
       if (++calls == throwAt) throw InstallationCancelled();
     };
     try {
-      EXPECT_TRUE(UnTar::untarWith(inflation, archive, dest, 100000, &cancel));
+      EXPECT_TRUE(UnTar::untarWith(inflation, archive, dest, 100000, &cancel).complete);
       EXPECT_EQ(throwAt, 0) << "no exception at call " << throwAt;
     } catch (const InstallationCancelled&) {
       EXPECT_EQ(calls, throwAt);

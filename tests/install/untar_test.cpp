@@ -277,7 +277,7 @@ TEST_P(ArchiveCaseTest, ExtractsExactlyWhatIsSafe) {
 
   Outcome outcome = extract();
 
-  EXPECT_EQ(outcome.ok, c.ok);
+  EXPECT_EQ(outcome.complete, c.ok);
   // Only one intact gzip member is inflated in one piece, and only intact indexed members in
   // parallel; a damaged member hands over to the stream.
   bool damaged =
@@ -288,7 +288,7 @@ TEST_P(ArchiveCaseTest, ExtractsExactlyWhatIsSafe) {
   EXPECT_EQ(outcome.used, expectedWay);
   std::vector<std::string> expected;
   for (const std::string& m : c.messages) expected.push_back(expand(m));
-  EXPECT_EQ(outcome.messages, expected);
+  EXPECT_EQ(outcome.problems, expected);
   for (const auto& [relative, what] : c.present) EXPECT_EQ(describe(dest + "/" + relative), expand(what)) << relative;
   for (const std::string& relative : c.absent) EXPECT_FALSE(fs::existsNoFollow(dest + "/" + relative)) << relative;
   // Owner read and write are always granted; the umask does not apply.
@@ -320,7 +320,7 @@ TEST_F(OneInflatingThread, SameResultAndHandOver) {
                  "file('a', noise(3000)); dir('d'); file('d/b', noise(9000))");
     Outcome outcome = extract();
     const bool damaged = *damage != '\0';
-    EXPECT_EQ(outcome.ok, !damaged) << damage;
+    EXPECT_EQ(outcome.complete, !damaged) << damage;
     EXPECT_EQ(outcome.used, damaged ? UnTar::Inflation::Streaming : UnTar::Inflation::Indexed) << damage;
     EXPECT_EQ(describe(dest + "/a"), noise(3000)) << damage;
     EXPECT_EQ(describe(dest + "/d/b"), damaged ? "(missing)" : noise(9000)) << damage;

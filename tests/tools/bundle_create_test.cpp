@@ -69,7 +69,7 @@ TEST_F(BundleCreate, ShippedRuntimeKeepsFilesModesAndInnerLinks) {
     if (form == "archive") {
       shipped = tmp / "unpacked";
       shell("mkdir -p " + shipped);
-      ASSERT_TRUE(UnTar::untar(out + "/Hello.app/Contents/Resources/app/jre.tar.gz", shipped, 0, nullptr));
+      ASSERT_TRUE(UnTar::untar(out + "/Hello.app/Contents/Resources/app/jre.tar.gz", shipped, 0, nullptr).complete);
     }
     std::string shippedHome = shipped + "/Contents/Home";
     struct stat st {};
@@ -129,9 +129,8 @@ TEST(TarGzWriter, IndexedMembersThatEveryReaderReads) {
             expected);
 
   shell("mkdir " + tmp / "out");
-  UnTar::Inflation used = UnTar::Inflation::Streaming;
-  ASSERT_TRUE(UnTar::untarWith(UnTar::Inflation::Indexed, tmp / "a.tar.gz", tmp / "out", 0, nullptr, &used));
-  EXPECT_EQ(used, UnTar::Inflation::Indexed);
+  UnTar::Outcome outcome = UnTar::untarWith(UnTar::Inflation::Indexed, tmp / "a.tar.gz", tmp / "out", 0, nullptr);
+  EXPECT_EQ(outcome, (UnTar::Outcome{true, UnTar::Inflation::Indexed, 0, {}}));
   EXPECT_EQ(readFile(tmp / "out/d/big"), big);
   EXPECT_EQ(readFile(tmp / "out/d/small"), "small");
 }

@@ -19,7 +19,7 @@ class BundleRuntime : public ::testing::Test {
     if (form == "bundle") return app + "/Contents/Resources/jre.bundle/Contents/Home";
     std::string unpacked = tmp / ("unpacked-" + std::to_string(++unpacks_));
     shell("mkdir -p " + unpacked);
-    EXPECT_TRUE(UnTar::untar(app + "/Contents/Resources/app/jre.tar.gz", unpacked, 0, nullptr));
+    EXPECT_TRUE(UnTar::untar(app + "/Contents/Resources/app/jre.tar.gz", unpacked, 0, nullptr).complete);
     return unpacked + "/Contents/Home";
   }
   TempDir tmp;

@@ -124,7 +124,7 @@ void checkArchive(const LaunchContext& context, const std::string& archive, Find
   std::string unpacked = path::append(temporary, "jre.bundle");
   fs::createDirectory(unpacked, false);
   int32_t size = static_cast<int32_t>(configured.value_or(kDefaultUncompressedSize));
-  if (!UnTar::untar(archive, unpacked, size, nullptr))
+  if (!UnTar::untar(archive, unpacked, size, nullptr).complete)
     findings.add(archive, "",
                  "the launcher's extraction reports errors (the lines above); a start goes on with what it unpacked");
   if (std::optional<std::string> problem = shippedRuntimeProblem(unpacked))
