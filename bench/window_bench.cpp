@@ -25,6 +25,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -113,6 +114,124 @@ std::vector<double> ratios(const Runs& a, const Runs& b) {
   return r;
 }
 
+// The bundles every round starts, laid out in `dir`.
+struct Bundles {
+  std::string helloHidden, helloDefault;  // Hello on the real runtime, nothing to unpack
+  std::vector<std::string> viaJava;       // the same start through bin/java
+  std::string shown, hidden;              // a stand-in runtime packed as the bundle's archive
+};
+
+std::optional<Bundles> makeBundles(const std::string& dir, const std::string& launcher, const std::string& fakeJli,
+                                   const std::string& jar, const std::string& jdk) {
+  Bundles b;
+  std::string javaVM = "<key>JavaVM</key><dict><key>MainClass</key><string>Hello</string><key>ClassPath</key><string>" +
+                       jar + "</string><key>SearchSequence</key><array><string>R" + jdk + "</string></array></dict>";
+  b.helloHidden = makeBundle(dir, "HelloHidden", launcher, plist(kHidden + javaVM));
+  b.helloDefault = makeBundle(dir, "HelloDefault", launcher, plist(javaVM));
+  b.viaJava = {jdk + "/bin/java", "-Dfenmo.moduleName=" + dir + "/HelloHidden.app", "-Djava.class.path=" + jar,
+               "-Dbwk.jreBundle=" + jdk, "Hello"};
+  std::string fakeVM = "<key>JavaVM</key><dict><key>MainClass</key><string>Main</string></dict>";
+  b.shown = makeBundle(dir, "Shown", launcher, plist(fakeVM));
+  b.hidden = makeBundle(dir, "Hidden", launcher, plist(kHidden + fakeVM));
+  if (shell(
+          "set -e; cd '" + dir + "'; mkdir -p rt/Contents/Home/lib nogtk; cp '" + fakeJli +
+          "' rt/Contents/Home/lib/libjli.so; echo 'JAVA_VERSION=\"17.0.2\"' > rt/Contents/Home/release; "
+          "tar -C rt -czf jre.tar.gz Contents; for b in Shown Hidden; do cp jre.tar.gz $b.app/Contents/Resources/app/; done; "
+          "cp '" +
+          fakeJli + "' nogtk/libgtk-3.so.0") != 0) {
+    std::fprintf(stderr, "cannot pack the stand-in runtime\n");
+    return std::nullopt;
+  }
+  return b;
+}
+
+struct Contestants {
+  Runs java, viaHidden, viaDefault, windowShown, windowHidden;
+};
+
+// Two rounds first warm the page cache, the class-data archive, fonts and GTK's modules.
+// Each round starts with another contestant, so that none always follows the same one.
+std::optional<Contestants> measureRounds(Display* x, const Bundles& b, const std::vector<std::string>& graphical,
+                                         int rounds) {
+  Contestants c;
+  for (int round = -2; round < rounds; ++round) {
+    Sample j, h, d;
+    WatchedRun s, n;
+    std::vector<std::function<void()>> turns = {
+        [&] { j = runMeasured(b.viaJava, "", graphical); },
+        [&] { h = runMeasured({b.helloHidden}, "", graphical); },
+        [&] { d = runMeasured({b.helloDefault}, "", graphical); },
+        [&] { s = watchedRun(x, b.shown, graphical); },
+        [&] { n = watchedRun(x, b.hidden, graphical); },
+    };
+    for (size_t i = 0; i < turns.size(); ++i) turns[(i + static_cast<size_t>(round + 2)) % turns.size()]();
+    if (j.status != 0 || h.status != 0 || d.status != 0 || s.sample.status != 7 || n.sample.status != 7 ||
+        s.toMap < 0 || n.toMap >= 0) {
+      std::fprintf(stderr, "a run failed: java %d, launcher %d and %d, window %d (mapped %s), hidden %d (mapped %s)\n",
+                   j.status, h.status, d.status, s.sample.status, s.toMap < 0 ? "no" : "yes", n.sample.status,
+                   n.toMap < 0 ? "no" : "yes");
+      return std::nullopt;
+    }
+    if (round < 0) continue;
+    c.java.add(j);
+    c.viaHidden.add(h);
+    c.viaDefault.add(d);
+    c.windowShown.add(s.sample, s.toMap);
+    c.windowHidden.add(n.sample);
+  }
+  return c;
+}
+
+void printContestants(const Contestants& c, const std::string& jdk, int rounds) {
+  std::printf("graphical session on a private Xvfb, %d interleaved rounds (medians)\n", rounds);
+  std::printf("bundle without a runtime archive, Hello on %s:\n", jdk.c_str());
+  std::printf("  %-44s %7.1f ms  peak RSS %6.1f MB\n", "bin/java", ms(median(c.java.seconds)), mb(c.java.maxRssKb));
+  for (auto [name, runs] : {std::pair<const char*, const Runs*>{"launcher, bwk.initialProgress false", &c.viaHidden},
+                            {"launcher, window shown (key left out)", &c.viaDefault}})
+    std::printf("  %-44s %7.1f ms  peak RSS %6.1f MB  ratio to bin/java %.3f\n", name, ms(median(runs->seconds)),
+                mb(runs->maxRssKb), median(ratios(*runs, c.java)));
+  std::vector<double> extra;
+  for (size_t i = 0; i < c.windowShown.seconds.size(); ++i)
+    extra.push_back(c.windowShown.seconds[i] - c.windowHidden.seconds[i]);
+  std::printf("the progress window's cost (a small runtime archive, stand-in runtime):\n");
+  std::printf("  %-44s %7.1f ms  peak RSS %6.1f MB\n", "whole run, bwk.initialProgress false",
+              ms(median(c.windowHidden.seconds)), mb(c.windowHidden.maxRssKb));
+  std::printf("  %-44s %7.1f ms  peak RSS %6.1f MB  window mapped after %.1f ms\n", "whole run, window shown",
+              ms(median(c.windowShown.seconds)), mb(c.windowShown.maxRssKb), ms(median(c.windowShown.toMap)));
+  std::printf("  %-44s %7.1f ms  (per-round ratio %.3f)\n", "window's cost, median per round", ms(median(extra)),
+              median(ratios(c.windowShown, c.windowHidden)));
+}
+
+// The archive bundle where no window can be had: false when a run fails.
+bool measureWithoutWindow(const std::string& shown, const std::string& display, const std::string& dir, int rounds) {
+  struct Variant {
+    const char* name;
+    std::vector<std::string> changes;
+  };
+  const std::vector<Variant> variants = {
+      {"no display (command-line mode)", {}},
+      {"display cannot be opened", {"DISPLAY=:4242"}},
+      {"GTK unusable", {"DISPLAY=" + display, "LD_LIBRARY_PATH=" + dir + "/nogtk"}},
+  };
+  std::printf("the same archive where no window can be had:\n");
+  for (const Variant& v : variants) {
+    std::vector<std::string> env = environmentWith(v.changes);
+    env.push_back("FAKE_JLI_STATUS=7");
+    Runs runs;
+    for (int i = -2; i < rounds; ++i) {
+      Sample s = runMeasured({shown}, "", env);
+      if (s.status != 7) {
+        std::fprintf(stderr, "%s: status %d\n", v.name, s.status);
+        return false;
+      }
+      if (i >= 0) runs.add(s);
+    }
+    std::printf("  %-44s %7.1f ms  peak RSS %6.1f MB\n", (std::string("whole run, ") + v.name).c_str(),
+                ms(median(runs.seconds)), mb(runs.maxRssKb));
+  }
+  return true;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -132,27 +251,8 @@ int main(int argc, char** argv) {
   }
 
   std::string dir = tempDirectory("bwk-window");
-  // Part 1: Hello on the real runtime, nothing to unpack.
-  std::string javaVM = "<key>JavaVM</key><dict><key>MainClass</key><string>Hello</string><key>ClassPath</key><string>" +
-                       jar + "</string><key>SearchSequence</key><array><string>R" + jdk + "</string></array></dict>";
-  std::string helloHidden = makeBundle(dir, "HelloHidden", launcher, plist(kHidden + javaVM));
-  std::string helloDefault = makeBundle(dir, "HelloDefault", launcher, plist(javaVM));
-  std::vector<std::string> viaJava{jdk + "/bin/java", "-Dfenmo.moduleName=" + dir + "/HelloHidden.app",
-                                   "-Djava.class.path=" + jar, "-Dbwk.jreBundle=" + jdk, "Hello"};
-  // Part 2: a stand-in runtime packed as the bundle's archive.
-  std::string fakeVM = "<key>JavaVM</key><dict><key>MainClass</key><string>Main</string></dict>";
-  std::string shown = makeBundle(dir, "Shown", launcher, plist(fakeVM));
-  std::string hidden = makeBundle(dir, "Hidden", launcher, plist(kHidden + fakeVM));
-  if (shell(
-          "set -e; cd '" + dir + "'; mkdir -p rt/Contents/Home/lib nogtk; cp '" + fakeJli +
-          "' rt/Contents/Home/lib/libjli.so; echo 'JAVA_VERSION=\"17.0.2\"' > rt/Contents/Home/release; "
-          "tar -C rt -czf jre.tar.gz Contents; for b in Shown Hidden; do cp jre.tar.gz $b.app/Contents/Resources/app/; done; "
-          "cp '" +
-          fakeJli + "' nogtk/libgtk-3.so.0") != 0) {
-    std::fprintf(stderr, "cannot pack the stand-in runtime\n");
-    return 1;
-  }
-
+  std::optional<Bundles> bundles = makeBundles(dir, launcher, fakeJli, jar, jdk);
+  if (!bundles) return 1;
   pid_t xvfb = -1;
   std::string display = startXvfb(xvfb);
   Display* x = display.empty() ? nullptr : XOpenDisplay(display.c_str());
@@ -163,77 +263,10 @@ int main(int argc, char** argv) {
   XSelectInput(x, DefaultRootWindow(x), SubstructureNotifyMask);
   std::vector<std::string> graphical = environmentWith({"DISPLAY=" + display, "FAKE_JLI_STATUS=7"});
 
-  // Two rounds first warm the page cache, the class-data archive, fonts and GTK's modules.
-  // Each round starts with another contestant, so that none always follows the same one.
-  Runs java, viaHidden, viaDefault, windowShown, windowHidden;
-  for (int round = -2; round < rounds; ++round) {
-    bool keep = round >= 0;
-    Sample j, h, d;
-    WatchedRun s, n;
-    std::vector<std::function<void()>> turns = {
-        [&] { j = runMeasured(viaJava, "", graphical); },        [&] { h = runMeasured({helloHidden}, "", graphical); },
-        [&] { d = runMeasured({helloDefault}, "", graphical); }, [&] { s = watchedRun(x, shown, graphical); },
-        [&] { n = watchedRun(x, hidden, graphical); },
-    };
-    for (size_t i = 0; i < turns.size(); ++i) turns[(i + static_cast<size_t>(round + 2)) % turns.size()]();
-    if (j.status != 0 || h.status != 0 || d.status != 0 || s.sample.status != 7 || n.sample.status != 7 ||
-        s.toMap < 0 || n.toMap >= 0) {
-      std::fprintf(stderr, "a run failed: java %d, launcher %d and %d, window %d (mapped %s), hidden %d (mapped %s)\n",
-                   j.status, h.status, d.status, s.sample.status, s.toMap < 0 ? "no" : "yes", n.sample.status,
-                   n.toMap < 0 ? "no" : "yes");
-      return 1;
-    }
-    if (!keep) continue;
-    java.add(j);
-    viaHidden.add(h);
-    viaDefault.add(d);
-    windowShown.add(s.sample, s.toMap);
-    windowHidden.add(n.sample);
-  }
-
-  std::printf("graphical session on a private Xvfb, %d interleaved rounds (medians)\n", rounds);
-  std::printf("bundle without a runtime archive, Hello on %s:\n", jdk.c_str());
-  std::printf("  %-44s %7.1f ms  peak RSS %6.1f MB\n", "bin/java", ms(median(java.seconds)), mb(java.maxRssKb));
-  for (auto [name, runs] : {std::pair<const char*, const Runs*>{"launcher, bwk.initialProgress false", &viaHidden},
-                            {"launcher, window shown (key left out)", &viaDefault}})
-    std::printf("  %-44s %7.1f ms  peak RSS %6.1f MB  ratio to bin/java %.3f\n", name, ms(median(runs->seconds)),
-                mb(runs->maxRssKb), median(ratios(*runs, java)));
-  std::vector<double> extra;
-  for (size_t i = 0; i < windowShown.seconds.size(); ++i)
-    extra.push_back(windowShown.seconds[i] - windowHidden.seconds[i]);
-  std::printf("the progress window's cost (a small runtime archive, stand-in runtime):\n");
-  std::printf("  %-44s %7.1f ms  peak RSS %6.1f MB\n", "whole run, bwk.initialProgress false",
-              ms(median(windowHidden.seconds)), mb(windowHidden.maxRssKb));
-  std::printf("  %-44s %7.1f ms  peak RSS %6.1f MB  window mapped after %.1f ms\n", "whole run, window shown",
-              ms(median(windowShown.seconds)), mb(windowShown.maxRssKb), ms(median(windowShown.toMap)));
-  std::printf("  %-44s %7.1f ms  (per-round ratio %.3f)\n", "window's cost, median per round", ms(median(extra)),
-              median(ratios(windowShown, windowHidden)));
-
-  struct Variant {
-    const char* name;
-    std::vector<std::string> changes;
-  };
-  const std::vector<Variant> variants = {
-      {"no display (command-line mode)", {}},
-      {"display cannot be opened", {"DISPLAY=:4242"}},
-      {"GTK unusable", {"DISPLAY=" + display, "LD_LIBRARY_PATH=" + dir + "/nogtk"}},
-  };
-  std::printf("the same archive where no window can be had:\n");
-  for (const Variant& v : variants) {
-    std::vector<std::string> env = environmentWith(v.changes);
-    env.push_back("FAKE_JLI_STATUS=7");
-    Runs runs;
-    for (int i = -2; i < rounds; ++i) {
-      Sample s = runMeasured({shown}, "", env);
-      if (s.status != 7) {
-        std::fprintf(stderr, "%s: status %d\n", v.name, s.status);
-        return 1;
-      }
-      if (i >= 0) runs.add(s);
-    }
-    std::printf("  %-44s %7.1f ms  peak RSS %6.1f MB\n", (std::string("whole run, ") + v.name).c_str(),
-                ms(median(runs.seconds)), mb(runs.maxRssKb));
-  }
+  std::optional<Contestants> measured = measureRounds(x, *bundles, graphical, rounds);
+  if (!measured) return 1;
+  printContestants(*measured, jdk, rounds);
+  if (!measureWithoutWindow(bundles->shown, display, dir, rounds)) return 1;
   XCloseDisplay(x);
   kill(xvfb, SIGTERM);
   waitpid(xvfb, nullptr, 0);
