@@ -21,6 +21,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -178,83 +179,60 @@ struct Contest {
   std::vector<double> oneThread = {}, allThreads = {}, reference = {};
 };
 
-}  // namespace
-
-int main(int argc, char** argv) {
-  if (argc > 1 && argv[1][0] == '-') {
-    int status = driver(argc, argv);
-    if (status >= 0) return status;
-    std::fprintf(stderr, "usage: untar_bench [pairs] [jdk]\n");
-    return 2;
-  }
-  int pairs = argc > 1 ? std::atoi(argv[1]) : 15;
-  std::string jdk = argc > 2 ? argv[2] : "/usr/lib/jvm/java-17-openjdk-amd64";
-  std::string cache = BWK_UNTAR_BENCH_CACHE;
-  runOrExit("make the cache", "mkdir -p '" + cache + "'");
-  const std::string jlinkStage = "'" + jdk +
-                                 "/bin/jlink' --add-modules java.base,java.desktop --strip-debug "
-                                 "--no-header-files --no-man-pages --output \"$PWD/x\"";
-  Packed jlink = packBothWays(cache, "jlink",
-                              "cd '" + cache + "' && rm -rf x && " + jlinkStage + " && mv x jlink-stage/Contents/Home");
-  Packed whole = packBothWays(cache, "jdk", "cp -a '" + jdk + "/.' '" + cache + "/jdk-stage/Contents/Home'");
-
-  std::string runs = cache + "/runs";
-  stdfs::remove_all(runs);
-  auto freshDirectory = [&](const std::string& name) {
-    std::string dir = runs + "/" + name;
+// Where the runs happen: fresh directories below one that is removed at the end.
+struct RunArea {
+  std::string root;
+  std::string fresh(const std::string& name) const {
+    std::string dir = root + "/" + name;
     stdfs::remove_all(dir);
     stdfs::create_directories(dir);
     return dir;
-  };
-  std::string self = selfPath();
-  std::string tmp = freshDirectory("tmp");
-  std::vector<std::string> env{"PATH=/usr/bin:/bin", "HOME=" + runs, "TMPDIR=" + tmp, "LANG=C.UTF-8"};
-  std::vector<std::string> envOne = env;
-  envOne.push_back("BRACKWOOD_UNPACK_THREADS=1");
-
-  std::vector<Contest> contests;
-  for (auto [title, archive, indexed] : {std::tuple{"jlink image, by create", jlink.create, true},
-                                         std::tuple{"jlink image, by tar -czf", jlink.tar, false},
-                                         std::tuple{"whole JDK, by create", whole.create, true},
-                                         std::tuple{"whole JDK, by tar -czf", whole.tar, false}}) {
-    long long length = tarLength(archive);
-    if (length < 0) {
-      std::fprintf(stderr, "cannot read %s\n", archive.c_str());
-      return 1;
-    }
-    std::string tool = makeArchiveBundle(freshDirectory("bundle-" + std::to_string(contests.size())), archive, length);
-    // The launcher's extraction must give what bsdtar gives, every way it takes, before its
-    // speed means anything; this also warms the page cache with the archive.
-    std::string theirs = freshDirectory("check-bsdtar");
-    measureOrExit("bsdtar", {"/usr/bin/bsdtar", "-xf", archive, "-C", theirs});
-    for (const char* how : {indexed ? "indexed" : "whole", "stream"}) {
-      std::string mine = freshDirectory(std::string("check-") + how);
-      measureOrExit(how, {self, "--extract", archive, mine, std::to_string(length), how});
-      if (shell("diff -r --no-dereference '" + mine + "' '" + theirs + "' > /dev/null") != 0) {
-        std::fprintf(stderr, "%s: the extractor's result (%s) differs from bsdtar's (see %s)\n", title, how,
-                     runs.c_str());
-        return 1;
-      }
-      stdfs::remove_all(mine);
-    }
-    stdfs::remove_all(theirs);
-    measureOrExit("the launcher", {tool}, env);
-    if (!stdfs::is_empty(tmp)) {
-      std::fprintf(stderr, "the launcher left its runtime in %s\n", tmp.c_str());
-      return 1;
-    }
-    contests.push_back({title, archive, tool, indexed, length});
   }
+};
 
+// A contest for one archive, once the launcher's extraction has given what bsdtar gives,
+// every way it takes (its speed means nothing before); this also warms the page cache.
+std::optional<Contest> prepareContest(const RunArea& area, const std::string& title, const std::string& archive,
+                                      bool indexed, size_t number, const std::vector<std::string>& env,
+                                      const std::string& tmp) {
+  long long length = tarLength(archive);
+  if (length < 0) {
+    std::fprintf(stderr, "cannot read %s\n", archive.c_str());
+    return std::nullopt;
+  }
+  std::string tool = makeArchiveBundle(area.fresh("bundle-" + std::to_string(number)), archive, length);
+  std::string theirs = area.fresh("check-bsdtar");
+  measureOrExit("bsdtar", {"/usr/bin/bsdtar", "-xf", archive, "-C", theirs});
+  for (const char* how : {indexed ? "indexed" : "whole", "stream"}) {
+    std::string mine = area.fresh(std::string("check-") + how);
+    measureOrExit(how, {selfPath(), "--extract", archive, mine, std::to_string(length), how});
+    if (shell("diff -r --no-dereference '" + mine + "' '" + theirs + "' > /dev/null") != 0) {
+      std::fprintf(stderr, "%s: the extractor's result (%s) differs from bsdtar's (see %s)\n", title.c_str(), how,
+                   area.root.c_str());
+      return std::nullopt;
+    }
+    stdfs::remove_all(mine);
+  }
+  stdfs::remove_all(theirs);
+  measureOrExit("the launcher", {tool}, env);
+  if (!stdfs::is_empty(tmp)) {
+    std::fprintf(stderr, "the launcher left its runtime in %s\n", tmp.c_str());
+    return std::nullopt;
+  }
+  return Contest{title, archive, tool, indexed, length};
+}
+
+// Each pair runs the three contestants of every archive; they take turns going first.
+void measurePairs(std::vector<Contest>& contests, int pairs, const RunArea& area, const std::vector<std::string>& env,
+                  const std::vector<std::string>& envOne) {
   for (int pair = 0; pair < pairs; ++pair) {
     for (Contest& c : contests) {
-      // The three contestants take turns going first.
       for (int turn = 0; turn < 3; ++turn) {
         switch ((turn + pair) % 3) {
           case 0: c.oneThread.push_back(measureOrExit("the launcher", {c.tool}, envOne).seconds); break;
           case 1: c.allThreads.push_back(measureOrExit("the launcher", {c.tool}, env).seconds); break;
           default: {
-            std::string dir = freshDirectory("bsdtar");
+            std::string dir = area.fresh("bsdtar");
             Sample extract = measureOrExit("bsdtar", {"/usr/bin/bsdtar", "-xf", c.archive, "-C", dir});
             Sample remove = measureOrExit("rm", {"/bin/rm", "-rf", dir});
             c.reference.push_back(extract.seconds + remove.seconds);
@@ -263,13 +241,16 @@ int main(int argc, char** argv) {
       }
     }
   }
+}
 
+void printResults(const std::vector<Contest>& contests, int pairs, const std::vector<std::string>& env,
+                  const std::vector<std::string>& envOne) {
   const unsigned threads = std::min(std::max(std::thread::hardware_concurrency(), 1u), 8u);
   std::printf("%d interleaved rounds per archive, medians per run, process start included; all = %u threads\n", pairs,
               threads);
   std::printf("%-26s %8s %8s %9s %9s %9s %7s %7s %10s %10s %8s\n", "archive", "gzip MB", "tar MB", "1 thread", "all",
               "bsdtar+rm", "ratio 1", "ratio all", "anon 1 MB", "anon all MB", "bound MB");
-  for (Contest& c : contests) {
+  for (const Contest& c : contests) {
     double one = 0, all = 0;
     for (int i = 0; i < 3; ++i) {
       one = std::max(one, peakAnonymousMb({c.tool}, envOne));
@@ -290,6 +271,46 @@ int main(int argc, char** argv) {
                 static_cast<long long>(stdfs::file_size(c.archive)), single,
                 (static_cast<double>(stdfs::file_size(c.archive)) / static_cast<double>(single) - 1) * 100);
   }
-  stdfs::remove_all(runs);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc > 1 && argv[1][0] == '-') {
+    int status = driver(argc, argv);
+    if (status >= 0) return status;
+    std::fprintf(stderr, "usage: untar_bench [pairs] [jdk]\n");
+    return 2;
+  }
+  int pairs = argc > 1 ? std::atoi(argv[1]) : 15;
+  std::string jdk = argc > 2 ? argv[2] : "/usr/lib/jvm/java-17-openjdk-amd64";
+  std::string cache = BWK_UNTAR_BENCH_CACHE;
+  runOrExit("make the cache", "mkdir -p '" + cache + "'");
+  const std::string jlinkStage = "'" + jdk +
+                                 "/bin/jlink' --add-modules java.base,java.desktop --strip-debug "
+                                 "--no-header-files --no-man-pages --output \"$PWD/x\"";
+  Packed jlink = packBothWays(cache, "jlink",
+                              "cd '" + cache + "' && rm -rf x && " + jlinkStage + " && mv x jlink-stage/Contents/Home");
+  Packed whole = packBothWays(cache, "jdk", "cp -a '" + jdk + "/.' '" + cache + "/jdk-stage/Contents/Home'");
+
+  RunArea area{cache + "/runs"};
+  stdfs::remove_all(area.root);
+  std::string tmp = area.fresh("tmp");
+  std::vector<std::string> env{"PATH=/usr/bin:/bin", "HOME=" + area.root, "TMPDIR=" + tmp, "LANG=C.UTF-8"};
+  std::vector<std::string> envOne = env;
+  envOne.push_back("BRACKWOOD_UNPACK_THREADS=1");
+
+  std::vector<Contest> contests;
+  for (auto [title, archive, indexed] : {std::tuple{"jlink image, by create", jlink.create, true},
+                                         std::tuple{"jlink image, by tar -czf", jlink.tar, false},
+                                         std::tuple{"whole JDK, by create", whole.create, true},
+                                         std::tuple{"whole JDK, by tar -czf", whole.tar, false}}) {
+    std::optional<Contest> contest = prepareContest(area, title, archive, indexed, contests.size(), env, tmp);
+    if (!contest) return 1;
+    contests.push_back(std::move(*contest));
+  }
+  measurePairs(contests, pairs, area, env, envOne);
+  printResults(contests, pairs, env, envOne);
+  stdfs::remove_all(area.root);
   return 0;
 }
