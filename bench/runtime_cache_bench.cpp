@@ -17,6 +17,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -79,6 +80,81 @@ void print(const char* name, const Runs& runs) {
               static_cast<double>(runs.maxRssKb) / 1024);
 }
 
+// The three bundles of one small program, laid out in `dir`; the reference runs the very
+// files of the cache entry, hard-linked into its bundle: how a file was written (in large
+// pieces or small) decides how the system caches it, and that alone moves a runtime's start
+// by several per cent.
+struct Bundles {
+  std::string unpacked, cached, plain;
+};
+std::optional<Bundles> makeBundles(const std::string& dir, const std::string& launcher, const std::string& jdk,
+                                   const std::string& archive, const std::vector<std::string>& env) {
+  std::string classes = dir + "/classes";
+  Bundles b{makeBundle(dir, "Unpacked", launcher, plist(classes, false)),
+            makeBundle(dir, "Cached", launcher, plist(classes, true)),
+            makeBundle(dir, "Plain", launcher, plist(classes, false))};
+  if (shell("set -e; cd '" + dir +
+            "'; printf 'public class Quick { public static void main(String[] a) { "
+            "System.out.println(\"ready\"); } }' > Quick.java; '" +
+            jdk +
+            "/bin/javac' -d classes Quick.java; "
+            "mkdir tmp cache; cp '" +
+            archive + "' Cached.app/Contents/Resources/app/jre.tar.gz; cp '" + archive +
+            "' Plain.app/Contents/Resources/app/jre.tar.gz") != 0) {
+    std::fprintf(stderr, "cannot lay out the bundles in %s\n", dir.c_str());
+    return std::nullopt;
+  }
+  Runs making;
+  if (!measure(making, b.cached, env, false) ||
+      shell("cp -al '" + dir + "'/cache/brackwood/Quick/runtime/*/jre.bundle '" + dir +
+            "/Unpacked.app/Contents/Resources/'") != 0) {
+    std::fprintf(stderr, "cannot lay out the reference\n");
+    return std::nullopt;
+  }
+  return b;
+}
+
+struct Contestants {
+  Runs fromUnpacked, later, laterChecksum, withoutKey, first;
+};
+
+// Later starts: two rounds first warm the page cache and the class-data archive; each round
+// starts with another contestant.
+bool measureLaterStarts(Contestants& c, const Bundles& b, const std::string& dir, const std::vector<std::string>& env,
+                        int rounds) {
+  std::string forgetArchive = "rm -f '" + dir + "/cache/brackwood/Quick/runtime/'.archive-*";
+  for (int round = -2; round < rounds; ++round) {
+    bool keep = round >= 0;
+    bool ok = true;
+    std::vector<std::function<void()>> turns = {
+        [&] { ok &= measure(c.fromUnpacked, b.unpacked, env, keep); },
+        [&] { ok &= measure(c.later, b.cached, env, keep); },
+        [&] {
+          shell(forgetArchive);
+          ok &= measure(c.laterChecksum, b.cached, env, keep);
+        },
+    };
+    for (size_t i = 0; i < turns.size(); ++i) turns[(i + static_cast<size_t>(round + 2)) % turns.size()]();
+    if (!ok) return false;
+  }
+  return true;
+}
+
+// First starts: the cache emptied before each, against the bundle without the key.
+bool measureFirstStarts(Contestants& c, const Bundles& b, const std::string& dir, const std::vector<std::string>& env,
+                        int rounds) {
+  std::string clearCache = "rm -rf '" + dir + "/cache/brackwood/Quick/runtime'";
+  for (int round = -1; round < rounds; ++round) {
+    bool keep = round >= 0;
+    bool swap = round % 2 != 0;
+    if (swap && !measure(c.withoutKey, b.plain, env, keep)) return false;
+    shell(clearCache);
+    if (!measure(c.first, b.cached, env, keep)) return false;
+    if (!swap && !measure(c.withoutKey, b.plain, env, keep)) return false;
+  }
+  return true;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -94,63 +170,14 @@ int main(int argc, char** argv) {
   std::string archive = jlinkRuntimeArchive(BWK_RUNTIME_ARCHIVE_CACHE, jdk);
 
   std::string dir = tempDirectory("bwk-runtime-cache");
-  std::string classes = dir + "/classes";
-  std::string unpacked = makeBundle(dir, "Unpacked", launcher, plist(classes, false));
-  std::string cached = makeBundle(dir, "Cached", launcher, plist(classes, true));
-  std::string plain = makeBundle(dir, "Plain", launcher, plist(classes, false));
-  if (shell("set -e; cd '" + dir +
-            "'; printf 'public class Quick { public static void main(String[] a) { "
-            "System.out.println(\"ready\"); } }' > Quick.java; '" +
-            jdk +
-            "/bin/javac' -d classes Quick.java; "
-            "mkdir tmp cache; cp '" +
-            archive + "' Cached.app/Contents/Resources/app/jre.tar.gz; cp '" + archive +
-            "' Plain.app/Contents/Resources/app/jre.tar.gz") != 0) {
-    std::fprintf(stderr, "cannot lay out the bundles in %s\n", dir.c_str());
-    return 1;
-  }
   std::vector<std::string> env = environmentWith({"TMPDIR=" + dir + "/tmp", "XDG_CACHE_HOME=" + dir + "/cache"});
-  std::string clearCache = "rm -rf '" + dir + "/cache/brackwood/Quick/runtime'";
-
-  std::string forgetArchive = "rm -f '" + dir + "/cache/brackwood/Quick/runtime/'.archive-*";
-  // The reference runs the very files of the entry, hard-linked into its bundle: how a file
-  // was written (in large pieces or small) decides how the system caches it, and that alone
-  // moves a runtime's start by several per cent.
-  Runs making;
-  if (!measure(making, cached, env, false) ||
-      shell("cp -al '" + dir + "'/cache/brackwood/Quick/runtime/*/jre.bundle '" + dir +
-            "/Unpacked.app/Contents/Resources/'") != 0) {
-    std::fprintf(stderr, "cannot lay out the reference\n");
-    return 1;
-  }
+  std::optional<Bundles> bundles = makeBundles(dir, launcher, jdk, archive, env);
+  if (!bundles) return 1;
   // The cache takes an archive file for known only once it has stayed unchanged a while.
   std::this_thread::sleep_for(std::chrono::milliseconds(3500));
-
-  // Two rounds first warm the page cache and the class-data archive. Each round starts with
-  // another contestant.
-  Runs fromUnpacked, later, laterChecksum, withoutKey, first;
-  for (int round = -2; round < rounds; ++round) {
-    bool keep = round >= 0;
-    bool ok = true;
-    std::vector<std::function<void()>> turns = {
-        [&] { ok &= measure(fromUnpacked, unpacked, env, keep); },
-        [&] { ok &= measure(later, cached, env, keep); },
-        [&] {
-          shell(forgetArchive);
-          ok &= measure(laterChecksum, cached, env, keep);
-        },
-    };
-    for (size_t i = 0; i < turns.size(); ++i) turns[(i + static_cast<size_t>(round + 2)) % turns.size()]();
-    if (!ok) return 1;
-  }
-  for (int round = -1; round < rounds; ++round) {
-    bool keep = round >= 0;
-    bool swap = round % 2 != 0;
-    if (swap && !measure(withoutKey, plain, env, keep)) return 1;
-    shell(clearCache);
-    if (!measure(first, cached, env, keep)) return 1;
-    if (!swap && !measure(withoutKey, plain, env, keep)) return 1;
-  }
+  Contestants c;
+  if (!measureLaterStarts(c, *bundles, dir, env, rounds) || !measureFirstStarts(c, *bundles, dir, env, rounds))
+    return 1;
   // The checksum alone, in this process: what a later start adds before the runtime starts.
   std::vector<double> checksums;
   for (int i = 0; i < 2 * rounds; ++i) {
@@ -163,15 +190,15 @@ int main(int argc, char** argv) {
   std::printf("a small program on a jlink image of OpenJDK 17 as app/jre.tar.gz (%s), %d interleaved rounds, medians\n",
               archive.c_str(), rounds);
   std::printf("later starts:\n");
-  print("runtime unpacked as Contents/Resources/jre.bundle", fromUnpacked);
-  print("bwk.reuseUnpackedRuntime, entry in the cache", later);
-  print("the same, archive file not known (checksum taken)", laterChecksum);
+  print("runtime unpacked as Contents/Resources/jre.bundle", c.fromUnpacked);
+  print("bwk.reuseUnpackedRuntime, entry in the cache", c.later);
+  print("the same, archive file not known (checksum taken)", c.laterChecksum);
   std::printf("  median of per-round ratios cached/unpacked: %.3f (checksum taken: %.3f)\n",
-              perRoundRatio(later, fromUnpacked), perRoundRatio(laterChecksum, fromUnpacked));
+              perRoundRatio(c.later, c.fromUnpacked), perRoundRatio(c.laterChecksum, c.fromUnpacked));
   std::printf("first starts:\n");
-  print("without the key (unpacked into TMPDIR)", withoutKey);
-  print("bwk.reuseUnpackedRuntime, entry made", first);
-  std::printf("  median of per-round ratios first/without key: %.3f\n", perRoundRatio(first, withoutKey));
+  print("without the key (unpacked into TMPDIR)", c.withoutKey);
+  print("bwk.reuseUnpackedRuntime, entry made", c.first);
+  std::printf("  median of per-round ratios first/without key: %.3f\n", perRoundRatio(c.first, c.withoutKey));
   std::printf("size and CRC-32 of the archive alone: %.2f ms\n", median(checksums) * 1e3);
   return 0;
 }
