@@ -94,6 +94,112 @@ struct Contestant {
   std::vector<double> seconds;
 };
 
+// Makes bundles of the Swing program with brackwood-bundle create; exits when one fails.
+struct BundleMaker {
+  std::string tool, launcher, jar, dir;
+  std::string create(const std::string& name, const std::string& runtime, const std::string& more) const {
+    std::string command = "'" + tool + "' create --name " + name + " --main-class bench.Main --jar '" + jar +
+                          "' --runtime '" + runtime + "' --launcher '" + launcher + "' --output '" + dir + "' " + more +
+                          " > '" + dir + "/" + name + ".log' 2>&1";
+    if (shell(command) != 0) {
+      std::fprintf(stderr, "create %s failed: see %s/%s.log\n", name.c_str(), dir.c_str(), name.c_str());
+      std::exit(1);
+    }
+    return dir + "/" + name + ".app";
+  }
+};
+
+// The Swing program, generated and compiled into `dir`/app.jar.
+bool buildSwingProgram(const std::string& dir, const std::string& jdk17) {
+  if (shell("set -e; cd '" + dir +
+            "'; bash '" BWK_BENCH_SOURCE_DIR "/swing_app/generate.sh' src 2000; find src -name '*.java' > files; '" +
+            jdk17 + "/bin/javac' --release 17 -d classes @files; '" + jdk17 +
+            "/bin/jar' cfe app.jar bench.Main -C classes .") != 0) {
+    std::fprintf(stderr, "cannot build the Swing program\n");
+    return false;
+  }
+  return true;
+}
+
+// Bundle sizes on OpenJDK 17 against the whole JDK (the runtime directory with its links
+// followed, its archive packed with tar and gzip -6). Gives the --jlink bundle.
+std::string measureSizes(const BundleMaker& maker, const std::string& jdk17) {
+  std::string given = maker.create("Given", jdk17, ""), linked = maker.create("Linked", jdk17, "--jlink");
+  std::string givenArchive = maker.create("GivenArchive", jdk17, "--runtime-as archive");
+  std::string linkedArchive = maker.create("LinkedArchive", jdk17, "--jlink --runtime-as archive");
+  double rest = duBytes(given) - duBytes(given + "/Contents/Resources/jre.bundle");
+  double wholeDirectory = rest + duBytes(jdk17, true);
+  double wholeArchive = rest + bytes("tar -chf - -C '" + jdk17 + "' . 2>/dev/null | gzip -6 | wc -c");
+  std::printf(
+      "bundle sizes, a Swing program on %s (the whole JDK: the runtime directory with its links followed, its archive "
+      "packed with tar and gzip -6):\n",
+      jdk17.c_str());
+  std::printf("  %-40s %8.1f MB\n", "whole JDK, as a directory", mb(wholeDirectory));
+  std::printf("  %-40s %8.1f MB  ratio %.3f\n", "as given, unneeded parts left out", mb(duBytes(given)),
+              duBytes(given) / wholeDirectory);
+  std::printf("  %-40s %8.1f MB  ratio %.3f\n", "--jlink", mb(duBytes(linked)), duBytes(linked) / wholeDirectory);
+  std::printf("  %-40s %8.1f MB\n", "whole JDK, as an archive", mb(wholeArchive));
+  std::printf("  %-40s %8.1f MB  ratio %.3f\n", "as given, archive", mb(duBytes(givenArchive)),
+              duBytes(givenArchive) / wholeArchive);
+  std::printf("  %-40s %8.1f MB  ratio %.3f\n", "--jlink, archive", mb(duBytes(linkedArchive)),
+              duBytes(linkedArchive) / wholeArchive);
+  return linked;
+}
+
+// The starts to compare: on Temurin 25 where it is installed, java -cp first; then OpenJDK 17.
+std::vector<Contestant> startContestants(const BundleMaker& maker, const std::string& jdk17, const std::string& jdk25,
+                                         const std::string& linked, bool have25) {
+  std::vector<Contestant> contestants;
+  if (have25) {
+    contestants.push_back({"Temurin 25: java -cp", {jdk25 + "/bin/java", "-cp", maker.jar, "bench.Main"}, {}});
+    contestants.push_back(
+        {"Temurin 25: bundle --aot-cache", {maker.create("Aot", jdk25, "--aot-cache") + "/Contents/MacOS/Aot"}, {}});
+    contestants.push_back({"Temurin 25: bundle --jlink --aot-cache",
+                           {maker.create("AotLinked", jdk25, "--jlink --aot-cache") + "/Contents/MacOS/AotLinked"},
+                           {}});
+    contestants.push_back(
+        {"Temurin 25: bundle without the cache", {maker.create("Plain", jdk25, "") + "/Contents/MacOS/Plain"}, {}});
+  } else {
+    std::printf("no Temurin 25 at %s: the rows of the AOT cache are skipped\n", jdk25.c_str());
+  }
+  contestants.push_back(
+      {"OpenJDK 17: java -cp (whole JDK)", {jdk17 + "/bin/java", "-cp", maker.jar, "bench.Main"}, {}});
+  contestants.push_back({"OpenJDK 17: bundle --jlink", {linked + "/Contents/MacOS/Linked"}, {}});
+  return contestants;
+}
+
+// The first start of each trains its cache (and warms the page cache); one more warms all.
+bool measureStarts(Display* x, std::vector<Contestant>& contestants, const std::vector<std::string>& env, int rounds) {
+  for (int round = -2; round < rounds; ++round) {
+    for (size_t i = 0; i < contestants.size(); ++i) {
+      Contestant& c = contestants[(i + static_cast<size_t>(round + 2)) % contestants.size()];
+      double seconds = toFirstWindow(x, c.argv, env);
+      if (seconds < 0) {
+        std::fprintf(stderr, "%s: no window, or a failed start\n", c.name.c_str());
+        return false;
+      }
+      if (round >= 0) c.seconds.push_back(seconds);
+    }
+  }
+  return true;
+}
+
+void printStarts(const std::vector<Contestant>& contestants, bool have25, int rounds) {
+  std::printf("start to the first window under Xvfb, %d interleaved rounds after the training start (medians):\n",
+              rounds);
+  auto ratio = [](const Contestant& a, const Contestant& b) {
+    std::vector<double> r;
+    for (size_t i = 0; i < a.seconds.size(); ++i) r.push_back(a.seconds[i] / b.seconds[i]);
+    return median(r);
+  };
+  for (size_t i = 0; i < contestants.size(); ++i) {
+    const Contestant& reference = contestants[have25 && i < 4 ? 0 : contestants.size() - 2];
+    std::printf("  %-42s %7.1f ms", contestants[i].name.c_str(), median(contestants[i].seconds) * 1e3);
+    if (&reference != &contestants[i]) std::printf("  ratio to java -cp %.3f", ratio(contestants[i], reference));
+    std::printf("\n");
+  }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -115,47 +221,10 @@ int main(int argc, char** argv) {
   std::printf("load average at the start %.2f %.2f %.2f\n", load[0], load[1], load[2]);
 
   std::string dir = tempDirectory("bwk-runtime-choice");
-  if (shell("set -e; cd '" + dir +
-            "'; bash '" BWK_BENCH_SOURCE_DIR "/swing_app/generate.sh' src 2000; find src -name '*.java' > files; '" +
-            jdk17 + "/bin/javac' --release 17 -d classes @files; '" + jdk17 +
-            "/bin/jar' cfe app.jar bench.Main -C classes .") != 0) {
-    std::fprintf(stderr, "cannot build the Swing program\n");
-    return 1;
-  }
-  std::string jar = dir + "/app.jar";
-  auto create = [&](const std::string& name, const std::string& runtime, const std::string& more) {
-    std::string command = "'" + tool + "' create --name " + name + " --main-class bench.Main --jar '" + jar +
-                          "' --runtime '" + runtime + "' --launcher '" + launcher + "' --output '" + dir + "' " + more +
-                          " > '" + dir + "/" + name + ".log' 2>&1";
-    if (shell(command) != 0) {
-      std::fprintf(stderr, "create %s failed: see %s/%s.log\n", name.c_str(), dir.c_str(), name.c_str());
-      std::exit(1);
-    }
-    return dir + "/" + name + ".app";
-  };
+  if (!buildSwingProgram(dir, jdk17)) return 1;
+  BundleMaker maker{tool, launcher, dir + "/app.jar", dir};
+  std::string linked = measureSizes(maker, jdk17);
 
-  // 1. Sizes, on OpenJDK 17.
-  std::string given = create("Given", jdk17, ""), linked = create("Linked", jdk17, "--jlink");
-  std::string givenArchive = create("GivenArchive", jdk17, "--runtime-as archive");
-  std::string linkedArchive = create("LinkedArchive", jdk17, "--jlink --runtime-as archive");
-  double rest = duBytes(given) - duBytes(given + "/Contents/Resources/jre.bundle");
-  double wholeDirectory = rest + duBytes(jdk17, true);
-  double wholeArchive = rest + bytes("tar -chf - -C '" + jdk17 + "' . 2>/dev/null | gzip -6 | wc -c");
-  std::printf(
-      "bundle sizes, a Swing program on %s (the whole JDK: the runtime directory with its links followed, its archive "
-      "packed with tar and gzip -6):\n",
-      jdk17.c_str());
-  std::printf("  %-40s %8.1f MB\n", "whole JDK, as a directory", mb(wholeDirectory));
-  std::printf("  %-40s %8.1f MB  ratio %.3f\n", "as given, unneeded parts left out", mb(duBytes(given)),
-              duBytes(given) / wholeDirectory);
-  std::printf("  %-40s %8.1f MB  ratio %.3f\n", "--jlink", mb(duBytes(linked)), duBytes(linked) / wholeDirectory);
-  std::printf("  %-40s %8.1f MB\n", "whole JDK, as an archive", mb(wholeArchive));
-  std::printf("  %-40s %8.1f MB  ratio %.3f\n", "as given, archive", mb(duBytes(givenArchive)),
-              duBytes(givenArchive) / wholeArchive);
-  std::printf("  %-40s %8.1f MB  ratio %.3f\n", "--jlink, archive", mb(duBytes(linkedArchive)),
-              duBytes(linkedArchive) / wholeArchive);
-
-  // 2. Starts to the first window.
   pid_t xvfb = -1;
   std::string display = startXvfb(xvfb);
   Display* x = display.empty() ? nullptr : XOpenDisplay(display.c_str());
@@ -165,48 +234,10 @@ int main(int argc, char** argv) {
   }
   XSelectInput(x, DefaultRootWindow(x), SubstructureNotifyMask);
   std::vector<std::string> env = environmentWith({"DISPLAY=" + display, "HOME=" + dir + "/home"});
-  std::vector<Contestant> contestants;
   bool have25 = access((jdk25 + "/bin/java").c_str(), X_OK) == 0;
-  if (have25) {
-    contestants.push_back({"Temurin 25: java -cp", {jdk25 + "/bin/java", "-cp", jar, "bench.Main"}, {}});
-    contestants.push_back(
-        {"Temurin 25: bundle --aot-cache", {create("Aot", jdk25, "--aot-cache") + "/Contents/MacOS/Aot"}, {}});
-    contestants.push_back({"Temurin 25: bundle --jlink --aot-cache",
-                           {create("AotLinked", jdk25, "--jlink --aot-cache") + "/Contents/MacOS/AotLinked"},
-                           {}});
-    contestants.push_back(
-        {"Temurin 25: bundle without the cache", {create("Plain", jdk25, "") + "/Contents/MacOS/Plain"}, {}});
-  } else {
-    std::printf("no Temurin 25 at %s: the rows of the AOT cache are skipped\n", jdk25.c_str());
-  }
-  contestants.push_back({"OpenJDK 17: java -cp (whole JDK)", {jdk17 + "/bin/java", "-cp", jar, "bench.Main"}, {}});
-  contestants.push_back({"OpenJDK 17: bundle --jlink", {linked + "/Contents/MacOS/Linked"}, {}});
-
-  // The first start of each trains its cache (and warms the page cache); one more warms all.
-  for (int round = -2; round < rounds; ++round) {
-    for (size_t i = 0; i < contestants.size(); ++i) {
-      Contestant& c = contestants[(i + static_cast<size_t>(round + 2)) % contestants.size()];
-      double seconds = toFirstWindow(x, c.argv, env);
-      if (seconds < 0) {
-        std::fprintf(stderr, "%s: no window, or a failed start\n", c.name.c_str());
-        return 1;
-      }
-      if (round >= 0) c.seconds.push_back(seconds);
-    }
-  }
-  std::printf("start to the first window under Xvfb, %d interleaved rounds after the training start (medians):\n",
-              rounds);
-  auto ratio = [](const Contestant& a, const Contestant& b) {
-    std::vector<double> r;
-    for (size_t i = 0; i < a.seconds.size(); ++i) r.push_back(a.seconds[i] / b.seconds[i]);
-    return median(r);
-  };
-  for (size_t i = 0; i < contestants.size(); ++i) {
-    const Contestant& reference = contestants[have25 && i < 4 ? 0 : contestants.size() - 2];
-    std::printf("  %-42s %7.1f ms", contestants[i].name.c_str(), median(contestants[i].seconds) * 1e3);
-    if (&reference != &contestants[i]) std::printf("  ratio to java -cp %.3f", ratio(contestants[i], reference));
-    std::printf("\n");
-  }
+  std::vector<Contestant> contestants = startContestants(maker, jdk17, jdk25, linked, have25);
+  if (!measureStarts(x, contestants, env, rounds)) return 1;
+  printStarts(contestants, have25, rounds);
   std::string caches = output("ls '" + dir + "/home/Library/Caches/brackwood/aot'/*/ 2>/dev/null | grep -c '\\.aot$'");
   std::printf("AOT cache files written: %s", caches.c_str());
   getloadavg(load, 3);
