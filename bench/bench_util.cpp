@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <stdexcept>
@@ -83,6 +84,32 @@ std::string startXvfb(pid_t& pid) {
   while (poll(&p, 1, 10000) > 0 && read(fds[0], &c, 1) == 1 && c != '\n') number += c;
   close(fds[0]);
   return number.empty() ? "" : ":" + number;
+}
+
+std::vector<std::string> environmentWith(const std::vector<std::string>& changes) {
+  std::vector<std::string> env;
+  for (char** e = environ; *e; ++e) {
+    std::string entry = *e, name = entry.substr(0, entry.find('='));
+    bool changed =
+        name == "BRACKWOOD_LOG" || name == "DISPLAY" || name == "WAYLAND_DISPLAY" || name == "JAVA_TOOL_OPTIONS";
+    for (const std::string& c : changes) changed |= c.substr(0, c.find('=')) == name;
+    if (!changed) env.push_back(entry);
+  }
+  for (const std::string& c : changes)
+    if (c.find('=') != std::string::npos) env.push_back(c);
+  return env;
+}
+
+bool makeAbsolute(const std::vector<std::string*>& paths) {
+  for (std::string* path : paths) {
+    char resolved[PATH_MAX];
+    if (!realpath(path->c_str(), resolved)) {
+      std::fprintf(stderr, "no %s: build the project first\n", path->c_str());
+      return false;
+    }
+    *path = resolved;
+  }
+  return true;
 }
 
 std::string tempDirectory(const std::string& prefix) {

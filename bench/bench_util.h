@@ -26,6 +26,13 @@ Sample runMeasured(const std::vector<std::string>& argv, const std::string& outp
                    const std::vector<std::string>& environment = {});
 double median(std::vector<double> values);
 std::string tempDirectory(const std::string& prefix);
+// This process's environment without the variables that choose the launcher's mode or
+// change the runtime (BRACKWOOD_LOG, DISPLAY, WAYLAND_DISPLAY, JAVA_TOOL_OPTIONS), with
+// `changes` applied: "NAME=value" sets, "NAME" removes.
+std::vector<std::string> environmentWith(const std::vector<std::string>& changes);
+// Replaces each path by its absolute, resolved form; false, with a message, when one does not
+// exist (the benchmarks lay out bundles elsewhere, so relative paths would not do).
+bool makeAbsolute(const std::vector<std::string*>& paths);
 // Xvfb on a free display (800x600); its name (":N"), or "" when it does not start.
 std::string startXvfb(pid_t& pid);
 int shell(const std::string& command);

@@ -13,24 +13,7 @@
 
 using namespace bwk::bench;
 
-extern char** environ;
-
-namespace {
-
-// This process's environment without the variables that choose the mode, plus `extra`.
-std::vector<std::string> environmentWith(const std::string& extra) {
-  std::vector<std::string> env;
-  for (char** e = environ; *e; ++e) {
-    std::string entry = *e;
-    if (entry.rfind("DISPLAY=", 0) != 0 && entry.rfind("WAYLAND_DISPLAY=", 0) != 0 &&
-        entry.rfind("BRACKWOOD_LOG=", 0) != 0)
-      env.push_back(entry);
-  }
-  if (!extra.empty()) env.push_back(extra);
-  return env;
-}
-
-}  // namespace
+namespace {}  // namespace
 
 int main(int argc, char** argv) {
   std::string launcher = argc > 1 ? argv[1] : "build/bin/brackwood-launcher";
@@ -38,12 +21,7 @@ int main(int argc, char** argv) {
   std::string jdk = argc > 3 ? argv[3] : "/usr/lib/jvm/java-17-openjdk-amd64";
   int megabytes = argc > 4 ? std::atoi(argv[4]) : 200;
   int rounds = argc > 5 ? std::atoi(argv[5]) : 10;
-  char resolved[4096];
-  if (!realpath(jar.c_str(), resolved)) {
-    std::fprintf(stderr, "no %s: build the project first\n", jar.c_str());
-    return 1;
-  }
-  jar = resolved;
+  if (!makeAbsolute({&jar})) return 1;
 
   std::string dir = tempDirectory("bwk-error-stream");
   // No progress window: application mode then loads no window toolkit, and needs no display
@@ -65,9 +43,9 @@ int main(int argc, char** argv) {
     std::vector<std::string> argv, env;
     std::vector<double> seconds;
   } contestants[] = {
-      {"application mode", {executable, writes}, environmentWith("DISPLAY=:bench"), {}},
-      {"command-line mode", {executable, writes}, environmentWith(""), {}},
-      {"bin/java", {jdk + "/bin/java", "-cp", jar, "Hello", writes}, environmentWith(""), {}},
+      {"application mode", {executable, writes}, environmentWith({"DISPLAY=:bench"}), {}},
+      {"command-line mode", {executable, writes}, environmentWith({}), {}},
+      {"bin/java", {jdk + "/bin/java", "-cp", jar, "Hello", writes}, environmentWith({}), {}},
   };
   for (const char* sink : {"/dev/null", "file"}) {
     std::string output = std::string(sink) == "file" ? dir + "/output" : "";

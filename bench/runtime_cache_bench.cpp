@@ -27,8 +27,6 @@
 
 using namespace bwk::bench;
 
-extern char** environ;
-
 namespace {
 
 std::string plist(const std::string& classes, bool reuse) {
@@ -37,18 +35,6 @@ std::string plist(const std::string& classes, bool reuse) {
          (reuse ? "<key>bwk.reuseUnpackedRuntime</key><true/>" : "") +
          "<key>JavaVM</key><dict><key>MainClass</key><string>Quick</string><key>ClassPath</key><string>" + classes +
          "</string></dict></dict></plist>";
-}
-
-std::vector<std::string> environmentWith(const std::vector<std::string>& changes) {
-  std::vector<std::string> env;
-  for (char** e = environ; *e; ++e) {
-    std::string entry = *e, name = entry.substr(0, entry.find('='));
-    bool changed = name == "BRACKWOOD_LOG" || name == "DISPLAY" || name == "WAYLAND_DISPLAY";
-    for (const std::string& c : changes) changed |= c.substr(0, c.find('=')) == name;
-    if (!changed) env.push_back(entry);
-  }
-  env.insert(env.end(), changes.begin(), changes.end());
-  return env;
 }
 
 struct Runs {
@@ -161,12 +147,7 @@ int main(int argc, char** argv) {
   std::string launcher = argc > 1 ? argv[1] : "build/bin/brackwood-launcher";
   std::string jdk = argc > 2 ? argv[2] : "/usr/lib/jvm/java-17-openjdk-amd64";
   int rounds = argc > 3 ? std::atoi(argv[3]) : 20;
-  char resolved[PATH_MAX];
-  if (!realpath(launcher.c_str(), resolved)) {
-    std::fprintf(stderr, "no %s: build the project first\n", launcher.c_str());
-    return 1;
-  }
-  launcher = resolved;
+  if (!makeAbsolute({&launcher})) return 1;
   std::string archive = jlinkRuntimeArchive(BWK_RUNTIME_ARCHIVE_CACHE, jdk);
 
   std::string dir = tempDirectory("bwk-runtime-cache");

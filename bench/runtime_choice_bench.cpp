@@ -29,8 +29,6 @@
 using namespace bwk::bench;
 using Clock = std::chrono::steady_clock;
 
-extern char** environ;
-
 namespace {
 
 std::string output(const std::string& command) {
@@ -74,18 +72,6 @@ double toFirstWindow(Display* x, const std::vector<std::string>& argv, const std
     poll(&p, 1, 1);
   }
   return WIFEXITED(status) && WEXITSTATUS(status) == 0 ? mapped : -1;
-}
-
-std::vector<std::string> environmentWith(const std::vector<std::string>& set) {
-  std::vector<std::string> env;
-  for (char** e = environ; *e; ++e) {
-    std::string entry = *e, name = entry.substr(0, entry.find('='));
-    bool replaced = name == "BRACKWOOD_LOG" || name == "WAYLAND_DISPLAY" || name == "JAVA_TOOL_OPTIONS";
-    for (const std::string& s : set) replaced |= s.substr(0, s.find('=')) == name;
-    if (!replaced) env.push_back(entry);
-  }
-  env.insert(env.end(), set.begin(), set.end());
-  return env;
 }
 
 struct Contestant {
@@ -208,14 +194,7 @@ int main(int argc, char** argv) {
   std::string jdk17 = argc > 3 ? argv[3] : "/usr/lib/jvm/java-17-openjdk-amd64";
   std::string jdk25 = argc > 4 ? argv[4] : "/usr/lib/jvm/temurin-25-jdk-amd64";
   int rounds = argc > 5 ? std::atoi(argv[5]) : 15;
-  for (std::string* file : {&tool, &launcher}) {
-    char resolved[PATH_MAX];
-    if (!realpath(file->c_str(), resolved)) {
-      std::fprintf(stderr, "no %s: build the project first\n", file->c_str());
-      return 1;
-    }
-    *file = resolved;
-  }
+  if (!makeAbsolute({&tool, &launcher})) return 1;
   double load[3] = {0, 0, 0};
   getloadavg(load, 3);
   std::printf("load average at the start %.2f %.2f %.2f\n", load[0], load[1], load[2]);

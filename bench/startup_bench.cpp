@@ -16,12 +16,7 @@ int main(int argc, char** argv) {
   std::string jdk = argc > 3 ? argv[3] : "/usr/lib/jvm/java-17-openjdk-amd64";
   int pairs = argc > 4 ? std::atoi(argv[4]) : 40;
   // The launcher enters the bundle before the runtime starts: paths must be absolute.
-  char resolved[4096];
-  if (!realpath(jar.c_str(), resolved)) {
-    std::fprintf(stderr, "no %s: build the project first\n", jar.c_str());
-    return 1;
-  }
-  jar = resolved;
+  if (!makeAbsolute({&jar})) return 1;
 
   std::string dir = tempDirectory("bwk-startup");
   std::string app = dir + "/Hello.app";

@@ -34,24 +34,7 @@
 using namespace bwk::bench;
 using Clock = std::chrono::steady_clock;
 
-extern char** environ;
-
 namespace {
-
-// This process's environment less the debug log and the display, with `changes` applied
-// ("NAME=value" sets, "NAME" removes).
-std::vector<std::string> environmentWith(const std::vector<std::string>& changes) {
-  std::vector<std::string> env;
-  for (char** e = environ; *e; ++e) {
-    std::string entry = *e, name = entry.substr(0, entry.find('='));
-    bool changed = name == "BRACKWOOD_LOG" || name == "DISPLAY" || name == "WAYLAND_DISPLAY";
-    for (const std::string& c : changes) changed |= c.substr(0, c.find('=')) == name;
-    if (!changed) env.push_back(entry);
-  }
-  for (const std::string& c : changes)
-    if (c.find('=') != std::string::npos) env.push_back(c);
-  return env;
-}
 
 std::string plist(const std::string& body) {
   return "<?xml version=\"1.0\"?><plist version=\"1.0\"><dict><key>CFBundleName</key><string>Bench</string>" + body +
@@ -240,15 +223,7 @@ int main(int argc, char** argv) {
   std::string jar = argc > 3 ? argv[3] : "build/demo/Hello.app/Contents/Resources/app/lib/hello.jar";
   std::string jdk = argc > 4 ? argv[4] : "/usr/lib/jvm/java-17-openjdk-amd64";
   int rounds = argc > 5 ? std::atoi(argv[5]) : 30;
-  // The bundles are laid out from another directory: every path must be absolute.
-  for (std::string* file : {&launcher, &fakeJli, &jar}) {
-    char resolved[PATH_MAX];
-    if (!realpath(file->c_str(), resolved)) {
-      std::fprintf(stderr, "no %s: build the project first\n", file->c_str());
-      return 1;
-    }
-    *file = resolved;
-  }
+  if (!makeAbsolute({&launcher, &fakeJli, &jar})) return 1;
 
   std::string dir = tempDirectory("bwk-window");
   std::optional<Bundles> bundles = makeBundles(dir, launcher, fakeJli, jar, jdk);
