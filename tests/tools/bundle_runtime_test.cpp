@@ -136,6 +136,8 @@ TEST_F(BundleRuntime, LinkedRuntimeRunsAndCheckNamesAMissingModule) {
   std::string release = readFile(home + "/release");
   EXPECT_TRUE(text::contains(release, " java.management ") && !text::contains(release, "java.desktop")) << release;
   EXPECT_FALSE(fs::exists(home + "/jmods") || fs::exists(home + "/include")) << "headers and jmods are not linked";
+  EXPECT_TRUE(fs::exists(home + "/lib/server/classes.jsa") && !fs::exists(home + "/lib/server/classes_nocoops.jsa"));
+  EXPECT_EQ(shell("readelf -S " + home + "/lib/server/libjvm.so | grep -c symtab").out, "0\n") << "symbols stripped";
   std::vector<std::string> env;
 #if defined(__SANITIZE_ADDRESS__)
   // The sanitizer's dlopen hides the caller's search path, so libjimage, unpacking a class

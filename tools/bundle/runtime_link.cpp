@@ -5,6 +5,7 @@
 #include "base/fs.h"
 #include "base/path.h"
 #include "base/strings.h"
+#include "elf_strip.h"
 #include "manifest_options.h"
 #include "module_deps.h"
 #include "tool_error.h"
@@ -50,6 +51,35 @@ std::vector<std::string> pathEntries(const std::string& list) {
       entries.back() += list[i];
   }
   return entries;
+}
+
+// The class-data archive for heaps without compressed object pointers (over 32 GB, or
+// -XX:-UseCompressedOops): a runtime that misses it starts such a heap without a shared
+// archive, silently. 3 MB of every archive for a heap desktop applications do not use.
+constexpr const char* kUncompressedPointersArchive = "classes_nocoops.jsa";
+
+// Leaves out of a linked image what no start uses: the class-data archives above, and the
+// symbol tables of its ELF libraries (only a crash report names functions with them; the
+// dynamic symbols the loader needs stay, and the loaded bytes stay as they are).
+void leaveOutUnused(const std::string& directory) {
+  for (const std::string& name : fs::listDirectory(directory).value_or(std::vector<std::string>{})) {
+    std::string item = path::append(directory, name);
+    if (fs::isSymbolicLink(item)) continue;
+    if (fs::isDirectory(item)) {
+      leaveOutUnused(item);
+    } else if (name == kUncompressedPointersArchive) {
+      if (!fs::removeItem(item)) throw failure(item + ": cannot be removed from the linked image");
+    } else if (text::endsWith(name, ".so") || text::contains(name, ".so.")) {
+      std::optional<std::string> contents = fs::readFile(item);
+      if (!contents) throw failure(item + ": cannot be read in the linked image");
+      std::span<const uint8_t> file(reinterpret_cast<const uint8_t*>(contents->data()), contents->size());
+      std::string reason;
+      std::optional<std::vector<uint8_t>> stripped = stripElf(file, &reason);
+      if (!stripped || stripped->size() >= contents->size()) continue;  // not ELF, or nothing to strip
+      if (!fs::writeFile(item, std::string(stripped->begin(), stripped->end())))
+        throw failure(item + ": cannot be written in the linked image");
+    }
+  }
 }
 
 bool isPseudoModule(const std::string& name) { return text::startsWith(name, "ALL-"); }
@@ -152,6 +182,7 @@ LinkedRuntime linkRuntime(const LinkInput& input, const std::string& output) {
   if (ran->status != 0)
     throw failure("jlink ended with status " + std::to_string(ran->status) + ": " +
                   (ran->err.empty() ? ran->out : ran->err));
+  leaveOutUnused(path::append(output, "lib"));
   std::optional<ShippedRuntime> runtime = inspectRuntime(output, &error);
   if (!runtime) throw failure("jlink's image: " + error);
   linked.runtime = *runtime;

@@ -1,12 +1,14 @@
 #include "tar_writer.h"
 
 #include <fcntl.h>
+#include <libdeflate.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -19,7 +21,7 @@ namespace {
 
 constexpr size_t kBlock = 512;
 constexpr size_t kNameField = 100;
-constexpr size_t kOutputBufferSize = 256 * 1024;
+constexpr unsigned kMaxThreads = 8;
 
 // An octal number in a field of `width` bytes: digits, then a NUL.
 bool putOctal(char* field, size_t width, uint64_t value) {
@@ -34,7 +36,7 @@ bool putOctal(char* field, size_t width, uint64_t value) {
 }  // namespace
 
 TarGzWriter::~TarGzWriter() {
-  if (deflating_) deflateEnd(&deflate_);
+  for (libdeflate_compressor* compressor : compressors_) libdeflate_free_compressor(compressor);
   if (file_) std::fclose(file_);
 }
 
@@ -46,54 +48,61 @@ bool TarGzWriter::fail(const std::string& reason) {
 bool TarGzWriter::open(const std::string& path) {
   file_ = std::fopen(path.c_str(), "wb");
   if (!file_) return fail(path + ": " + std::strerror(errno));
-  // Level 6, and a gzip header and trailer around each member (window bits 15 + 16).
-  if (deflateInit2(&deflate_, 6, Z_DEFLATED, 15 + 16, 8, Z_DEFAULT_STRATEGY) != Z_OK)
-    return fail("compressing: out of memory");
-  deflating_ = true;
-  out_.resize(kOutputBufferSize);
+  unsigned threads = std::clamp(std::thread::hardware_concurrency(), 1u, kMaxThreads);
+  for (unsigned i = 0; i < threads; ++i) {
+    compressors_.push_back(libdeflate_alloc_compressor(kLevel));
+    if (!compressors_.back()) return fail("compressing: out of memory");
+  }
+  member_.reserve(kMemberSize);
   return true;
 }
 
 bool TarGzWriter::output(const void* data, size_t length) {
   if (length > 0 && std::fwrite(data, 1, length, file_) != length)
     return fail(std::string("writing: ") + std::strerror(errno));
-  fileLength_ += length;
   return true;
 }
 
-bool TarGzWriter::compress(const char* data, size_t length, int flush) {
-  deflate_.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(data));
-  deflate_.avail_in = static_cast<uInt>(length);
-  for (;;) {
-    deflate_.next_out = out_.data();
-    deflate_.avail_out = static_cast<uInt>(out_.size());
-    int status = deflate(&deflate_, flush);
-    if (status == Z_STREAM_ERROR) return fail("compressing: the archive could not be completed");
-    if (!output(out_.data(), out_.size() - deflate_.avail_out)) return false;
-    if (flush == Z_FINISH ? status == Z_STREAM_END : deflate_.avail_out != 0) return true;
+// Compresses the members waiting, one per thread, and writes them in their order.
+bool TarGzWriter::compressFullMembers() {
+  std::vector<std::vector<char>> compressed(full_.size());
+  auto compress = [&](size_t i) {
+    size_t bound = libdeflate_gzip_compress_bound(compressors_[i], full_[i].size());
+    compressed[i].resize(bound);
+    compressed[i].resize(
+        libdeflate_gzip_compress(compressors_[i], full_[i].data(), full_[i].size(), compressed[i].data(), bound));
+  };
+  std::vector<std::thread> helpers;
+  for (size_t i = 1; i < full_.size(); ++i) helpers.emplace_back(compress, i);
+  if (!full_.empty()) compress(0);
+  for (std::thread& helper : helpers) helper.join();
+  for (size_t i = 0; i < full_.size(); ++i) {
+    if (compressed[i].empty()) return fail("compressing: the archive could not be completed");
+    if (!output(compressed[i].data(), compressed[i].size())) return false;
+    members_.emplace_back(static_cast<uint32_t>(compressed[i].size()), static_cast<uint32_t>(full_[i].size()));
   }
+  full_.clear();
+  return true;
 }
 
-// Ends the member being written with its trailer and starts the next from a fresh state.
+// Hands the member being filled to the next free thread; when every thread has one, they run.
 bool TarGzWriter::endMember() {
-  if (!compress(nullptr, 0, Z_FINISH)) return false;
-  members_.emplace_back(static_cast<uint32_t>(fileLength_ - memberStart_), inMember_);
-  memberStart_ = fileLength_;
-  inMember_ = 0;
-  return deflateReset(&deflate_) == Z_OK || fail("compressing: the archive could not be completed");
+  full_.push_back(std::move(member_));
+  member_ = {};
+  member_.reserve(kMemberSize);
+  return full_.size() < compressors_.size() || compressFullMembers();
 }
 
 bool TarGzWriter::write(const void* data, size_t length) {
   if (!error_.empty()) return false;
   const char* bytes = static_cast<const char*>(data);
   while (length > 0) {
-    size_t part = std::min<size_t>(length, kMemberSize - inMember_);
-    if (!compress(bytes, part, Z_NO_FLUSH)) return false;
-    inMember_ += static_cast<uint32_t>(part);
+    size_t part = std::min<size_t>(length, kMemberSize - member_.size());
+    member_.insert(member_.end(), bytes, bytes + part);
     written_ += part;
     bytes += part;
     length -= part;
-    if (inMember_ == kMemberSize && !endMember()) return false;
+    if (member_.size() == kMemberSize && !endMember()) return false;
   }
   return true;
 }
@@ -162,7 +171,7 @@ bool TarGzWriter::addFile(const std::string& name, const std::string& source, ui
 
 bool TarGzWriter::finish() {
   static const char kZeros[2 * kBlock] = {};
-  bool ok = write(kZeros, sizeof kZeros) && (inMember_ == 0 || endMember());
+  bool ok = write(kZeros, sizeof kZeros) && (member_.empty() || endMember()) && compressFullMembers();
   // Without an index (more members than it can list) the archive is still read, as a stream.
   if (ok) {
     std::string index = encodeArchiveIndex(members_);

@@ -4,14 +4,14 @@
 // files, directories and symbolic links. The tar stream is cut into independent gzip members
 // of kMemberSize bytes each, followed by an index of them (install/archive_index.h), so that
 // the launcher can inflate them on several threads; to every other reader it is one
-// ordinary .tar.gz.
-#include <zlib.h>
-
+// ordinary .tar.gz. Members are compressed side by side, one per core.
 #include <cstdint>
 #include <cstdio>
 #include <string>
 #include <utility>
 #include <vector>
+
+struct libdeflate_compressor;
 
 namespace bwk::bundle {
 
@@ -26,6 +26,8 @@ class TarGzWriter {
   // the first files be written sooner; each costs a fresh start of the compression (about
   // 0.1 % in size at this length).
   static constexpr uint32_t kMemberSize = 4u << 20;
+  // libdeflate's level: written once, unpacked at every start, so size is worth the time.
+  static constexpr int kLevel = 10;
 
   bool open(const std::string& path);
   // Names are "/"-separated and relative; a directory's name gets its trailing "/" here.
@@ -44,20 +46,17 @@ class TarGzWriter {
   bool header(const std::string& name, char type, uint64_t size, uint32_t mode, int64_t mtime, const std::string& link);
   bool longEntry(char type, const std::string& text);
   bool write(const void* data, size_t length);
-  bool compress(const char* data, size_t length, int flush);
   bool endMember();
+  bool compressFullMembers();
   bool output(const void* data, size_t length);
   bool pad();
   bool fail(const std::string& reason);
 
   std::FILE* file_ = nullptr;
-  z_stream deflate_{};
-  bool deflating_ = false;
-  uint32_t inMember_ = 0;     // tar bytes in the member being written
-  uint64_t memberStart_ = 0;  // file offset where it began
-  uint64_t fileLength_ = 0;
-  std::vector<std::pair<uint32_t, uint32_t>> members_;  // compressed and tar length of each
-  std::vector<unsigned char> out_;
+  std::vector<libdeflate_compressor*> compressors_;     // one per thread
+  std::vector<char> member_;                            // tar bytes of the member being filled
+  std::vector<std::vector<char>> full_;                 // filled members waiting for a thread each
+  std::vector<std::pair<uint32_t, uint32_t>> members_;  // compressed and tar length of each written
   uint64_t written_ = 0;
   std::string error_;
 };
