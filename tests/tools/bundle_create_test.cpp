@@ -3,8 +3,11 @@
 // extraction).
 #include <sys/stat.h>
 
+#include <dlfcn.h>
+
 #include "base/fs.h"
 #include "bundle_tool.h"
+#include "elf_strip.h"
 #include "install/archive_index.h"
 #include "install/untar.h"
 #include "tar_writer.h"
@@ -84,6 +87,32 @@ TEST_F(BundleCreate, ShippedRuntimeKeepsFilesModesAndInnerLinks) {
         << form << ": a link out of the runtime is replaced by its file";
     EXPECT_FALSE(fs::existsNoFollow(shippedHome + "/lib/broken")) << form;
   }
+}
+
+// Stripping keeps every section but the debugging information and the symbol tables, each
+// where it was loaded, and the library still loads and resolves its dynamic symbols.
+TEST(ElfStrip, KeepsWhatIsLoaded) {
+  TempDir tmp;
+  const std::string original = BWK_FAKE_JLI, stripped = tmp / "libjli.so";
+  std::string bytes = readFile(original), error;
+  auto out = bundle::stripElf({reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size()}, &error);
+  ASSERT_TRUE(out) << error;
+  writeFile(stripped, std::string(out->begin(), out->end()));
+  // Each section's line without its index and its file offset.
+  auto sections = [](const std::string& file, const std::string& filter) {
+    return shell("readelf -SW " + file + " | sed -nE 's/^ *\\[ *[0-9]+\\] (.*)$/\\1/p' | awk '{ $4 = \"\"; print }'" +
+                 filter)
+        .out;
+  };
+  std::string kept = sections(original, " | grep -Ev '^[.]z?debug|^[.]symtab |^[.]strtab '");
+  EXPECT_EQ(sections(stripped, ""), kept);
+  EXPECT_TRUE(text::contains(sections(original, ""), ".symtab ")) << "nothing to strip";
+  EXPECT_EQ(shell("cmp -i 64 -n 8128 " + original + " " + stripped).status, 0) << "what follows the file header";
+  void* library = dlopen(stripped.c_str(), RTLD_NOW | RTLD_LOCAL);
+  ASSERT_NE(library, nullptr) << dlerror();
+  EXPECT_NE(dlsym(library, "JLI_Launch"), nullptr);
+  dlclose(library);
+  EXPECT_FALSE(bundle::stripElf({reinterpret_cast<const uint8_t*>("#!/bin/sh\n"), 10}, &error));
 }
 
 // A file that is shorter than when it was listed ends the archive with a reason.
