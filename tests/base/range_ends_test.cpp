@@ -1,0 +1,76 @@
+// Every range of characters, code points and numbers the readers accept, at both its ends:
+// an end taken for outside the range changes the value read.
+#include <gtest/gtest.h>
+
+#include <climits>
+
+#include "base/format.h"
+#include "base/plist_reader.h"
+#include "base/strings.h"
+#include "base/unicode.h"
+
+namespace bwk::test {
+namespace {
+
+PlistValue firstValue(std::string_view document) {
+  std::optional<PlistValue> read = readPropertyList(document);
+  EXPECT_TRUE(read) << document;
+  if (!read) return PlistValue("");
+  if (const PlistArray* array = read->asArray()) return array->at(0);
+  return *read;
+}
+
+std::string xml(const std::string& element) {
+  return "<?xml version=\"1.0\"?><plist version=\"1.0\"><array>" + element + "</array></plist>";
+}
+
+TEST(RangeEnds, PropertyListReaders) {
+  const std::vector<std::pair<std::string, PlistValue>> cases = {
+      // text: unquoted strings, <data> digits, \U escapes of surrogate pairs, octal escapes
+      {"(AZaz09_$)", "AZaz09_$"},
+      {"(<09afAF>)", PlistValue(PlistData{{0x09, 0xaf, 0xaf}})},
+      {R"(("\UD800\UDC00 \UDBFF\UDFFF"))", "\xF0\x90\x80\x80 \xF4\x8F\xBF\xBF"},
+      {R"(("\0\7\077\70"))", std::string("\0\a?8", 4)},
+      // XML: reals beginning with either end of the digits, dates either side of March,
+      // base64 of every letter and digit range
+      {xml("<real>0.5</real>"), 0.5},
+      {xml("<real>9.5</real>"), 9.5},
+      {xml("<date>2000-02-29T00:00:00Z</date>"), PlistDate{-26524800}},
+      {xml("<date>2000-03-01T00:00:00Z</date>"), PlistDate{-26438400}},
+      {xml("<data>AZaz09+/</data>"), PlistValue(PlistData{{0x01, 0x96, 0xb3, 0xd3, 0xdf, 0xbf}})},
+  };
+  for (const auto& [document, expected] : cases) EXPECT_EQ(firstValue(document), expected) << document;
+}
+
+TEST(RangeEnds, ValuesReadAsOtherTypes) {
+  auto value = [](PlistValue v) { return PlistValue(PlistDict{{"k", std::move(v)}}); };
+  EXPECT_EQ(value("9").boolean("k"), true);
+  EXPECT_EQ(value(9223372036854775808.0).integer("k"), INT64_MAX);
+  EXPECT_EQ(value(-9223372036854775808.0).integer("k"), INT64_MIN);
+  EXPECT_EQ(text::integerValue("90"), 90);
+  // Plain words stay unquoted in a description; the first byte of a UTF-8 sequence may be 0x80.
+  EXPECT_EQ(PlistValue(PlistArray{"a/b:c-d.e_$", "\xC3\x80", "a b"}).description(),
+            "(\n    a/b:c-d.e_$,\n    \xC3\x80,\n    \"a b\"\n)");
+}
+
+TEST(RangeEnds, Unicode) {
+  const std::vector<std::pair<std::string, bool>> utf8 = {
+      {"\xC2\x80", true},     {"\xDF\xBF", true},          {"\xE0\xA0\x80", true},  {"\xED\x9F\xBF", true},
+      {"\xEE\x80\x80", true}, {"\xF4\x8F\xBF\xBF", true},  {"\xED\xA0\x80", false}, {"\xED\xBF\xBF", false},
+      {"\xC3\x41", false},    {"\xF4\x90\x80\x80", false}, {"\xC3", false},
+  };
+  for (const auto& [bytes, valid] : utf8) EXPECT_EQ(text::isValidUtf8(bytes), valid) << text::join({bytes}, "");
+  std::string replaced;
+  for (char32_t cp : {0xD7FFu, 0xD800u, 0xDFFFu, 0xE000u, 0x10FFFFu, 0x110000u}) unicode::appendUtf8(replaced, cp);
+  EXPECT_EQ(replaced, "\xED\x9F\xBF\xEF\xBF\xBD\xEF\xBF\xBD\xEE\x80\x80\xF4\x8F\xBF\xBF\xEF\xBF\xBD");
+  EXPECT_EQ(unicode::utf16ToUtf8(std::string("\xD8\x00\xDC\x00\xDB\xFF\xDF\xFF", 8), true),
+            "\xF0\x90\x80\x80\xF4\x8F\xBF\xBF");
+  EXPECT_EQ(unicode::decodeText("\xFF\xFE"), "") << "a byte-order mark and nothing else";
+}
+
+TEST(RangeEnds, FormatEndingInAConversion) {
+  for (const char* fmt : {"x%l", "x%", "x%5"}) EXPECT_EQ(format(fmt), fmt);
+}
+
+}  // namespace
+}  // namespace bwk::test
