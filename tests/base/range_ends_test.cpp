@@ -37,9 +37,23 @@ TEST(RangeEnds, PropertyListReaders) {
       {xml("<real>9.5</real>"), 9.5},
       {xml("<date>2000-02-29T00:00:00Z</date>"), PlistDate{-26524800}},
       {xml("<date>2000-03-01T00:00:00Z</date>"), PlistDate{-26438400}},
+      {xml("<date>2001-12-31T23:59:60Z</date>"), PlistDate{31536000}},
+      {xml("<integer>9223372036854775807</integer>"), PlistValue(int64_t{INT64_MAX})},
+      {xml("<integer>-9223372036854775808</integer>"), PlistValue(int64_t{INT64_MIN})},
       {xml("<data>AZaz09+/</data>"), PlistValue(PlistData{{0x01, 0x96, 0xb3, 0xd3, 0xdf, 0xbf}})},
   };
   for (const auto& [document, expected] : cases) EXPECT_EQ(firstValue(document), expected) << document;
+}
+
+// 513 levels of arrays are read, 514 are refused, in both text formats.
+TEST(RangeEnds, Nesting) {
+  for (int levels : {513, 514}) {
+    std::string text = std::string(levels, '(') + std::string(levels, ')'), xmlDocument = "<plist version=\"1.0\">";
+    for (int i = 0; i < levels; ++i) xmlDocument += "<array>";
+    for (int i = 0; i < levels; ++i) xmlDocument += "</array>";
+    EXPECT_EQ(readPropertyList(text).has_value(), levels == 513) << levels;
+    EXPECT_EQ(readPropertyList(xmlDocument + "</plist>").has_value(), levels == 513) << levels;
+  }
 }
 
 TEST(RangeEnds, ValuesReadAsOtherTypes) {
@@ -48,6 +62,7 @@ TEST(RangeEnds, ValuesReadAsOtherTypes) {
   EXPECT_EQ(value(9223372036854775808.0).integer("k"), INT64_MAX);
   EXPECT_EQ(value(-9223372036854775808.0).integer("k"), INT64_MIN);
   EXPECT_EQ(text::integerValue("90"), 90);
+  EXPECT_EQ(text::integerValue("9223372036854775806"), 9223372036854775806);
   // Plain words stay unquoted in a description; the first byte of a UTF-8 sequence may be 0x80.
   EXPECT_EQ(PlistValue(PlistArray{"a/b:c-d.e_$", "\xC3\x80", "a b"}).description(),
             "(\n    a/b:c-d.e_$,\n    \xC3\x80,\n    \"a b\"\n)");
