@@ -24,8 +24,6 @@ struct ConfigurationKey {
   const char* name;
   KeyScope scope;
   KeyType type;
-  // Read by the operating system, not by the launcher.
-  bool system = false;
 };
 
 std::span<const ConfigurationKey> configurationKeys();

@@ -61,7 +61,7 @@ class KeyChecker {
       const ConfigurationKey* known = findConfigurationKey(scope, key);
       KeyScope other = scope == KeyScope::TopLevel ? KeyScope::JavaVM : KeyScope::TopLevel;
       if (!known) {
-        if (const ConfigurationKey* misplaced = findConfigurationKey(other, key); misplaced && !misplaced->system) {
+        if (const ConfigurationKey* misplaced = findConfigurationKey(other, key); misplaced) {
           findings_.add(file_, where,
                         scope == KeyScope::TopLevel ? "belongs in the JavaVM dictionary: ignored here"
                                                     : "belongs at the top level: ignored here");
