@@ -30,6 +30,7 @@ inline RunResult startApp(const std::string& app, const std::vector<std::string>
 // The argument vector the fake runtime library recorded for one launch.
 struct Recorded {
   std::string fullVersion, dotVersion;
+  std::string flags;  // program and launcher name, then JLI_Launch's and the argument-file functions' numbers
   std::vector<std::string> argv;
 };
 inline Recorded readRecord(const std::string& file) {
@@ -41,6 +42,8 @@ inline Recorded readRecord(const std::string& file) {
       r.fullVersion = line.substr(12);
     else if (text::startsWith(line, "dotversion="))
       r.dotVersion = line.substr(11);
+    else if (text::startsWith(line, "flags="))
+      r.flags = line.substr(6);
     else
       r.argv.push_back(line);
   }

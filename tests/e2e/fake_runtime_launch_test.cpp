@@ -60,6 +60,7 @@ TEST_F(FakeRuntimeLaunch, RichConfigurationGivesTheVectorInOrder) {
   Recorded rec = readRecord(record);
   EXPECT_EQ(rec.fullVersion, "17.0.2");
   EXPECT_EQ(rec.dotVersion, "17.0.2");
+  EXPECT_EQ(rec.flags, "java java 0 0 0 0 0 0 -1 -1 -1") << "no argument file: nothing expanded";
   EXPECT_EQ(rec.argv, (std::vector<std::string>{
                           bundlePath + "/Contents/MacOS/Tool",
                           "-Dfenmo.moduleName=" + app,
@@ -90,9 +91,11 @@ TEST_F(FakeRuntimeLaunch, MinimalVectorArgumentFileAndStatus) {
   std::string bundlePath = plainBundle();
   RunResult r = start(bundlePath, {"@" + tmp / "args.txt", "last"}, {"FAKE_JLI_STATUS=3"});
   EXPECT_EQ(r.status, 3) << r.err;
-  EXPECT_EQ(readRecord(record).argv,
+  Recorded rec = readRecord(record);
+  EXPECT_EQ(rec.argv,
             (std::vector<std::string>{bundlePath + "/Contents/MacOS/Tool", "-Dfenmo.moduleName=" + bundlePath,
                                       "-Dbwk.jreBundle=" + tmp / "jdk", "M", "-Dfrom.file", "file-arg", "last"}));
+  EXPECT_EQ(rec.flags, "java java 0 0 0 0 0 0 1 0 1") << "expanded as the runtime's own launcher does";
 }
 
 TEST_F(FakeRuntimeLaunch, FailuresBeforeTheLaunchAreReported) {

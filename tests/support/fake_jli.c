@@ -15,25 +15,22 @@ typedef struct {
 } JLI_List_;
 typedef JLI_List_* JLI_List;
 
+/* What the launcher asked of the argument-file functions; -1 until it calls them. */
+static int initHasJavaArgs = -1, initDisableArgFile = -1, preprocessExpandSource = -1;
+
 int JLI_Launch(int argc, char** argv, int jargc, const char** jargv, int appclassc, const char** appclassv,
                const char* fullversion, const char* dotversion, const char* pname, const char* lname,
                unsigned char javaargs, unsigned char cpwildcard, unsigned char javaw, int ergo) {
-  (void)pname;
-  (void)lname;
-  (void)jargc;
   (void)jargv;
-  (void)appclassc;
   (void)appclassv;
-  (void)javaargs;
-  (void)cpwildcard;
-  (void)javaw;
-  (void)ergo;
   const char* record = getenv("FAKE_JLI_RECORD");
   if (record) {
     FILE* f = fopen(record, "a");
     if (f) {
       fprintf(f, "fullversion=%s\ndotversion=%s\n", fullversion ? fullversion : "(null)",
               dotversion ? dotversion : "(null)");
+      fprintf(f, "flags=%s %s %d %d %d %d %d %d %d %d %d\n", pname, lname, jargc, appclassc, javaargs, cpwildcard,
+              javaw, ergo, initHasJavaArgs, initDisableArgFile, preprocessExpandSource);
       for (int i = 0; i < argc; ++i) fprintf(f, "%s\n", argv[i]);
       fprintf(f, "--\n");
       fclose(f);
@@ -68,12 +65,12 @@ void JLI_List_add(JLI_List l, char* s) {
 }
 
 void JLI_InitArgProcessing(unsigned char hasJavaArgs, unsigned char disableArgFile) {
-  (void)hasJavaArgs;
-  (void)disableArgFile;
+  initHasJavaArgs = hasJavaArgs;
+  initDisableArgFile = disableArgFile;
 }
 
 JLI_List JLI_PreprocessArg(const char* arg, unsigned char expandSourceOpt) {
-  (void)expandSourceOpt;
+  preprocessExpandSource = expandSourceOpt;
   if (arg[0] != '@') return NULL;
   FILE* f = fopen(arg + 1, "r");
   if (!f) return NULL;
