@@ -62,7 +62,7 @@ const OptionDefinition kCreateOptions[] = {
      "ship it as Contents/Resources/jre.bundle (default), or as app/jre.tar.gz unpacked at every start"},
     {"jlink", nullptr, false,
      "ship a runtime linked by the --runtime JDK of only the modules the application needs (jdeps over its jars)"},
-    {"add-modules", "M,...", true, "(with --jlink) modules to link beside those found"},
+    {"add-modules", "M,...", true, "(with --jlink) modules to link beside those found (repeatable)"},
     {"progress-window", "auto|always|never", false,
      "bwk.initialProgress: auto (default) shows the window only while a runtime archive is unpacked"},
     {"reuse-unpacked-runtime", nullptr, false,
