@@ -8,6 +8,7 @@
 #include "base/fs.h"
 #include "bundle_tool.h"
 #include "elf_strip.h"
+#include "icon.h"
 #include "install/archive_index.h"
 #include "install/untar.h"
 #include "tar_writer.h"
@@ -113,6 +114,53 @@ TEST(ElfStrip, KeepsWhatIsLoaded) {
   EXPECT_NE(dlsym(library, "JLI_Launch"), nullptr);
   dlclose(library);
   EXPECT_FALSE(bundle::stripElf({reinterpret_cast<const uint8_t*>("#!/bin/sh\n"), 10}, &error));
+}
+
+std::string be32(uint32_t value) {
+  return {static_cast<char>(value >> 24), static_cast<char>(value >> 16), static_cast<char>(value >> 8),
+          static_cast<char>(value)};
+}
+
+// A PNG image's signature and header chunk: all the wrapping reads.
+std::string pngOf(uint32_t width, uint32_t height) {
+  return std::string("\x89PNG\r\n\x1a\n", 8) + be32(13) + "IHDR" + be32(width) + be32(height) +
+         std::string("\x08\x06\0\0\0", 5) + be32(0);
+}
+
+// A PNG image becomes the one chunk of an .icns container, of the type of the smallest
+// standard size that holds it; other sizes than the standard squares are said.
+TEST(PngIcon, WrappedByItsSize) {
+  struct Case {
+    uint32_t width, height;
+    const char* type;
+    bool warns;
+  } cases[] = {{16, 16, "icp4", false},     {32, 32, "icp5", false},   {64, 64, "icp6", false},
+               {128, 128, "ic07", false},   {256, 256, "ic08", false}, {512, 512, "ic09", false},
+               {1024, 1024, "ic10", false}, {100, 100, "ic07", true},  {17, 16, "icp5", true},
+               {32, 64, "icp6", true},      {2048, 2048, "ic10", true}};
+  std::string error;
+  for (const Case& c : cases) {
+    std::string png = pngOf(c.width, c.height);
+    std::optional<bundle::WrappedIcon> icon = bundle::icnsFromPng(png, &error);
+    ASSERT_TRUE(icon) << error;
+    EXPECT_EQ(icon->icns, "icns" + be32(16 + png.size()) + c.type + be32(8 + png.size()) + png) << c.width;
+    EXPECT_EQ(icon->warning.empty(), !c.warns) << c.width << "x" << c.height << ": " << icon->warning;
+    EXPECT_EQ(bundle::icnsProblem(icon->icns), std::nullopt) << c.width;
+  }
+  EXPECT_EQ(bundle::icnsFromPng(pngOf(100, 90), &error)->warning,
+            "the image is 100x90 pixels; macOS expects a square of 16, 32, 64, 128, 256, 512 or 1024");
+  EXPECT_FALSE(bundle::icnsFromPng("GIF89a" + pngOf(16, 16).substr(6), &error));
+  EXPECT_EQ(error, "not a PNG image");
+
+  const std::string chunk = "ic07" + be32(8 + 33) + pngOf(128, 128);
+  const std::vector<std::pair<std::string, std::string>> problems = {
+      {"icn", "not an .icns file"},
+      {"icns" + be32(9) + chunk, "its header gives 9 bytes, the file has 49"},
+      {"icns" + be32(52) + chunk + "ic0", "a chunk header runs past the end"},
+      {"icns" + be32(57) + chunk + "ic08" + be32(9), "chunk 'ic08' runs past the end"},
+      {"icns" + be32(16) + "ic07" + be32(8), "it holds no PNG image, which the Linux progress window needs"},
+  };
+  for (const auto& [container, problem] : problems) EXPECT_EQ(bundle::icnsProblem(container), problem) << problem;
 }
 
 // Each option the help names may be given once, except those the help calls repeatable.
