@@ -6,11 +6,13 @@
 #include <dlfcn.h>
 
 #include "base/fs.h"
+#include "base/plist_reader.h"
 #include "bundle_tool.h"
 #include "elf_strip.h"
 #include "icon.h"
 #include "install/archive_index.h"
 #include "install/untar.h"
+#include "plist_writer.h"
 #include "tar_writer.h"
 
 namespace bwk::test {
@@ -161,6 +163,21 @@ TEST(PngIcon, WrappedByItsSize) {
       {"icns" + be32(16) + "ic07" + be32(8), "it holds no PNG image, which the Linux progress window needs"},
   };
   for (const auto& [container, problem] : problems) EXPECT_EQ(bundle::icnsProblem(container), problem) << problem;
+}
+
+// Every kind of value the configuration writer writes reads back as it was.
+TEST(XmlPropertyListWriter, ReadsBackAsWritten) {
+  PlistArray values{"a<&>\"'z", int64_t{-7}, 0.1, -2.5e300, true, false, PlistDate{-26524800}, PlistDate{31536001}};
+  std::vector<uint8_t> bytes;
+  for (int length = 0; length <= 5; ++length) {
+    values.push_back(PlistValue(PlistData{bytes}));
+    bytes.push_back(static_cast<uint8_t>(0xff - 0x33 * length));
+  }
+  values.push_back(PlistValue(PlistDict{{"k", PlistArray{}}, {"l", PlistDict{}}}));
+  std::string error;
+  std::optional<PlistValue> read = readXmlPropertyList(bundle::xmlPropertyList(PlistValue(values)), &error);
+  ASSERT_TRUE(read) << error;
+  EXPECT_EQ(*read, PlistValue(values)) << bundle::xmlPropertyList(PlistValue(values));
 }
 
 // Each option the help names may be given once, except those the help calls repeatable.
