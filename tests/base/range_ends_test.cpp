@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <climits>
+#include <cmath>
 
 #include "base/format.h"
 #include "base/plist_reader.h"
@@ -59,6 +60,12 @@ TEST(RangeEnds, Nesting) {
 TEST(RangeEnds, ValuesReadAsOtherTypes) {
   auto value = [](PlistValue v) { return PlistValue(PlistDict{{"k", std::move(v)}}); };
   EXPECT_EQ(value("9").boolean("k"), true);
+  const std::vector<std::pair<PlistValue, std::optional<int64_t>>> integers = {
+      {2.9, 2}, {-2.9, -2}, {std::nan(""), 0}, {true, 1}, {false, 0}, {" 12x", 12}, {PlistValue(PlistArray{}), {}}};
+  for (const auto& [v, expected] : integers) EXPECT_EQ(value(v).integer("k"), expected) << v.description();
+  EXPECT_EQ(value(PlistValue(PlistDict{{"a", 1}})).dictionary("k")->size(), 1u);
+  EXPECT_EQ(value(1).dictionary("k"), nullptr);
+  EXPECT_EQ(value(1).dictionary("other"), nullptr);
   EXPECT_EQ(value(9223372036854775808.0).integer("k"), INT64_MAX);
   EXPECT_EQ(value(-9223372036854775808.0).integer("k"), INT64_MIN);
   EXPECT_EQ(text::integerValue("90"), 90);
@@ -83,8 +90,11 @@ TEST(RangeEnds, Unicode) {
   EXPECT_EQ(unicode::decodeText("\xFF\xFE"), "") << "a byte-order mark and nothing else";
 }
 
-TEST(RangeEnds, FormatEndingInAConversion) {
+TEST(RangeEnds, FormatConversionsOfOtherKinds) {
   for (const char* fmt : {"x%l", "x%", "x%5"}) EXPECT_EQ(format(fmt), fmt);
+  const void* pointer = reinterpret_cast<const void*>(uintptr_t{0x1f});
+  EXPECT_EQ(format("%d %x %.1f %g %@ %p %@", 2.9, pointer, 3, 0.25, 1.5, nullptr, pointer),
+            "2 1f 3.0 0.25 1.5 0x0 0x1f");
 }
 
 }  // namespace
