@@ -12,6 +12,7 @@
 #include "icon.h"
 #include "install/archive_index.h"
 #include "install/untar.h"
+#include "jar_class_path.h"
 #include "plist_writer.h"
 #include "tar_writer.h"
 
@@ -178,6 +179,24 @@ TEST(XmlPropertyListWriter, ReadsBackAsWritten) {
   std::optional<PlistValue> read = readXmlPropertyList(bundle::xmlPropertyList(PlistValue(values)), &error);
   ASSERT_TRUE(read) << error;
   EXPECT_EQ(*read, PlistValue(values)) << bundle::xmlPropertyList(PlistValue(values));
+}
+
+// Class-Path entries are URLs: %XX escapes of either case decoded, only local file URLs taken.
+TEST(JarClassPath, EntriesAreFileUrlsRelativeToTheJar) {
+  TempDir tmp;
+  shell("cd " + tmp.path() + " && mkdir -p 'd~~ZZ++09?_' && python3 -c \"import zipfile; " +
+        "zipfile.ZipFile('main.jar', 'w').writestr('META-INF/MANIFEST.MF', 'Manifest-Version: 1.0\\r\\nClass-Path: " +
+        "d%7e%7E%5a%5A%2b%2B%30%39%3f%5F/ file://host/x.jar http://h/y.jar file:///gone%41.jar m%zz.jar\\r\\n\\r\\n')\"");
+  bundle::JarClassPath resolved = bundle::resolveJarClassPath({tmp / "main.jar"});
+  ASSERT_EQ(resolved.items.size(), 2u);
+  EXPECT_EQ(resolved.items[1].path, tmp / "d~~ZZ++09?_");
+  EXPECT_TRUE(resolved.items[1].directory);
+  const std::string by = " (Class-Path of " + tmp / "main.jar" + "): ";
+  EXPECT_EQ(resolved.warnings,
+            (std::vector<std::string>{"file://host/x.jar" + by + "not a file URL, left out as the runtime skips it",
+                                      "http://h/y.jar" + by + "not a file URL, left out as the runtime skips it",
+                                      "/goneA.jar" + by + "no such file, left out as the runtime skips it",
+                                      tmp / "m%zz.jar" + by + "no such file, left out as the runtime skips it"}));
 }
 
 // Each option the help names may be given once, except those the help calls repeatable.
