@@ -15,6 +15,7 @@
 #include "jar_class_path.h"
 #include "plist_writer.h"
 #include "tar_writer.h"
+#include "zip_directory.h"
 
 namespace bwk::test {
 namespace {
@@ -184,9 +185,10 @@ TEST(XmlPropertyListWriter, ReadsBackAsWritten) {
 // Class-Path entries are URLs: %XX escapes of either case decoded, only local file URLs taken.
 TEST(JarClassPath, EntriesAreFileUrlsRelativeToTheJar) {
   TempDir tmp;
-  shell("cd " + tmp.path() + " && mkdir -p 'd~~ZZ++09?_' && python3 -c \"import zipfile; " +
-        "zipfile.ZipFile('main.jar', 'w').writestr('META-INF/MANIFEST.MF', 'Manifest-Version: 1.0\\r\\nClass-Path: " +
-        "d%7e%7E%5a%5A%2b%2B%30%39%3f%5F/ file://host/x.jar http://h/y.jar file:///gone%41.jar m%zz.jar\\r\\n\\r\\n')\"");
+  shell(
+      "cd " + tmp.path() + " && mkdir -p 'd~~ZZ++09?_' && python3 -c \"import zipfile; " +
+      "zipfile.ZipFile('main.jar', 'w').writestr('META-INF/MANIFEST.MF', 'Manifest-Version: 1.0\\r\\nClass-Path: " +
+      "d%7e%7E%5a%5A%2b%2B%30%39%3f%5F/ file://host/x.jar http://h/y.jar file:///gone%41.jar m%zz.jar\\r\\n\\r\\n')\"");
   bundle::JarClassPath resolved = bundle::resolveJarClassPath({tmp / "main.jar"});
   ASSERT_EQ(resolved.items.size(), 2u);
   EXPECT_EQ(resolved.items[1].path, tmp / "d~~ZZ++09?_");
@@ -197,6 +199,83 @@ TEST(JarClassPath, EntriesAreFileUrlsRelativeToTheJar) {
                                       "http://h/y.jar" + by + "not a file URL, left out as the runtime skips it",
                                       "/goneA.jar" + by + "no such file, left out as the runtime skips it",
                                       tmp / "m%zz.jar" + by + "no such file, left out as the runtime skips it"}));
+}
+
+// Jars as the tool reads them: entries stored or deflated, zip64 end records, and each
+// kind of damage named.
+TEST(ZipDirectory, EntriesAndDamage) {
+  TempDir tmp;
+  // zip.py NAME [patches]: a.txt deflated and b.txt stored; each patch "SIGNATURE+OFFSET=HEX"
+  // overwrites bytes after the first record with that signature (L local, C central, E end, 6 zip64 end).
+  writeFile(tmp / "zip.py", R"(import io, sys, zipfile
+name, patches = sys.argv[1], sys.argv[2:]
+if name.split('/')[-1].startswith('64'): zipfile.ZIP_FILECOUNT_LIMIT = 1
+out = io.BytesIO()
+with zipfile.ZipFile(out, 'w') as z:
+    z.writestr('a.txt', 'hello ' * 50, zipfile.ZIP_DEFLATED)
+    z.writestr('b.txt', 'stored', zipfile.ZIP_STORED)
+data = bytearray(out.getvalue())
+for patch in patches:
+    where, value = patch.split('=')
+    kind, offset = where[0], int(where[1:])
+    at = data.find({'L': b'PK\3\4', 'C': b'PK\1\2', 'E': b'PK\5\6', '6': b'PK\6\6'}[kind]) + offset
+    data[at:at + len(value) // 2] = bytes.fromhex(value)
+open(name, 'wb').write(data)
+)");
+  const std::string hello = [] {
+    std::string s;
+    for (int i = 0; i < 50; ++i) s += "hello ";
+    return s;
+  }();
+  struct Case {
+    std::string name;
+    std::vector<std::string> patches;
+    std::optional<std::string> a, b;  // the entries' content, or
+    std::string error;                // the reason nothing is read
+  } cases[] = {
+      {"plain", {}, hello, "stored", ""},
+      {"64", {"E10=ffff"}, hello, "stored", ""},
+      {"local header", {"L0=00"}, std::nullopt, "stored", "a.txt: its local header is damaged"},
+      {"method", {"C10=0c00"}, std::nullopt, "stored", "a.txt: compressed with method 12"},
+      {"deflated data", {"L30=ffffffffffffffff"}, std::nullopt, "stored", "a.txt: its compressed data is damaged"},
+      {"too large", {"C24=ffffff7f"}, std::nullopt, "stored", "a.txt: too large"},
+      {"data past the end", {"C20=00ffff00"}, std::nullopt, "stored", "a.txt: cannot be read"},
+      {"entry", {"C0=00"}, std::nullopt, std::nullopt, "its central directory is damaged"},
+      {"name length", {"C28=ffff"}, std::nullopt, std::nullopt, "its central directory is damaged"},
+      {"directory outside",
+       {"E16=ffffff7f"},
+       std::nullopt,
+       std::nullopt,
+       "its central directory lies outside the file"},
+      {"no end", {"E0=00"}, std::nullopt, std::nullopt, "not a zip file (no end of central directory)"},
+      {"64 locator", {"E10=ffff", "E-20=00"}, std::nullopt, std::nullopt, "a zip64 archive without its locator"},
+      {"64 end", {"E10=ffff", "60=00"}, std::nullopt, std::nullopt, "a zip64 archive without its end record"},
+  };
+  for (const Case& c : cases) {
+    std::string file = tmp / c.name;
+    std::string command = "cd " + tmp.path() + " && python3 zip.py '" + file + "'";
+    for (const std::string& patch : c.patches) command += " " + patch;
+    ASSERT_EQ(shell(command).status, 0) << c.name;
+    std::string error;
+    auto a = bundle::zipEntryContent(file, "a.txt", &error);
+    EXPECT_EQ(a ? *a : std::optional<std::string>(), c.a) << c.name;
+    if (!c.a) {
+      EXPECT_EQ(error, c.error) << c.name;
+    }
+    auto b = bundle::zipEntryContent(file, "b.txt", &error);
+    EXPECT_EQ(b ? *b : std::optional<std::string>(), c.b) << c.name;
+    EXPECT_EQ(bundle::zipEntryNames(file, &error).has_value(), c.b.has_value()) << c.name;
+  }
+  std::string error;
+  EXPECT_EQ(bundle::zipEntryContent(tmp / "plain", "c.txt", &error),
+            std::optional<std::optional<std::string>>(std::optional<std::string>()));
+  writeFile(tmp / "short", "PK");
+  EXPECT_FALSE(bundle::zipEntryNames(tmp / "short", &error));
+  EXPECT_EQ(error, "too short for a zip file");
+  EXPECT_FALSE(bundle::zipEntryNames(tmp.path(), &error));
+  EXPECT_EQ(error, "not a regular file");
+  EXPECT_FALSE(bundle::zipEntryNames(tmp / "none", &error));
+  EXPECT_EQ(error, "No such file or directory");
 }
 
 // Each option the help names may be given once, except those the help calls repeatable.
