@@ -69,11 +69,13 @@ std::optional<uint64_t> uncompressedLength(const std::string& archive, std::stri
   uint64_t total = 0;
   int n;
   while ((n = gzread(gz, buffer.data(), static_cast<unsigned>(buffer.size()))) > 0) total += static_cast<uint64_t>(n);
+  // A stream cut short reads as ended, leaving Z_BUF_ERROR behind.
   int code = Z_OK;
-  if (n < 0) *error = gzerror(gz, &code);
+  std::string message = gzerror(gz, &code);
   gzclose(gz);
-  if (n < 0) return std::nullopt;
-  return total;
+  if (n >= 0 && code != Z_BUF_ERROR) return total;
+  *error = message;
+  return std::nullopt;
 }
 
 // What the top level of an unpacked archive holds, for the layout message.
