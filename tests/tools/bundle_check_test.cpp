@@ -1,8 +1,6 @@
-// brackwood-bundle check on bundles made by create and then damaged one way each: the
-// finding names the file and the key, the status is 1; command lines it cannot use give 2.
-#include <functional>
-#include <map>
-
+// brackwood-bundle check: a sound bundle made by create has no findings; each row copies it,
+// does one damage, and expects exactly the findings check prints for it, as lines and as JSON.
+// Command lines it cannot use give 2.
 #include "base/fs.h"
 #include "base/plist_reader.h"
 #include "bundle_tool.h"
@@ -12,137 +10,304 @@ namespace {
 
 class BundleCheck : public ::testing::Test {
  protected:
-  // Changes Info.plist through its top-level and JavaVM dictionaries.
-  static void editInfo(const std::string& app, const std::function<void(PlistDict&, PlistDict&)>& edit) {
-    std::string file = app + "/Contents/Info.plist";
-    PlistDict info = *readPropertyListFile(file)->asDictionary();
-    PlistDict javaVM = *info["JavaVM"].asDictionary();
-    edit(info, javaVM);
-    info["JavaVM"] = PlistValue(javaVM);
-    writePlist(file, PlistValue(info));
-  }
   TempDir tmp;
 };
 
-TEST_F(BundleCheck, EachDamageIsOneFindingWithFileAndKey) {
-  const std::string info = "Contents/Info.plist: ";
-  struct Case {
+const PlistValue kRemoved = PlistDate{-1};  // in a row's keys: the key is taken out
+
+// Sets (or takes out) keys of Info.plist; "JavaVM.X" is X in the JavaVM dictionary.
+void editInfo(const std::string& app, const PlistDict& keys) {
+  std::string file = app + "/Contents/Info.plist";
+  PlistDict info = *readPropertyListFile(file)->asDictionary();
+  PlistDict javaVM = *info["JavaVM"].asDictionary();
+  for (const auto& [key, value] : keys) {
+    bool inJavaVM = text::startsWith(key, "JavaVM.");
+    PlistDict& dict = inJavaVM ? javaVM : info;
+    if (value == kRemoved)
+      dict.erase(inJavaVM ? key.substr(7) : key);
+    else
+      dict[inJavaVM ? key.substr(7) : key] = value;
+  }
+  if (info.count("JavaVM")) info["JavaVM"] = PlistValue(javaVM);
+  writePlist(file, PlistValue(info));
+}
+
+// The findings of `check --json` as `check` prints them.
+constexpr const char* kJsonAsLines = R"py(import json, sys
+for f in json.load(sys.stdin)["findings"]:
+  seen = "; ".join(r["path"] + (" (%s)" % r["version"] if r["version"] else "") + ": " + r["refusal"] for r in f.get("runtimes", []))
+  print(f["file"] + ": " + (f["key"] + ": " if f["key"] else "") + f["message"] + (" (did you mean %s?)" % f["suggestion"] if "suggestion" in f else "") + ("; seen: " + seen if seen else "")))py";
+
+TEST_F(BundleCheck, EachDamageGivesExactlyItsFindings) {
+  // Runtimes and archives the rows copy in ($T in a row's damage).
+  makeFakeRuntime(tmp / "jre17/Contents/Home", "17.0.2");
+  makeFakeRuntime(tmp / "jre-base/Contents/Home", "17.0.2");
+  writeFile(tmp / "jre-base/Contents/Home/release", "JAVA_VERSION=\"17.0.2\"\nMODULES=\"java.base\"\n");
+  makeFakeRuntime(tmp / "nested/jdk-17", "17.0.2");
+  makeFakeRuntime(tmp / "beta", "18-ea", "bundle");
+  makeFakeRuntime(tmp / "jdk17", "17.0.2", "bundle");
+  shell("cd " + tmp.path() + " && mkdir empty && touch file && head -c 3000 /dev/urandom >jre17/zz && " +
+        "tar -czf good.tar.gz -C jre17 Contents && tar -czf nested.tar.gz -C nested jdk-17 && " +
+        "tar -b1 -cf cut.tar -C jre17 Contents zz && head -c -2000 cut.tar | gzip >cut.tar.gz");
+  auto sizeOf = [&](const std::string& archive) {
+    return std::stoll(shell("gzip -dc " + tmp / archive + " | wc -c").out);
+  };
+  const int64_t good = sizeOf("good.tar.gz"), nested = sizeOf("nested.tar.gz"), cut = sizeOf("cut.tar.gz");
+  // The damages run in the copy's directory; the findings name it $D.
+  const std::string R = "Hello.app/Contents/Resources", S = R + "/en.lproj/Localizable.strings",
+                    archive = " " + R + "/app/jre.tar.gz";
+  const std::string I = "Contents/Info.plist: ", E = "Contents/Resources/en.lproj/Localizable.strings: ",
+                    F = "Contents/Resources/fr.lproj/Localizable.strings: ", O = "$D/Hello.vmoptions: ",
+                    J = "Contents/Resources/jre.bundle: ", A = "Contents/Resources/app/jre.tar.gz: ";
+  const std::string noMain = I + "JavaVM.MainClass: missing: the runtime is asked to start the class '(null)'";
+  const std::string noVersion =
+      "gives no version (no Contents/Info.plist with JavaVM/JVMVersion, no release file with JAVA_VERSION under "
+      "Contents/Home): the launcher refuses it and shows the runtime message";
+  const std::string range = "outside the range (bwk.minVersion 21, bwk.maxVersion (none)); it is started all the same";
+  const std::string noOption = "is no option: the runtime would take it for the main class";
+
+  struct Row {
     std::string name;
-    PlistDict top, javaVM;                     // set in Info.plist
-    std::map<std::string, std::string> files;  // written, relative to the output directory
-    std::vector<std::string> expected;         // lines, or parts of one line
-    std::function<void(const std::string& app)> damage = nullptr;
-    size_t findings = 0;  // how many, when that is the point
+    std::string damage;
+    std::vector<std::string> expected;
+    PlistDict keys = {};  // set in Info.plist before the damage
+    std::vector<std::string> env = {};
   };
-  const std::string app = tmp / "out/Hello.app";
-  const std::vector<Case> cases = {
-      {"a mistyped key",
-       {{"bwk.minVerson", "11"}},
-       {},
-       {},
-       {info + "bwk.minVerson: unknown key: the launcher does not read it (did you mean bwk.minVersion?)\n"}},
-      {"a key in the wrong dictionary",
-       {},
-       {{"bwk.allowBeta", true}},
-       {},
-       {info + "JavaVM.bwk.allowBeta: belongs at the top level: ignored here\n"}},
+  const std::vector<Row> rows = {
+      // Info.plist
+      {"no Info.plist",
+       "rm Hello.app/Contents/Info.plist",
+       {I + "missing: the launcher runs with an empty configuration", noMain}},
+      {"an unreadable Info.plist",
+       "echo '<plist>' >Hello.app/Contents/Info.plist",
+       {I + "cannot be read: $D/Hello.app/Contents/Info.plist: XML property list: Start-end tags mismatch at line 1; "
+            "the launcher runs with an empty configuration",
+        noMain}},
+      {"an Info.plist of no dictionary",
+       "echo '(a)' >Hello.app/Contents/Info.plist",
+       {I + "is no dictionary; the launcher runs with an empty configuration", noMain}},
+      {"unknown keys",
+       "",
+       {I + "Whatever: unknown key: the launcher does not read it",
+        I + "bwk.minVerson: unknown key: the launcher does not read it (did you mean bwk.minVersion?)"},
+       {{"bwk.minVerson", "11"}, {"Whatever", 1}, {"NSSomething", 1}}},
+      {"a JavaVM key at the top",
+       "",
+       {I + "MainClass: belongs in the JavaVM dictionary: ignored here"},
+       {{"MainClass", "Hello"}}},
+      {"a top-level key in JavaVM",
+       "",
+       {I + "JavaVM.bwk.allowBeta: belongs at the top level: ignored here"},
+       {{"JavaVM.bwk.allowBeta", true}}},
       {"values of the wrong type",
-       {{"bwk.allowPassthrough", PlistValue(PlistArray{})}},
-       {{"VMOptionArray", "-Xmx1g"}},
-       {},
-       {info + "bwk.allowPassthrough: is an array, not a boolean: read as missing\n",
-        info + "JavaVM.VMOptionArray: is a string, not an array of strings: read as missing\n"}},
-      {"a main class in none of the jars",
-       {},
-       {{"MainClass", "com.example.Gone"}},
-       {},
-       {info +
-        "JavaVM.MainClass: com.example.Gone is in none of the 1 class-path entries (no com/example/Gone.class)\n"}},
-      {"a main class in the wrong case",
-       {},
-       {{"MainClass", "hellO"}},
-       {},
-       {"(no hellO.class) (did you mean Hello?)\n"}},
-      {"a shipped runtime outside the range",
-       {{"bwk.minVersion", "21"}},
-       {},
-       {},
-       {"Contents/Resources/jre.bundle: ships runtime 17.0.2, outside the range (bwk.minVersion 21, "},
-       [](const std::string& bundle) {
-         makeFakeRuntime(bundle + "/Contents/Resources/jre.bundle/Contents/Home", "17.0.2");
-       }},
-      {"manifest options the configuration leaves out",
-       {},
-       {{"VMOptionArray", stringArray({"--add-opens", "java.base/java.io=ALL-UNNAMED"})}},
-       {},
-       {info +
-        "JavaVM.VMOptionArray: lacks --add-exports=java.base/sun.nio.ch=ALL-UNNAMED: the manifest of hello.jar asks"},
-       [this](const std::string& bundle) {
-         writeFile(tmp / "stage/m", "Add-Opens: java.base/java.io\nAdd-Exports: java.base/sun.nio.ch\n");
-         shell("jar ufm " + bundle + "/Contents/Resources/app/lib/hello.jar " + tmp / "stage/m 2>/dev/null");
-       },
-       2},  // the option given as two words counts (the other finding is about those two words)
+       "",
+       {I + "CFBundleDocumentTypes: is a string, not an array: the system ignores it",
+        I + "CFBundleIdentifier: is an integer, not a string: read as missing",
+        I + "JavaVM.SearchSequence: is a string, not an array of strings beginning with Y, I, R or E: the default "
+            "search is used",
+        I + "JavaVM.VMOptionArray: is a string, not an array of strings: read as missing",
+        I + "JavaVM.VersionSpecificVMOptions: is a string, not an array of pattern strings each followed by an array "
+            "of strings: read as missing",
+        I + "LSEnvironment: is a string, not a dictionary: read as missing",
+        I + "bwk.allowPassthrough: is an array, not a boolean: read as missing",
+        I + "bwk.jreUncompressedSize: is a date, not a number: read as missing"},
+       {{"CFBundleDocumentTypes", "x"},
+        {"LSEnvironment", "x"},
+        {"bwk.allowPassthrough", PlistArray{}},
+        {"bwk.jreUncompressedSize", PlistDate{}},
+        {"CFBundleIdentifier", 1},
+        {"JavaVM.VMOptionArray", "-Xmx1g"},
+        {"JavaVM.SearchSequence", "Y"},
+        {"JavaVM.VersionSpecificVMOptions", "x"}}},
+      {"texts for a boolean and a number",
+       "",
+       {I + "bwk.allowBeta: the string 'sure' is read by its first letter, as false; write <true/> or <false/>",
+        I + "bwk.allowPassthrough: the string 'Yep' is read by its first letter, as true; write <true/> or <false/>",
+        I + "bwk.jreUncompressedSize: the string '12k' is read as the number 12; write an <integer>"},
+       {{"bwk.allowBeta", "sure"},
+        {"bwk.allowPassthrough", "Yep"},
+        {"bwk.initialProgress", " No"},
+        {"bwk.jreUncompressedSize", "12k"}}},
+      {"lists with entries of other types",
+       "",
+       {I + "JavaVM.SearchSequence[1]: is no Y, I, R<dir> or E<variable> entry: skipped",
+        I + "JavaVM.SearchSequence[2]: is no Y, I, R<dir> or E<variable> entry: skipped",
+        I + "JavaVM.SearchSequence[3]: is no Y, I, R<dir> or E<variable> entry: skipped",
+        I + "JavaVM.VMOptionArray[1]: is an integer, not a string: left out",
+        I + "JavaVM.VersionSpecificVMOptions: has an odd number of entries: the last one is ignored",
+        I + "JavaVM.VersionSpecificVMOptions[2]: is an integer, not a pattern string: the pair is skipped",
+        I + "JavaVM.VersionSpecificVMOptions[4]: 'abc' is neither a range like 11-17 nor a '*' match: the pair is "
+            "skipped",
+        I + "JavaVM.VersionSpecificVMOptions[5]: is a string, not an array of options: no options",
+        I + "JavaVM.VersionSpecificVMOptions[7][0]: is an integer, not a string: left out"},
+       {{"JavaVM.VMOptionArray", PlistArray{"-Xss2m", 1}},
+        {"JavaVM.SearchSequence", PlistArray{"Y", "X", 3, ""}},
+        {"JavaVM.VersionSpecificVMOptions",
+         PlistArray{"11-17", PlistArray{}, 5, PlistArray{}, "abc", "-Xmx1g", "*", PlistArray{1}, "9"}}}},
+      {"no CFBundleName",
+       "",
+       {I + "CFBundleName: missing: messages and the window name the application '(null)'"},
+       {{"CFBundleName", kRemoved}}},
+      {"no JavaVM", "", {I + "JavaVM: missing: no main class, class path or options", noMain}, {{"JavaVM", kRemoved}}},
+      // The executable, strings and icons
+      {"no executable",
+       "rm Hello.app/Contents/MacOS/Hello",
+       {I + "CFBundleExecutable: names Contents/MacOS/Hello, which is no executable file"}},
+      {"no fallback strings",
+       "rm -r " + R + "/en.lproj",
+       {"Contents/Resources/en.lproj/Localizable.strings: missing: every message and window text shows its key"}},
+      {"an unreadable strings table",
+       "echo '\"a\" = ' >" + S,
+       {E + "cannot be read: $D/" + S +
+        ": text property list: unexpected end of input at line 2; the launcher skips "
+        "the table"}},
+      {"a strings table of no table", "echo '(a)' >" + S, {E + "is no table of keys and texts; the launcher skips it"}},
+      {"a table missing a text",
+       "sed -i '/\"ButtonCancel\"/d' " + S,
+       {E + "ButtonCancel: missing: the launcher shows the key itself"}},
+      {"texts that go wrong",
+       "mkdir " + R + "/fr.lproj && printf '%s\\n' '\"ButtonCancl\" = \"x\";' '\"ButtonCancel\" = (a);' " +
+           "'\"PrepareInstaller\" = \"%d %s %% %\";' '\"fenmo.InternalError\" = \"%@ %@\";' >" + R +
+           "/fr.lproj/Localizable.strings",
+       {F + "ButtonCancel: is no text: the launcher shows the key itself",
+        F + "ButtonCancl: unknown message key: the launcher never shows it (did you mean ButtonCancel?)",
+        F + "PrepareInstaller: '%d' in the text: the inserts are texts, written %@",
+        F + "PrepareInstaller: '%s' in the text: the inserts are texts, written %@",
+        F + "fenmo.InternalError: has 2 %@ but the message has 1 insert(s): the rest show nothing"}},
+      {"a damaged window icon", "echo x >" + R + "/app.icns", {"Contents/Resources/app.icns: not an .icns file"}},
+      {"an icon file that is not there",
+       "",
+       {I + "CFBundleIconFile: names Contents/Resources/gone.icns, which does not exist"},
+       {{"CFBundleIconFile", "gone.icns"}}},
+      // Option lists and files
+      {"options that go wrong",
+       "printf '%s\\n' -Xmx64m -include-options -jvm=/nowhere '-include-options nowhere.txt' >Hello.vmoptions",
+       {I + "JavaVM.VMOptionArray[0]: 'Xss2m' " + noOption,
+        O + "line 2: '-include-options' without a value reaches the runtime as an option",
+        O + "line 3: names /nowhere, which is no directory: the runtime search goes on without it",
+        O + "line 4: includes $D/nowhere.txt, which does not exist"},
+       {{"JavaVM.VMOptionArray", PlistArray{"Xss2m"}}}},
+      {"an option file including itself",
+       "echo '-include-options Hello.vmoptions' >Hello.vmoptions",
+       {O + "line 1: includes $D/Hello.vmoptions again, inside itself: the launcher stops with an internal error"}},
+      {"an option file not in UTF-8",
+       "printf '%s\\377\\n' -Dname= >Hello.app/Contents/vmoptions.txt",
+       {"Contents/vmoptions.txt: is not UTF-8: the launcher ignores the whole file"}},
+      {"an option file that cannot be read", "mkdir Hello.vmoptions", {O + "cannot be read: the launcher ignores it"}},
+      // The class path
+      {"a working directory that is not there",
+       "",
+       {I + "JavaVM.WorkingDirectory: /nowhere is no directory: the start stays where it was"},
+       {{"JavaVM.WorkingDirectory", "/nowhere"}}},
       {"class-path entries that match nothing",
-       {},
-       {},
-       {},
-       {info + "JavaVM.ClassPath: the entry " + app + "/Contents/Resources/app/plugins/* matches nothing\n",
-        info + "JavaVM.ClassPath: the entry extra.jar does not exist\n"},
-       [](const std::string& bundle) {
-         editInfo(bundle, [](PlistDict&, PlistDict& vm) {
-           vm["ClassPath"] = *vm["ClassPath"].asString() + ":${launcher:sys.appRootDir}/plugins/*:extra.jar";
-         });
-       }},
-      {"malformed option files",
-       {},
-       {},
-       {{"Hello.vmoptions", "-Xmx64m\nXss2m\n-include-options nowhere.txt\n-classpath\n"},
-        {"Hello.app/Contents/vmoptions.txt", "-Dname=\xff\xfe\n"}},
-       {tmp / "out/Hello.vmoptions: line 2: 'Xss2m' is no option: the runtime would take it for the main class\n",
-        tmp / "out/Hello.vmoptions: line 3: includes " + tmp / "out/nowhere.txt, which does not exist\n",
-        tmp / "out/Hello.vmoptions: line 4: '-classpath' without a value reaches the runtime as an option\n",
-        "Contents/vmoptions.txt: is not UTF-8: the launcher ignores the whole file\n"}},
+       "",
+       {I + "JavaVM.ClassPath: the entry $D/" + R + "/app/plugins/* matches nothing",
+        I + "JavaVM.ClassPath: the entry extra.jar does not exist",
+        I + "JavaVM.ClassPath: the entry $D/" + R + "/app/../en.lproj/Localizable.strings is neither a directory " +
+            "nor a jar: not a zip file (no end of central directory)"},
+       {{"JavaVM.ClassPath",
+         "${launcher:sys.appRootDir}/lib/hello.jar:${launcher:sys.appRootDir}/plugins/*:extra.jar:"
+         "${launcher:sys.appRootDir}/../en.lproj/Localizable.strings"}}},
+      {"no main class", "", {noMain}, {{"JavaVM.MainClass", kRemoved}}},
+      {"a main class in the wrong case",
+       "",
+       {I + "JavaVM.MainClass: hellO is in none of the 1 class-path entries (no hellO.class) (did you mean Hello?)"},
+       {{"JavaVM.MainClass", "hellO"}}},
+      {"manifest options the configuration leaves out",
+       "printf 'Add-Opens: java.base/java.io\\nAdd-Exports: java.base/sun.nio.ch\\n' >m && jar ufm " + R +
+           "/app/lib/hello.jar m 2>/dev/null",
+       {I + "JavaVM.VMOptionArray[1]: 'java.base/java.io=ALL-UNNAMED' " + noOption,
+        I + "JavaVM.VMOptionArray: lacks --add-exports=java.base/sun.nio.ch=ALL-UNNAMED: the manifest of hello.jar "
+            "asks for it and `java -jar` applies it"},
+       {{"JavaVM.VMOptionArray", PlistArray{"--add-opens", "java.base/java.io=ALL-UNNAMED"}}}},
+      // A shipped runtime
+      {"a shipped runtime that is a file", "touch " + R + "/jre.bundle", {J + "cannot be read as a directory"}},
+      {"a shipped runtime without a version", "mkdir " + R + "/jre.bundle", {J + noVersion}},
+      {"a shipped runtime without libjli",
+       "cp -a $T/jre17 " + R + "/jre.bundle && rm -r " + R + "/jre.bundle/*/*/lib",
+       {J + "holds no runtime launcher library (Contents/Home/lib/libjli)"}},
+      {"a shipped runtime outside the range",
+       "cp -a $T/jre17 " + R + "/jre.bundle",
+       {J + "ships runtime 17.0.2, " + range},
+       {{"bwk.minVersion", "21"}}},
+      {"a shipped runtime without a module the classes use",
+       "cp -a $T/jre-base " + R + "/jre.bundle",
+       {J + "lacks the module java.management, which the application's classes need (Hello uses "
+            "java.lang.management.ManagementFactory): the start ends in NoClassDefFoundError"}},
+      // A runtime archive
+      {"an archive cut short",
+       "head -c 300 $T/good.tar.gz >" + archive,
+       {A + "is no complete gzip stream: $D/" + R + "/app/jre.tar.gz: unexpected end of file"}},
+      {"an archive of no size",
+       "cp $T/good.tar.gz" + archive,
+       {I + "bwk.jreUncompressedSize: missing: the progress bar measures against 6000000 bytes; the archive holds " +
+        std::to_string(good)}},
+      {"an archive of another size",
+       "cp $T/good.tar.gz" + archive,
+       {I + "bwk.jreUncompressedSize: says 1000; the archive's tar stream is " + std::to_string(good) + " bytes"},
+       {{"bwk.jreUncompressedSize", 1000}}},
+      {"no temporary directory",
+       "cp $T/good.tar.gz" + archive,
+       {A + "cannot be unpacked for the check: no temporary directory"},
+       {{"bwk.jreUncompressedSize", good}},
+       {"TMPDIR=/nowhere"}},
+      {"a tar stream cut short",
+       "cp $T/cut.tar.gz" + archive,
+       {A + "the launcher's extraction reports errors (the lines above); a start goes on with what it unpacked"},
+       {{"bwk.jreUncompressedSize", cut}}},
       {"an archive holding a top-level folder",
-       {},
-       {},
-       {},
-       {info + "bwk.jreUncompressedSize: missing: the progress bar measures against 6000000 bytes; the archive holds ",
-        "Contents/Resources/app/jre.tar.gz: wrong layout: unpacked, it gives no version",
-        "The archive must hold Contents/Home/...; its top level holds jdk-17\n"},
-       [this](const std::string& bundle) {
-         makeFakeRuntime(tmp / "stage/jdk-17", "17.0.2");
-         shell("tar -czf " + bundle + "/Contents/Resources/app/jre.tar.gz -C " + tmp / "stage jdk-17");
-       }},
-      {"an archive of another size than configured",
-       {{"bwk.jreUncompressedSize", 1000}},
-       {},
-       {},
-       {info + "bwk.jreUncompressedSize: says 1000; the archive's tar stream is "},
-       [this](const std::string& bundle) {
-         makeFakeRuntime(tmp / "stage/Contents/Home", "17.0.2");
-         shell("tar -czf " + bundle + "/Contents/Resources/app/jre.tar.gz -C " + tmp / "stage Contents");
-       }},
+       "cp $T/nested.tar.gz" + archive,
+       {A + "wrong layout: unpacked, it " + noVersion +
+        ". The archive must hold Contents/Home/...; its top level holds jdk-17"},
+       {{"bwk.jreUncompressedSize", nested}}},
+      {"an archive outside the range",
+       "cp $T/good.tar.gz" + archive,
+       {A + "ships runtime 17.0.2, " + range},
+       {{"bwk.jreUncompressedSize", good}, {"bwk.minVersion", "21"}}},
+      // The runtime search
+      {"a search that finds nothing",
+       "",
+       {I + "bwk.minVersion: no runtime was found for the range (bwk.minVersion (none), bwk.maxVersion (none)) in "
+            "/usr/lib/jvm or the search sequence"},
+       {{"JavaVM.SearchSequence", PlistArray{"R/nowhere"}}}},
+      {"a search that refuses all",
+       "",
+       {I + "bwk.minVersion: no runtime of the search satisfies the range (bwk.minVersion 17.0.3, bwk.maxVersion "
+            "(none)); seen: $T/file: not a readable directory; $T/empty: no version: no Contents/Info.plist with "
+            "JavaVM/JVMVersion, no release file; $T/beta (18-ea): a pre-release, and bwk.allowBeta is not set; "
+            "$T/jdk17 (17.0.2): below the minimum 17.0.3"},
+       {{"bwk.minVersion", "17.0.3"},
+        {"JavaVM.SearchSequence",
+         PlistArray{"R" + tmp / "file", "R" + tmp / "empty", "R" + tmp / "beta", "R" + tmp / "jdk17"}}}},
+      {"a search above the maximum",
+       "",
+       {I + "bwk.maxVersion: no runtime of the search satisfies the range (bwk.minVersion (none), bwk.maxVersion "
+            "11); seen: $T/jdk17 (17.0.2): above the maximum 11"},
+       {{"bwk.maxVersion", "11"}, {"JavaVM.SearchSequence", PlistArray{"R" + tmp / "jdk17"}}}},
+      // Not reachable on this system: a runtime of the search refused for its architecture.
   };
-  for (const Case& c : cases) {
-    shell("rm -rf " + tmp / "out " + tmp / "stage");
-    ASSERT_EQ(createHello(tmp / "out").status, 0) << c.name;
-    editInfo(app, [&](PlistDict& i, PlistDict& vm) {
-      for (const auto& [key, value] : c.top) i[key] = value;
-      for (const auto& [key, value] : c.javaVM) vm[key] = value;
-    });
-    for (const auto& [file, content] : c.files) writeFile(tmp / "out/" + file, content);
-    if (c.damage) c.damage(app);
-    RunResult r = bundleTool({"check", app});
-    EXPECT_EQ(r.status, 1) << c.name << ": " << r.out << r.err;
-    for (const std::string& part : c.expected)
-      EXPECT_TRUE(text::contains(r.out, part)) << c.name << ": " << part << "\n" << r.out;
-    if (c.findings) {
-      EXPECT_TRUE(text::contains(r.out, ": " + std::to_string(c.findings) + " finding")) << c.name << ": " << r.out;
-    }
-    // As many JSON findings as lines.
-    RunResult counted = shell(std::string(BWK_BUNDLE) + " check --json " + app +
-                              " | python3 -c 'import json,sys; print(len(json.load(sys.stdin)[\"findings\"]))'");
-    EXPECT_EQ(counted.out, std::to_string(text::split(r.out, "\n").size() - 2) + "\n") << c.name << ": " << counted.err;
+
+  const std::string sound = tmp / "sound", copy = tmp / "copy", app = copy + "/Hello.app";
+  ASSERT_EQ(createHello(sound).status, 0);
+  EXPECT_EQ(bundleTool({"check", sound + "/Hello.app"}).out, sound + "/Hello.app: no findings\n");
+  EXPECT_EQ(bundleTool({"check", "--json", sound + "/Hello.app"}).out,
+            "{\"bundle\": \"" + sound + "/Hello.app\", \"findings\": []}\n");
+  for (const Row& row : rows) {
+    shell("rm -rf " + copy + " && cp -a " + sound + " " + copy);
+    editInfo(app, row.keys);
+    RunResult damaged =
+        shell("cd " + copy + " && T=" + tmp.path() + " && " + (row.damage.empty() ? "true" : row.damage));
+    EXPECT_EQ(damaged.status, 0) << row.name << ": " << damaged.err;
+    std::string expected;
+    for (const std::string& line : row.expected)
+      expected += text::replaceAll(text::replaceAll(line, "$D", copy), "$T", tmp.path()) + "\n";
+    size_t count = row.expected.size();
+    RunResult human = run({BWK_BUNDLE, "check", app}, launcherEnvironment(row.env));
+    EXPECT_EQ(human.out, expected + app + ": " + std::to_string(count) + (count == 1 ? " finding\n" : " findings\n"))
+        << row.name;
+    EXPECT_EQ(human.status, 1) << row.name;
+    writeFile(tmp / "json", run({BWK_BUNDLE, "check", "--json", app}, launcherEnvironment(row.env)).out);
+    EXPECT_EQ(shell("python3 -c '" + std::string(kJsonAsLines) + "' <" + tmp / "json").out, expected) << row.name;
   }
 }
 
