@@ -23,10 +23,8 @@ void editInfo(const std::string& app, const PlistDict& keys) {
   for (const auto& [key, value] : keys) {
     bool inJavaVM = text::startsWith(key, "JavaVM.");
     PlistDict& dict = inJavaVM ? javaVM : info;
-    if (value == kRemoved)
-      dict.erase(inJavaVM ? key.substr(7) : key);
-    else
-      dict[inJavaVM ? key.substr(7) : key] = value;
+    dict.erase(inJavaVM ? key.substr(7) : key);
+    if (value != kRemoved) dict.emplace(inJavaVM ? key.substr(7) : key, value);
   }
   if (info.count("JavaVM")) info["JavaVM"] = PlistValue(javaVM);
   writePlist(file, PlistValue(info));
@@ -35,8 +33,11 @@ void editInfo(const std::string& app, const PlistDict& keys) {
 // The findings of `check --json` as `check` prints them.
 constexpr const char* kJsonAsLines = R"py(import json, sys
 for f in json.load(sys.stdin)["findings"]:
-  seen = "; ".join(r["path"] + (" (%s)" % r["version"] if r["version"] else "") + ": " + r["refusal"] for r in f.get("runtimes", []))
-  print(f["file"] + ": " + (f["key"] + ": " if f["key"] else "") + f["message"] + (" (did you mean %s?)" % f["suggestion"] if "suggestion" in f else "") + ("; seen: " + seen if seen else "")))py";
+  line = f["file"] + ": " + (f["key"] + ": " if f["key"] else "") + f["message"]
+  line += " (did you mean %s?)" % f["suggestion"] if "suggestion" in f else ""
+  runtimes = f.get("runtimes", [])
+  seen = ["%s%s: %s" % (r["path"], r["version"] and " (%s)" % r["version"] or "", r["refusal"]) for r in runtimes]
+  print(line + ("; seen: " + "; ".join(seen) if seen else "")))py";
 
 TEST_F(BundleCheck, EachDamageGivesExactlyItsFindings) {
   // Runtimes and archives the rows copy in ($T in a row's damage).
@@ -48,16 +49,17 @@ TEST_F(BundleCheck, EachDamageGivesExactlyItsFindings) {
   makeFakeRuntime(tmp / "jdk17", "17.0.2", "bundle");
   shell("cd " + tmp.path() + " && mkdir empty && touch file && head -c 3000 /dev/urandom >jre17/zz && " +
         "tar -czf good.tar.gz -C jre17 Contents && tar -czf nested.tar.gz -C nested jdk-17 && " +
-        "tar -b1 -cf cut.tar -C jre17 Contents zz && head -c -2000 cut.tar | gzip >cut.tar.gz");
+        "tar -czf base.tar.gz -C jre-base Contents && tar -b1 -cf cut.tar -C jre17 Contents zz && " +
+        "head -c -2000 cut.tar | gzip >cut.tar.gz");
   auto sizeOf = [&](const std::string& archive) {
     return std::stoll(shell("gzip -dc " + tmp / archive + " | wc -c").out);
   };
-  const int64_t good = sizeOf("good.tar.gz"), nested = sizeOf("nested.tar.gz"), cut = sizeOf("cut.tar.gz");
-  // The damages run in the copy's directory; the findings name it $D.
-  const std::string R = "Hello.app/Contents/Resources", S = R + "/en.lproj/Localizable.strings",
+  const int64_t good = sizeOf("good.tar.gz"), nested = sizeOf("nested.tar.gz"), cut = sizeOf("cut.tar.gz"),
+                base = sizeOf("base.tar.gz");
+  const std::string L = "Localizable.strings", R = "Hello.app/Contents/Resources", S = R + "/en.lproj/" + L,
                     archive = " " + R + "/app/jre.tar.gz";
-  const std::string I = "Contents/Info.plist: ", E = "Contents/Resources/en.lproj/Localizable.strings: ",
-                    F = "Contents/Resources/fr.lproj/Localizable.strings: ", O = "$D/Hello.vmoptions: ",
+  const std::string I = "Contents/Info.plist: ", E = "Contents/Resources/en.lproj/" + L + ": ",
+                    F = "Contents/Resources/fr.lproj/" + L + ": ", O = "$D/Hello.vmoptions: ",
                     J = "Contents/Resources/jre.bundle: ", A = "Contents/Resources/app/jre.tar.gz: ";
   const std::string noMain = I + "JavaVM.MainClass: missing: the runtime is asked to start the class '(null)'";
   const std::string noVersion =
@@ -65,49 +67,42 @@ TEST_F(BundleCheck, EachDamageGivesExactlyItsFindings) {
       "Contents/Home): the launcher refuses it and shows the runtime message";
   const std::string range = "outside the range (bwk.minVersion 21, bwk.maxVersion (none)); it is started all the same";
   const std::string noOption = "is no option: the runtime would take it for the main class";
+  const std::string lacks =
+      "lacks the module java.management, which the application's classes need (Hello uses "
+      "java.lang.management.ManagementFactory): the start ends in NoClassDefFoundError";
 
+  // A row: a damage run in the copy's directory, the findings ($D: that directory, $T: this test's), the keys set
+  // in Info.plist before the damage, the environment of the check.
   struct Row {
-    std::string name;
     std::string damage;
     std::vector<std::string> expected;
-    PlistDict keys = {};  // set in Info.plist before the damage
+    PlistDict keys = {};
     std::vector<std::string> env = {};
   };
+  // clang-format off: a table, one row to a line or a few
   const std::vector<Row> rows = {
       // Info.plist
-      {"no Info.plist",
-       "rm Hello.app/Contents/Info.plist",
-       {I + "missing: the launcher runs with an empty configuration", noMain}},
-      {"an unreadable Info.plist",
-       "echo '<plist>' >Hello.app/Contents/Info.plist",
-       {I + "cannot be read: $D/Hello.app/Contents/Info.plist: XML property list: Start-end tags mismatch at line 1; "
-            "the launcher runs with an empty configuration",
+      {"rm Hello.app/Contents/Info.plist", {I + "missing: the launcher runs with an empty configuration", noMain}},
+      {"echo '<plist>' >Hello.app/Contents/Info.plist",
+       {I + "cannot be read: $D/Hello.app/Contents/Info.plist: XML "
+            "property list: Start-end tags mismatch at line 1; the launcher runs with an empty configuration",
         noMain}},
-      {"an Info.plist of no dictionary",
-       "echo '(a)' >Hello.app/Contents/Info.plist",
+      {"echo '(a)' >Hello.app/Contents/Info.plist",
        {I + "is no dictionary; the launcher runs with an empty configuration", noMain}},
-      {"unknown keys",
-       "",
+      {"",
        {I + "Whatever: unknown key: the launcher does not read it",
         I + "bwk.minVerson: unknown key: the launcher does not read it (did you mean bwk.minVersion?)"},
        {{"bwk.minVerson", "11"}, {"Whatever", 1}, {"NSSomething", 1}}},
-      {"a JavaVM key at the top",
-       "",
-       {I + "MainClass: belongs in the JavaVM dictionary: ignored here"},
-       {{"MainClass", "Hello"}}},
-      {"a top-level key in JavaVM",
-       "",
-       {I + "JavaVM.bwk.allowBeta: belongs at the top level: ignored here"},
-       {{"JavaVM.bwk.allowBeta", true}}},
-      {"values of the wrong type",
-       "",
+      {"", {I + "MainClass: belongs in the JavaVM dictionary: ignored here"}, {{"MainClass", "Hello"}}},
+      {"", {I + "JavaVM.bwk.allowBeta: belongs at the top level: ignored here"}, {{"JavaVM.bwk.allowBeta", true}}},
+      {"",
        {I + "CFBundleDocumentTypes: is a string, not an array: the system ignores it",
         I + "CFBundleIdentifier: is an integer, not a string: read as missing",
-        I + "JavaVM.SearchSequence: is a string, not an array of strings beginning with Y, I, R or E: the default "
-            "search is used",
+        I + "JavaVM.SearchSequence: is a string, not an array of strings beginning with Y, I, R or E: the "
+            "default search is used",
         I + "JavaVM.VMOptionArray: is a string, not an array of strings: read as missing",
-        I + "JavaVM.VersionSpecificVMOptions: is a string, not an array of pattern strings each followed by an array "
-            "of strings: read as missing",
+        I + "JavaVM.VersionSpecificVMOptions: is a string, not an array of pattern strings each followed by an "
+            "array of strings: read as missing",
         I + "LSEnvironment: is a string, not a dictionary: read as missing",
         I + "bwk.allowPassthrough: is an array, not a boolean: read as missing",
         I + "bwk.jreUncompressedSize: is a date, not a number: read as missing"},
@@ -119,8 +114,7 @@ TEST_F(BundleCheck, EachDamageGivesExactlyItsFindings) {
         {"JavaVM.VMOptionArray", "-Xmx1g"},
         {"JavaVM.SearchSequence", "Y"},
         {"JavaVM.VersionSpecificVMOptions", "x"}}},
-      {"texts for a boolean and a number",
-       "",
+      {"",
        {I + "bwk.allowBeta: the string 'sure' is read by its first letter, as false; write <true/> or <false/>",
         I + "bwk.allowPassthrough: the string 'Yep' is read by its first letter, as true; write <true/> or <false/>",
         I + "bwk.jreUncompressedSize: the string '12k' is read as the number 12; write an <integer>"},
@@ -128,164 +122,139 @@ TEST_F(BundleCheck, EachDamageGivesExactlyItsFindings) {
         {"bwk.allowPassthrough", "Yep"},
         {"bwk.initialProgress", " No"},
         {"bwk.jreUncompressedSize", "12k"}}},
-      {"lists with entries of other types",
-       "",
+      {"",
        {I + "JavaVM.SearchSequence[1]: is no Y, I, R<dir> or E<variable> entry: skipped",
         I + "JavaVM.SearchSequence[2]: is no Y, I, R<dir> or E<variable> entry: skipped",
         I + "JavaVM.SearchSequence[3]: is no Y, I, R<dir> or E<variable> entry: skipped",
         I + "JavaVM.VMOptionArray[1]: is an integer, not a string: left out",
         I + "JavaVM.VersionSpecificVMOptions: has an odd number of entries: the last one is ignored",
         I + "JavaVM.VersionSpecificVMOptions[2]: is an integer, not a pattern string: the pair is skipped",
-        I + "JavaVM.VersionSpecificVMOptions[4]: 'abc' is neither a range like 11-17 nor a '*' match: the pair is "
-            "skipped",
+        I + "JavaVM.VersionSpecificVMOptions[4]: 'abc' is neither a range like 11-17 nor a '*' match: the pair "
+            "is skipped",
         I + "JavaVM.VersionSpecificVMOptions[5]: is a string, not an array of options: no options",
         I + "JavaVM.VersionSpecificVMOptions[7][0]: is an integer, not a string: left out"},
        {{"JavaVM.VMOptionArray", PlistArray{"-Xss2m", 1}},
         {"JavaVM.SearchSequence", PlistArray{"Y", "X", 3, ""}},
         {"JavaVM.VersionSpecificVMOptions",
          PlistArray{"11-17", PlistArray{}, 5, PlistArray{}, "abc", "-Xmx1g", "*", PlistArray{1}, "9"}}}},
-      {"no CFBundleName",
-       "",
+      {"",
        {I + "CFBundleName: missing: messages and the window name the application '(null)'"},
        {{"CFBundleName", kRemoved}}},
-      {"no JavaVM", "", {I + "JavaVM: missing: no main class, class path or options", noMain}, {{"JavaVM", kRemoved}}},
+      {"", {I + "JavaVM: missing: no main class, class path or options", noMain}, {{"JavaVM", kRemoved}}},
       // The executable, strings and icons
-      {"no executable",
-       "rm Hello.app/Contents/MacOS/Hello",
+      {"rm Hello.app/Contents/MacOS/Hello",
        {I + "CFBundleExecutable: names Contents/MacOS/Hello, which is no executable file"}},
-      {"no fallback strings",
-       "rm -r " + R + "/en.lproj",
-       {"Contents/Resources/en.lproj/Localizable.strings: missing: every message and window text shows its key"}},
-      {"an unreadable strings table",
-       "echo '\"a\" = ' >" + S,
+      {"rm -r " + R + "/en.lproj", {E + "missing: every message and window text shows its key"}},
+      {"echo '\"a\" = ' >" + S,
        {E + "cannot be read: $D/" + S +
-        ": text property list: unexpected end of input at line 2; the launcher skips "
-        "the table"}},
-      {"a strings table of no table", "echo '(a)' >" + S, {E + "is no table of keys and texts; the launcher skips it"}},
-      {"a table missing a text",
-       "sed -i '/\"ButtonCancel\"/d' " + S,
-       {E + "ButtonCancel: missing: the launcher shows the key itself"}},
-      {"texts that go wrong",
-       "mkdir " + R + "/fr.lproj && printf '%s\\n' '\"ButtonCancl\" = \"x\";' '\"ButtonCancel\" = (a);' " +
-           "'\"PrepareInstaller\" = \"%d %s %% %\";' '\"fenmo.InternalError\" = \"%@ %@\";' >" + R +
-           "/fr.lproj/Localizable.strings",
+        ": text property list: unexpected end of input at "
+        "line 2; the launcher skips the table"}},
+      {"echo '(a)' >" + S, {E + "is no table of keys and texts; the launcher skips it"}},
+      {"sed -i '/\"ButtonCancel\"/d' " + S, {E + "ButtonCancel: missing: the launcher shows the key itself"}},
+      {"mkdir " + R +
+           "/fr.lproj && printf '%s\\n' '\"ButtonCancl\" = \"x\";' '\"ButtonCancel\" = (a);' "
+           "'\"PrepareInstaller\" = \"%d %s %% %\";' '\"fenmo.InternalError\" = \"%@ %@\";' >" +
+           R + "/fr.lproj/" + L,
        {F + "ButtonCancel: is no text: the launcher shows the key itself",
         F + "ButtonCancl: unknown message key: the launcher never shows it (did you mean ButtonCancel?)",
         F + "PrepareInstaller: '%d' in the text: the inserts are texts, written %@",
         F + "PrepareInstaller: '%s' in the text: the inserts are texts, written %@",
         F + "fenmo.InternalError: has 2 %@ but the message has 1 insert(s): the rest show nothing"}},
-      {"a damaged window icon", "echo x >" + R + "/app.icns", {"Contents/Resources/app.icns: not an .icns file"}},
-      {"an icon file that is not there",
-       "",
+      {"echo x >" + R + "/app.icns", {"Contents/Resources/app.icns: not an .icns file"}},
+      {"",
        {I + "CFBundleIconFile: names Contents/Resources/gone.icns, which does not exist"},
        {{"CFBundleIconFile", "gone.icns"}}},
       // Option lists and files
-      {"options that go wrong",
-       "printf '%s\\n' -Xmx64m -include-options -jvm=/nowhere '-include-options nowhere.txt' >Hello.vmoptions",
+      {"printf '%s\\n' -Xmx64m -include-options -jvm=/nowhere '-include-options nowhere.txt' >Hello.vmoptions",
        {I + "JavaVM.VMOptionArray[0]: 'Xss2m' " + noOption,
         O + "line 2: '-include-options' without a value reaches the runtime as an option",
         O + "line 3: names /nowhere, which is no directory: the runtime search goes on without it",
         O + "line 4: includes $D/nowhere.txt, which does not exist"},
        {{"JavaVM.VMOptionArray", PlistArray{"Xss2m"}}}},
-      {"an option file including itself",
-       "echo '-include-options Hello.vmoptions' >Hello.vmoptions",
+      {"echo '-include-options Hello.vmoptions' >Hello.vmoptions",
        {O + "line 1: includes $D/Hello.vmoptions again, inside itself: the launcher stops with an internal error"}},
-      {"an option file not in UTF-8",
-       "printf '%s\\377\\n' -Dname= >Hello.app/Contents/vmoptions.txt",
+      {"printf '%s\\377\\n' -Dname= >Hello.app/Contents/vmoptions.txt",
        {"Contents/vmoptions.txt: is not UTF-8: the launcher ignores the whole file"}},
-      {"an option file that cannot be read", "mkdir Hello.vmoptions", {O + "cannot be read: the launcher ignores it"}},
+      {"mkdir Hello.vmoptions", {O + "cannot be read: the launcher ignores it"}},
       // The class path
-      {"a working directory that is not there",
-       "",
+      {"",
        {I + "JavaVM.WorkingDirectory: /nowhere is no directory: the start stays where it was"},
        {{"JavaVM.WorkingDirectory", "/nowhere"}}},
-      {"class-path entries that match nothing",
-       "",
+      {"",
        {I + "JavaVM.ClassPath: the entry $D/" + R + "/app/plugins/* matches nothing",
         I + "JavaVM.ClassPath: the entry extra.jar does not exist",
-        I + "JavaVM.ClassPath: the entry $D/" + R + "/app/../en.lproj/Localizable.strings is neither a directory " +
-            "nor a jar: not a zip file (no end of central directory)"},
+        I + "JavaVM.ClassPath: the entry $D/" + R + "/app/../en.lproj/" + L +
+            " is neither a directory nor a "
+            "jar: not a zip file (no end of central directory)"},
        {{"JavaVM.ClassPath",
-         "${launcher:sys.appRootDir}/lib/hello.jar:${launcher:sys.appRootDir}/plugins/*:extra.jar:"
-         "${launcher:sys.appRootDir}/../en.lproj/Localizable.strings"}}},
-      {"no main class", "", {noMain}, {{"JavaVM.MainClass", kRemoved}}},
-      {"a main class in the wrong case",
-       "",
-       {I + "JavaVM.MainClass: hellO is in none of the 1 class-path entries (no hellO.class) (did you mean Hello?)"},
+         "${launcher:sys.appRootDir}/lib/hello.jar:${launcher:sys.appRootDir}/plugins/*:"
+         "extra.jar:${launcher:sys.appRootDir}/../en.lproj/" +
+             L}}},
+      {"", {noMain}, {{"JavaVM.MainClass", kRemoved}}},
+      {"",
+       {I + "JavaVM.MainClass: hellO is in none of the 1 class-path entries (no hellO.class) (did you mean "
+            "Hello?)"},
        {{"JavaVM.MainClass", "hellO"}}},
-      {"manifest options the configuration leaves out",
-       "printf 'Add-Opens: java.base/java.io\\nAdd-Exports: java.base/sun.nio.ch\\n' >m && jar ufm " + R +
+      {"printf 'Add-Opens: java.base/java.io\\nAdd-Exports: java.base/sun.nio.ch\\n' >m && jar ufm " + R +
            "/app/lib/hello.jar m 2>/dev/null",
        {I + "JavaVM.VMOptionArray[1]: 'java.base/java.io=ALL-UNNAMED' " + noOption,
         I + "JavaVM.VMOptionArray: lacks --add-exports=java.base/sun.nio.ch=ALL-UNNAMED: the manifest of hello.jar "
             "asks for it and `java -jar` applies it"},
        {{"JavaVM.VMOptionArray", PlistArray{"--add-opens", "java.base/java.io=ALL-UNNAMED"}}}},
       // A shipped runtime
-      {"a shipped runtime that is a file", "touch " + R + "/jre.bundle", {J + "cannot be read as a directory"}},
-      {"a shipped runtime without a version", "mkdir " + R + "/jre.bundle", {J + noVersion}},
-      {"a shipped runtime without libjli",
-       "cp -a $T/jre17 " + R + "/jre.bundle && rm -r " + R + "/jre.bundle/*/*/lib",
+      {"touch " + R + "/jre.bundle", {J + "cannot be read as a directory"}},
+      {"mkdir " + R + "/jre.bundle", {J + noVersion}},
+      {"cp -a $T/jre17 " + R + "/jre.bundle && rm -r " + R + "/jre.bundle/*/*/lib",
        {J + "holds no runtime launcher library (Contents/Home/lib/libjli)"}},
-      {"a shipped runtime outside the range",
-       "cp -a $T/jre17 " + R + "/jre.bundle",
-       {J + "ships runtime 17.0.2, " + range},
-       {{"bwk.minVersion", "21"}}},
-      {"a shipped runtime without a module the classes use",
-       "cp -a $T/jre-base " + R + "/jre.bundle",
-       {J + "lacks the module java.management, which the application's classes need (Hello uses "
-            "java.lang.management.ManagementFactory): the start ends in NoClassDefFoundError"}},
+      {"cp -a $T/jre17 " + R + "/jre.bundle", {J + "ships runtime 17.0.2, " + range}, {{"bwk.minVersion", "21"}}},
+      {"cp -a $T/jre-base " + R + "/jre.bundle", {J + lacks}},
       // A runtime archive
-      {"an archive cut short",
-       "head -c 300 $T/good.tar.gz >" + archive,
+      {"head -c 300 $T/good.tar.gz >" + archive,
        {A + "is no complete gzip stream: $D/" + R + "/app/jre.tar.gz: unexpected end of file"}},
-      {"an archive of no size",
-       "cp $T/good.tar.gz" + archive,
-       {I + "bwk.jreUncompressedSize: missing: the progress bar measures against 6000000 bytes; the archive holds " +
+      {"cp $T/good.tar.gz" + archive,
+       {I +
+        "bwk.jreUncompressedSize: missing: the progress bar measures against "
+        "6000000 bytes; the archive holds " +
         std::to_string(good)}},
-      {"an archive of another size",
-       "cp $T/good.tar.gz" + archive,
+      {"cp $T/good.tar.gz" + archive,
        {I + "bwk.jreUncompressedSize: says 1000; the archive's tar stream is " + std::to_string(good) + " bytes"},
        {{"bwk.jreUncompressedSize", 1000}}},
-      {"no temporary directory",
-       "cp $T/good.tar.gz" + archive,
+      {"cp $T/good.tar.gz" + archive,
        {A + "cannot be unpacked for the check: no temporary directory"},
        {{"bwk.jreUncompressedSize", good}},
        {"TMPDIR=/nowhere"}},
-      {"a tar stream cut short",
-       "cp $T/cut.tar.gz" + archive,
-       {A + "the launcher's extraction reports errors (the lines above); a start goes on with what it unpacked"},
+      {"cp $T/cut.tar.gz" + archive,
+       {A + "the launcher's extraction reports errors (the lines above); a start goes "
+            "on with what it unpacked"},
        {{"bwk.jreUncompressedSize", cut}}},
-      {"an archive holding a top-level folder",
-       "cp $T/nested.tar.gz" + archive,
+      {"cp $T/nested.tar.gz" + archive,
        {A + "wrong layout: unpacked, it " + noVersion +
-        ". The archive must hold Contents/Home/...; its top level holds jdk-17"},
+        ". The archive must hold "
+        "Contents/Home/...; its top level holds jdk-17"},
        {{"bwk.jreUncompressedSize", nested}}},
-      {"an archive outside the range",
-       "cp $T/good.tar.gz" + archive,
+      {"cp $T/good.tar.gz" + archive,
        {A + "ships runtime 17.0.2, " + range},
        {{"bwk.jreUncompressedSize", good}, {"bwk.minVersion", "21"}}},
-      // The runtime search
-      {"a search that finds nothing",
-       "",
-       {I + "bwk.minVersion: no runtime was found for the range (bwk.minVersion (none), bwk.maxVersion (none)) in "
-            "/usr/lib/jvm or the search sequence"},
+      {"cp $T/base.tar.gz" + archive, {A + lacks}, {{"bwk.jreUncompressedSize", base}}},
+      // The runtime search; a runtime refused for its architecture cannot be made here.
+      {"",
+       {I + "bwk.minVersion: no runtime was found for the range (bwk.minVersion (none), bwk.maxVersion (none)) "
+            "in /usr/lib/jvm or the search sequence"},
        {{"JavaVM.SearchSequence", PlistArray{"R/nowhere"}}}},
-      {"a search that refuses all",
-       "",
-       {I + "bwk.minVersion: no runtime of the search satisfies the range (bwk.minVersion 17.0.3, bwk.maxVersion "
-            "(none)); seen: $T/file: not a readable directory; $T/empty: no version: no Contents/Info.plist with "
-            "JavaVM/JVMVersion, no release file; $T/beta (18-ea): a pre-release, and bwk.allowBeta is not set; "
-            "$T/jdk17 (17.0.2): below the minimum 17.0.3"},
+      {"",
+       {I + "bwk.minVersion: no runtime of the search satisfies the range (bwk.minVersion 17.0.3, "
+            "bwk.maxVersion (none)); seen: $T/file: not a readable directory; $T/empty: no version: no "
+            "Contents/Info.plist with JavaVM/JVMVersion, no release file; $T/beta (18-ea): a pre-release, and "
+            "bwk.allowBeta is not set; $T/jdk17 (17.0.2): below the minimum 17.0.3"},
        {{"bwk.minVersion", "17.0.3"},
         {"JavaVM.SearchSequence",
          PlistArray{"R" + tmp / "file", "R" + tmp / "empty", "R" + tmp / "beta", "R" + tmp / "jdk17"}}}},
-      {"a search above the maximum",
-       "",
-       {I + "bwk.maxVersion: no runtime of the search satisfies the range (bwk.minVersion (none), bwk.maxVersion "
-            "11); seen: $T/jdk17 (17.0.2): above the maximum 11"},
+      {"",
+       {I + "bwk.maxVersion: no runtime of the search satisfies the range (bwk.minVersion (none), "
+            "bwk.maxVersion 11); seen: $T/jdk17 (17.0.2): above the maximum 11"},
        {{"bwk.maxVersion", "11"}, {"JavaVM.SearchSequence", PlistArray{"R" + tmp / "jdk17"}}}},
-      // Not reachable on this system: a runtime of the search refused for its architecture.
   };
+  // clang-format on
 
   const std::string sound = tmp / "sound", copy = tmp / "copy", app = copy + "/Hello.app";
   ASSERT_EQ(createHello(sound).status, 0);
@@ -297,17 +266,17 @@ TEST_F(BundleCheck, EachDamageGivesExactlyItsFindings) {
     editInfo(app, row.keys);
     RunResult damaged =
         shell("cd " + copy + " && T=" + tmp.path() + " && " + (row.damage.empty() ? "true" : row.damage));
-    EXPECT_EQ(damaged.status, 0) << row.name << ": " << damaged.err;
+    EXPECT_EQ(damaged.status, 0) << row.damage << ": " << damaged.err;
     std::string expected;
     for (const std::string& line : row.expected)
       expected += text::replaceAll(text::replaceAll(line, "$D", copy), "$T", tmp.path()) + "\n";
     size_t count = row.expected.size();
     RunResult human = run({BWK_BUNDLE, "check", app}, launcherEnvironment(row.env));
     EXPECT_EQ(human.out, expected + app + ": " + std::to_string(count) + (count == 1 ? " finding\n" : " findings\n"))
-        << row.name;
-    EXPECT_EQ(human.status, 1) << row.name;
+        << row.damage;
+    EXPECT_EQ(human.status, 1) << row.damage;
     writeFile(tmp / "json", run({BWK_BUNDLE, "check", "--json", app}, launcherEnvironment(row.env)).out);
-    EXPECT_EQ(shell("python3 -c '" + std::string(kJsonAsLines) + "' <" + tmp / "json").out, expected) << row.name;
+    EXPECT_EQ(shell("python3 -c '" + std::string(kJsonAsLines) + "' <" + tmp / "json").out, expected) << row.damage;
   }
 }
 
