@@ -41,12 +41,15 @@ for f in json.load(sys.stdin)["findings"]:
 
 TEST_F(BundleCheck, EachDamageGivesExactlyItsFindings) {
   // Runtimes and archives the rows copy in ($T in a row's damage).
-  makeFakeRuntime(tmp / "jre17/Contents/Home", "17.0.2");
+  makeFakeRuntime(tmp / "jre17/Contents/Home", "17.0.2-ea");  // shipped, a pre-release is started
   makeFakeRuntime(tmp / "jre-base/Contents/Home", "17.0.2");
   writeFile(tmp / "jre-base/Contents/Home/release", "JAVA_VERSION=\"17.0.2\"\nMODULES=\"java.base\"\n");
   makeFakeRuntime(tmp / "nested/jdk-17", "17.0.2");
   makeFakeRuntime(tmp / "beta", "18-ea", "bundle");
   makeFakeRuntime(tmp / "jdk17", "17.0.2", "bundle");
+  makeFakeRuntime(tmp / "evar", "17.0.4", "bundle");
+  writePlist(tmp / "evar/Contents/Info.plist",
+             PlistValue(PlistDict{{"JavaVM", PlistDict{{"JVMVersion", "17.0.4"}}}, {"EvarVersion", "17.0.4-ea"}}));
   shell("cd " + tmp.path() + " && mkdir empty && touch file && head -c 3000 /dev/urandom >jre17/zz && " +
         "tar -czf good.tar.gz -C jre17 Contents && tar -czf nested.tar.gz -C nested jdk-17 && " +
         "tar -czf base.tar.gz -C jre-base Contents && tar -b1 -cf cut.tar -C jre17 Contents zz && " +
@@ -79,20 +82,20 @@ TEST_F(BundleCheck, EachDamageGivesExactlyItsFindings) {
     PlistDict keys = {};
     std::vector<std::string> env = {};
   };
-  // clang-format off: a table, one row to a line or a few
   const std::vector<Row> rows = {
       // Info.plist
       {"rm Hello.app/Contents/Info.plist", {I + "missing: the launcher runs with an empty configuration", noMain}},
       {"echo '<plist>' >Hello.app/Contents/Info.plist",
-       {I + "cannot be read: $D/Hello.app/Contents/Info.plist: XML "
-            "property list: Start-end tags mismatch at line 1; the launcher runs with an empty configuration",
+       {I + "cannot be read: $D/Hello.app/Contents/Info.plist: XML property list: Start-end tags mismatch at line 1; "
+            "the launcher runs with an empty configuration",
         noMain}},
       {"echo '(a)' >Hello.app/Contents/Info.plist",
        {I + "is no dictionary; the launcher runs with an empty configuration", noMain}},
       {"",
-       {I + "Whatever: unknown key: the launcher does not read it",
-        I + "bwk.minVerson: unknown key: the launcher does not read it (did you mean bwk.minVersion?)"},
-       {{"bwk.minVerson", "11"}, {"Whatever", 1}, {"NSSomething", 1}}},
+       {I + "AB: unknown key: the launcher does not read it",
+        I + "Whatever: unknown key: the launcher does not read it",
+        I + "bwk.nimVerson: unknown key: the launcher does not read it (did you mean bwk.minVersion?)"},
+       {{"bwk.nimVerson", "11"}, {"Whatever", 1}, {"NSSomething", 1}, {"AB", 1}}},
       {"", {I + "MainClass: belongs in the JavaVM dictionary: ignored here"}, {{"MainClass", "Hello"}}},
       {"", {I + "JavaVM.bwk.allowBeta: belongs at the top level: ignored here"}, {{"JavaVM.bwk.allowBeta", true}}},
       {"",
@@ -147,8 +150,7 @@ TEST_F(BundleCheck, EachDamageGivesExactlyItsFindings) {
       {"rm -r " + R + "/en.lproj", {E + "missing: every message and window text shows its key"}},
       {"echo '\"a\" = ' >" + S,
        {E + "cannot be read: $D/" + S +
-        ": text property list: unexpected end of input at "
-        "line 2; the launcher skips the table"}},
+        ": text property list: unexpected end of input at line 2; the launcher skips the table"}},
       {"echo '(a)' >" + S, {E + "is no table of keys and texts; the launcher skips it"}},
       {"sed -i '/\"ButtonCancel\"/d' " + S, {E + "ButtonCancel: missing: the launcher shows the key itself"}},
       {"mkdir " + R +
@@ -184,12 +186,10 @@ TEST_F(BundleCheck, EachDamageGivesExactlyItsFindings) {
        {I + "JavaVM.ClassPath: the entry $D/" + R + "/app/plugins/* matches nothing",
         I + "JavaVM.ClassPath: the entry extra.jar does not exist",
         I + "JavaVM.ClassPath: the entry $D/" + R + "/app/../en.lproj/" + L +
-            " is neither a directory nor a "
-            "jar: not a zip file (no end of central directory)"},
+            " is neither a directory nor a jar: not a zip file (no end of central directory)"},
        {{"JavaVM.ClassPath",
          "${launcher:sys.appRootDir}/lib/hello.jar:${launcher:sys.appRootDir}/plugins/*:"
-         "extra.jar:${launcher:sys.appRootDir}/../en.lproj/" +
-             L}}},
+         "extra.jar:${launcher:sys.appRootDir}/../en.lproj/Localizable.strings"}}},
       {"", {noMain}, {{"JavaVM.MainClass", kRemoved}}},
       {"",
        {I + "JavaVM.MainClass: hellO is in none of the 1 class-path entries (no hellO.class) (did you mean "
@@ -206,15 +206,13 @@ TEST_F(BundleCheck, EachDamageGivesExactlyItsFindings) {
       {"mkdir " + R + "/jre.bundle", {J + noVersion}},
       {"cp -a $T/jre17 " + R + "/jre.bundle && rm -r " + R + "/jre.bundle/*/*/lib",
        {J + "holds no runtime launcher library (Contents/Home/lib/libjli)"}},
-      {"cp -a $T/jre17 " + R + "/jre.bundle", {J + "ships runtime 17.0.2, " + range}, {{"bwk.minVersion", "21"}}},
+      {"cp -a $T/jre17 " + R + "/jre.bundle", {J + "ships runtime 17.0.2-ea, " + range}, {{"bwk.minVersion", "21"}}},
       {"cp -a $T/jre-base " + R + "/jre.bundle", {J + lacks}},
       // A runtime archive
       {"head -c 300 $T/good.tar.gz >" + archive,
        {A + "is no complete gzip stream: $D/" + R + "/app/jre.tar.gz: unexpected end of file"}},
       {"cp $T/good.tar.gz" + archive,
-       {I +
-        "bwk.jreUncompressedSize: missing: the progress bar measures against "
-        "6000000 bytes; the archive holds " +
+       {I + "bwk.jreUncompressedSize: missing: the progress bar measures against 6000000 bytes; the archive holds " +
         std::to_string(good)}},
       {"cp $T/good.tar.gz" + archive,
        {I + "bwk.jreUncompressedSize: says 1000; the archive's tar stream is " + std::to_string(good) + " bytes"},
@@ -224,16 +222,14 @@ TEST_F(BundleCheck, EachDamageGivesExactlyItsFindings) {
        {{"bwk.jreUncompressedSize", good}},
        {"TMPDIR=/nowhere"}},
       {"cp $T/cut.tar.gz" + archive,
-       {A + "the launcher's extraction reports errors (the lines above); a start goes "
-            "on with what it unpacked"},
+       {A + "the launcher's extraction reports errors (the lines above); a start goes on with what it unpacked"},
        {{"bwk.jreUncompressedSize", cut}}},
       {"cp $T/nested.tar.gz" + archive,
        {A + "wrong layout: unpacked, it " + noVersion +
-        ". The archive must hold "
-        "Contents/Home/...; its top level holds jdk-17"},
+        ". The archive must hold Contents/Home/...; its top level holds jdk-17"},
        {{"bwk.jreUncompressedSize", nested}}},
       {"cp $T/good.tar.gz" + archive,
-       {A + "ships runtime 17.0.2, " + range},
+       {A + "ships runtime 17.0.2-ea, " + range},
        {{"bwk.jreUncompressedSize", good}, {"bwk.minVersion", "21"}}},
       {"cp $T/base.tar.gz" + archive, {A + lacks}, {{"bwk.jreUncompressedSize", base}}},
       // The runtime search; a runtime refused for its architecture cannot be made here.
@@ -241,20 +237,21 @@ TEST_F(BundleCheck, EachDamageGivesExactlyItsFindings) {
        {I + "bwk.minVersion: no runtime was found for the range (bwk.minVersion (none), bwk.maxVersion (none)) "
             "in /usr/lib/jvm or the search sequence"},
        {{"JavaVM.SearchSequence", PlistArray{"R/nowhere"}}}},
+      {"echo -jvm=$T/jdk17 >Hello.vmoptions", {}, {{"JavaVM.SearchSequence", PlistArray{"R/nowhere"}}}},
       {"",
        {I + "bwk.minVersion: no runtime of the search satisfies the range (bwk.minVersion 17.0.3, "
             "bwk.maxVersion (none)); seen: $T/file: not a readable directory; $T/empty: no version: no "
             "Contents/Info.plist with JavaVM/JVMVersion, no release file; $T/beta (18-ea): a pre-release, and "
-            "bwk.allowBeta is not set; $T/jdk17 (17.0.2): below the minimum 17.0.3"},
+            "bwk.allowBeta is not set; $T/evar (17.0.4): a pre-release, and bwk.allowBeta is not set; $T/jdk17 "
+            "(17.0.2): below the minimum 17.0.3"},
        {{"bwk.minVersion", "17.0.3"},
-        {"JavaVM.SearchSequence",
-         PlistArray{"R" + tmp / "file", "R" + tmp / "empty", "R" + tmp / "beta", "R" + tmp / "jdk17"}}}},
+        {"JavaVM.SearchSequence", PlistArray{"R" + tmp / "file", "R" + tmp / "empty", "R" + tmp / "beta",
+                                             "R" + tmp / "evar", "R" + tmp / "jdk17"}}}},
       {"",
        {I + "bwk.maxVersion: no runtime of the search satisfies the range (bwk.minVersion (none), "
             "bwk.maxVersion 11); seen: $T/jdk17 (17.0.2): above the maximum 11"},
        {{"bwk.maxVersion", "11"}, {"JavaVM.SearchSequence", PlistArray{"R" + tmp / "jdk17"}}}},
   };
-  // clang-format on
 
   const std::string sound = tmp / "sound", copy = tmp / "copy", app = copy + "/Hello.app";
   ASSERT_EQ(createHello(sound).status, 0);
@@ -272,9 +269,9 @@ TEST_F(BundleCheck, EachDamageGivesExactlyItsFindings) {
       expected += text::replaceAll(text::replaceAll(line, "$D", copy), "$T", tmp.path()) + "\n";
     size_t count = row.expected.size();
     RunResult human = run({BWK_BUNDLE, "check", app}, launcherEnvironment(row.env));
-    EXPECT_EQ(human.out, expected + app + ": " + std::to_string(count) + (count == 1 ? " finding\n" : " findings\n"))
-        << row.damage;
-    EXPECT_EQ(human.status, 1) << row.damage;
+    std::string counted = count ? std::to_string(count) + (count == 1 ? " finding" : " findings") : "no findings";
+    EXPECT_EQ(human.out, expected + app + ": " + counted + "\n") << row.damage;
+    EXPECT_EQ(human.status, count ? 1 : 0) << row.damage;
     writeFile(tmp / "json", run({BWK_BUNDLE, "check", "--json", app}, launcherEnvironment(row.env)).out);
     EXPECT_EQ(shell("python3 -c '" + std::string(kJsonAsLines) + "' <" + tmp / "json").out, expected) << row.damage;
   }

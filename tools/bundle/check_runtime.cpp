@@ -150,10 +150,14 @@ std::optional<RuntimeSeen> refusal(const std::string& candidate, const OptionalS
     return seen;
   }
   if (checkJavaVersion(opened.get(), min, max, allowBeta, false)) return std::nullopt;
-  if (const PlistValue* javaVM = opened->infoDictionary().find("JavaVM")) seen.version = javaVM->string("JVMVersion");
+  const PlistValue& info = opened->infoDictionary();
+  if (const PlistValue* javaVM = info.find("JavaVM")) seen.version = javaVM->string("JVMVersion");
+  // The launcher takes a runtime for a pre-release by any of these texts.
+  bool beta = isBetaVersion(seen.version) || isBetaVersion(info.string("EvarVersion")) ||
+              isBetaVersion(info.string("CFBundleGetInfoString"));
   if (!seen.version) {
     seen.refusal = "no version: no Contents/Info.plist with JavaVM/JVMVersion, no release file";
-  } else if (!allowBeta && isBetaVersion(seen.version)) {
+  } else if (!allowBeta && beta) {
     seen.refusal = "a pre-release, and bwk.allowBeta is not set";
   } else if (!checkBundleVersion(min, std::nullopt, true, false, seen.version, std::nullopt, std::nullopt)) {
     seen.refusal = "below the minimum " + *min;
