@@ -163,6 +163,7 @@ TEST_F(BundleCheck, EachDamageGivesExactlyItsFindings) {
         F + "PrepareInstaller: '%s' in the text: the inserts are texts, written %@",
         F + "fenmo.InternalError: has 2 %@ but the message has 1 insert(s): the rest show nothing"}},
       {"echo x >" + R + "/app.icns", {"Contents/Resources/app.icns: not an .icns file"}},
+      {"mkdir " + R + "/app.icns", {"Contents/Resources/app.icns: cannot be read"}},
       {"",
        {I + "CFBundleIconFile: names Contents/Resources/gone.icns, which does not exist"},
        {{"CFBundleIconFile", "gone.icns"}}},
