@@ -44,6 +44,10 @@ TEST(RangeEnds, PropertyListReaders) {
       {xml("<data>AZaz09+/</data>"), PlistValue(PlistData{{0x01, 0x96, 0xb3, 0xd3, 0xdf, 0xbf}})},
   };
   for (const auto& [document, expected] : cases) EXPECT_EQ(firstValue(document), expected) << document;
+  // Binary: data of 10 bytes that end where the offset table begins.
+  std::string binary = std::string("bplist00\x4A", 9) + "0123456789" + '\x08' + std::string(6, '\0') + "\x01\x01" +
+                       std::string(7, '\0') + '\x01' + std::string(15, '\0') + '\x13';
+  EXPECT_EQ(firstValue(binary), PlistValue(PlistData{{'0', '1', '2', '3', '4', '5', '6', '7', '8', '9'}}));
 }
 
 // 513 levels of arrays are read, 514 are refused, in both text formats.
