@@ -81,14 +81,19 @@ TEST(RangeEnds, ValuesReadAsOtherTypes) {
 
 TEST(RangeEnds, Unicode) {
   const std::vector<std::pair<std::string, bool>> utf8 = {
-      {"\xC2\x80", true},     {"\xDF\xBF", true},          {"\xE0\xA0\x80", true},  {"\xED\x9F\xBF", true},
-      {"\xEE\x80\x80", true}, {"\xF4\x8F\xBF\xBF", true},  {"\xED\xA0\x80", false}, {"\xED\xBF\xBF", false},
-      {"\xC3\x41", false},    {"\xF4\x90\x80\x80", false}, {"\xC3", false},
+      {"\xC2\x80", true},         {"\xDF\xBF", true},          {"\xE0\xA0\x80", true},  {"\xED\x9F\xBF", true},
+      {"\xEE\x80\x80", true},     {"\xF4\x8F\xBF\xBF", true},  {"\xED\xA0\x80", false}, {"\xED\xBF\xBF", false},
+      {"\xF0\x90\x80\x80", true}, {"\xC1\xBF", false},         {"\xE0\x9F\xBF", false}, {"\xF0\x8F\xBF\xBF", false},
+      {"\xC3\x41", false},        {"\xF4\x90\x80\x80", false}, {"\xC3", false},
   };
   for (const auto& [bytes, valid] : utf8) EXPECT_EQ(text::isValidUtf8(bytes), valid) << text::join({bytes}, "");
   std::string replaced;
-  for (char32_t cp : {0xD7FFu, 0xD800u, 0xDFFFu, 0xE000u, 0x10FFFFu, 0x110000u}) unicode::appendUtf8(replaced, cp);
-  EXPECT_EQ(replaced, "\xED\x9F\xBF\xEF\xBF\xBD\xEF\xBF\xBD\xEE\x80\x80\xF4\x8F\xBF\xBF\xEF\xBF\xBD");
+  for (char32_t cp :
+       {0x7Fu, 0x80u, 0x7FFu, 0x800u, 0xD7FFu, 0xD800u, 0xDFFFu, 0xE000u, 0xFFFFu, 0x10000u, 0x10FFFFu, 0x110000u})
+    unicode::appendUtf8(replaced, cp);
+  EXPECT_EQ(replaced,
+            "\x7F\xC2\x80\xDF\xBF\xE0\xA0\x80\xED\x9F\xBF\xEF\xBF\xBD\xEF\xBF\xBD\xEE\x80\x80\xEF\xBF\xBF"
+            "\xF0\x90\x80\x80\xF4\x8F\xBF\xBF\xEF\xBF\xBD");
   EXPECT_EQ(unicode::utf16ToUtf8(std::string("\xD8\x00\xDC\x00\xDB\xFF\xDF\xFF", 8), true),
             "\xF0\x90\x80\x80\xF4\x8F\xBF\xBF");
   EXPECT_EQ(unicode::decodeText("\xFF\xFE"), "") << "a byte-order mark and nothing else";

@@ -14,6 +14,10 @@ TEST(RangeEnds, Utf8Characters) {
     char32_t codePoint;
     size_t length;
   } cases[] = {
+      {"\x7F", 0x7F, 1},
+      {"\x80", 0xFFFD, 1},
+      {"\xE0\xA0\x80", 0x800, 3},
+      {"\xF0\x90\x80\x80", 0x10000, 4},
       {"\xC2\x80", 0x80, 2},
       {"\xC1\xBF", 0xFFFD, 1},
       {"\xED\x9F\xBF", 0xD7FF, 3},
