@@ -54,11 +54,6 @@ TEST_F(Configuration, DirectoryLayouts) {
     EXPECT_EQ(paths.launcherDirInApp, c.launcherDir) << c.name;
     EXPECT_EQ(paths.mainBundlePath, c.mainBundle) << c.name;
   }
-  const LaunchContext& cli = commandLineLaunch({{"bwk.service", "legacy"}}, tmp / "bin/tool", {"/tool"});
-  EXPECT_EQ(cli.paths.mainBundlePath, std::nullopt);
-  EXPECT_EQ(cli.paths.launcherDirInApp, tmp / "bin/tool.app/Contents/Resources/app");
-  EXPECT_EQ(cli.serviceMode, "legacy");
-  EXPECT_EQ(workingDirectory(cli, runtime()), std::nullopt);
 
   // A command-line launcher that does not know its own path has no directories, and nothing
   // is read from or resolved against the current directory in their place.
@@ -236,6 +231,10 @@ TEST_F(Configuration, CommandLineLauncherIdentityAndService) {
                          {"bwk.service", "legacy"},
                          {"JavaVM", PlistValue(PlistDict{{"ArgumentArray", list({"configured"})}})}},
                         tmp / "bin/tool", {"/bin/tool", "start", "later"});
+  EXPECT_EQ(context.paths.mainBundlePath, std::nullopt);
+  EXPECT_EQ(context.paths.launcherDirInApp, tmp / "bin/tool.app/Contents/Resources/app");
+  EXPECT_EQ(context.serviceMode, "legacy");
+  EXPECT_EQ(workingDirectory(context, runtime()), std::nullopt);
   JavaParameters p = readJavaParameters(context, runtime(), {});
   EXPECT_EQ(p.options, (std::vector<std::string>{"-Dfenmo.moduleName=" + tmp / "bin/tool", "-Dbeside.executable",
                                                  "-Dbwk.configFileId=cfg-7", "-Dbwk.service=legacy"}));
