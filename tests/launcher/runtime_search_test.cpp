@@ -123,11 +123,8 @@ TEST_F(RuntimeSearch, SearchSequenceEntries) {
     bool beta;
     OptionalString expected;
   } cases[] = {
-      {"missing, empty and unknown entries are passed",
-       {"R" + tmp / "missing", "", "Q" + r11, "R" + r11},
-       "",
-       false,
-       r11},
+      Case("missing, empty and unknown entries are passed", {"R" + tmp / "missing", "", "Q" + r11, "R" + r11}, "",
+           false, r11),
       {"first accepted wins", {"R" + r17, "R" + r21}, "", false, r17},
       {"range applies", {"R" + r11, "R" + r21, "R" + r17}, "17", false, r21},
       {"environment variable", {"EBWK_TEST_UNSET", "EBWK_TEST_RUNTIME", "R" + r11}, "", false, r17},
