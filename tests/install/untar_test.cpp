@@ -241,7 +241,7 @@ INSTANTIATE_TEST_SUITE_P(Archives, ArchiveCaseTest,
 // damaged member hands over to the stream as with several.
 class OneInflatingThread : public UntarFixture {};
 TEST_F(OneInflatingThread, SameResultAndHandOver) {
-  ::setenv("BRACKWOOD_UNPACK_THREADS", "1", 1);
+  env.set("BRACKWOOD_UNPACK_THREADS", "1");
   inflation = UnTar::Inflation::Indexed;
   for (const char* damage : {"", "BAD_CRC_IN = 5; "}) {
     std::filesystem::remove_all(dest);
@@ -255,7 +255,6 @@ TEST_F(OneInflatingThread, SameResultAndHandOver) {
     EXPECT_EQ(describe(dest + "/a"), noise(3000)) << damage;
     EXPECT_EQ(describe(dest + "/d/b"), damaged ? "(missing)" : noise(9000)) << damage;
   }
-  ::unsetenv("BRACKWOOD_UNPACK_THREADS");
 }
 
 // The size to inflate into, from the gzip trailer: anything implausible is left to the stream.
