@@ -61,28 +61,26 @@ TEST_F(FakeRuntimeLaunch, RichConfigurationGivesTheVectorInOrder) {
   EXPECT_EQ(rec.fullVersion, "17.0.2");
   EXPECT_EQ(rec.dotVersion, "17.0.2");
   EXPECT_EQ(rec.flags, "java java 0 0 0 0 0 0 -1 -1 -1") << "no argument file: nothing expanded";
-  EXPECT_EQ(rec.argv, (std::vector<std::string>{
-                          bundlePath + "/Contents/MacOS/Tool",
-                          "-Dfenmo.moduleName=" + app,
-                          "-Xmx64m",
-                          "-Dbase.include",
-                          "-Dnested.include",
-                          "-Dspecific=17",
-                          "-Dtxt=1",
-                          "-Dtxt.extra",
-                          "-Dbeside=1",
-                          "-splash:" + root + "/splash.png",
-                          "-Djava.class.path=first.jar:" + root + "/lib/a.jar:nested.jar",
-                          "-p",
-                          root + "/mods",
-                          "-Dpassed=1",
-                          "-Dbwk.jreBundle=" + tmp / "jdk",
-                          "com.example.Main",
-                          "configured",
-                          ":",
-                          "plain arg",
-                          "Grüße",
-                      }));
+  EXPECT_EQ(rec.argv, (std::vector<std::string>{bundlePath + "/Contents/MacOS/Tool",
+                                                "-Dfenmo.moduleName=" + app,
+                                                "-Xmx64m",
+                                                "-Dbase.include",
+                                                "-Dnested.include",
+                                                "-Dspecific=17",
+                                                "-Dtxt=1",
+                                                "-Dtxt.extra",
+                                                "-Dbeside=1",
+                                                "-splash:" + root + "/splash.png",
+                                                "-Djava.class.path=first.jar:" + root + "/lib/a.jar:nested.jar",
+                                                "-p",
+                                                root + "/mods",
+                                                "-Dpassed=1",
+                                                "-Dbwk.jreBundle=" + tmp / "jdk",
+                                                "com.example.Main",
+                                                "configured",
+                                                ":",
+                                                "plain arg",
+                                                "Grüße"}));
 }
 
 // The shortest configuration; an argument file is the runtime's to expand, the exit status is the runtime's.

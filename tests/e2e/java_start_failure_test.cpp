@@ -58,30 +58,22 @@ class JavaStartFailure : public ::testing::Test {
 };
 
 TEST_F(JavaStartFailure, AlertHoldsTheRuntimesLines) {
-  const struct {
+  struct Case {
     const char* name;
     std::string mainClass;
     std::vector<std::string> args;
     bool progressWindow;
     std::string runtimeLine;
     std::vector<std::string> lines;  // in the alert, in this order
-  } cases[] = {
-      {"misspelt main class",
-       "Helo",
-       {},
-       true,
-       "Error: Could not find or load main class Helo\n",
-       {"Failing could not start: the Java runtime could not load or run its main class (exit status 1).",
-        "\nError: Could not find or load main class Helo\nCaused by: java.lang.ClassNotFoundException: Helo\n",
-        "BRACKWOOD_LOG=yes '" + tmp / "Failing.app/Contents/MacOS/Failing'"}},
-      {"main throws",
-       "Hello",
-       {"--throw=no settings"},
-       false,
-       "java.lang.IllegalStateException: no settings\n",
-       {"its main method ended with an exception (exit status 1)",
-        "\nException in thread \"main\" java.lang.IllegalStateException: no settings\n"
-        "Caused by: java.io.FileNotFoundException: hello.conf\n\tat Hello.main("}},
+  } const cases[] = {
+      Case("misspelt main class", "Helo", {}, true, "Error: Could not find or load main class Helo\n",
+           {"Failing could not start: the Java runtime could not load or run its main class (exit status 1).",
+            "\nError: Could not find or load main class Helo\nCaused by: java.lang.ClassNotFoundException: Helo\n",
+            "BRACKWOOD_LOG=yes '" + tmp / "Failing.app/Contents/MacOS/Failing'"}),
+      Case("main throws", "Hello", {"--throw=no settings"}, false, "java.lang.IllegalStateException: no settings\n",
+           {"its main method ended with an exception (exit status 1)",
+            "\nException in thread \"main\" java.lang.IllegalStateException: no settings\n"
+            "Caused by: java.io.FileNotFoundException: hello.conf\n\tat Hello.main("}),
   };
   for (const auto& c : cases) {
     RunResult r = startApp(bundle(c.mainClass, c.progressWindow), c.args, {"DISPLAY=" + x.display()});

@@ -61,13 +61,11 @@ TEST_F(Reliability, UnusableTemporaryFileSystemsEndWithAMessage) {
     const char* options;
     std::vector<std::string> messages;
   } cases[] = {
-      {"size=8m",
-       {"WARNING: errors occurred while unpacking bundled JRE",
-        "ERROR: Internal error: the bundled runtime could not be unpacked into " + temp,
-        ": No space left on device\n"}},
-      {"noexec,size=64m",
-       {"ERROR: Internal error: Could not load JRE.\nERROR: " + temp,
-        "libjli.so: failed to map segment from shared object"}},
+      Case("size=8m", {"WARNING: errors occurred while unpacking bundled JRE",
+                       "ERROR: Internal error: the bundled runtime could not be unpacked into " + temp,
+                       ": No space left on device\n"}),
+      Case("noexec,size=64m", {"ERROR: Internal error: Could not load JRE.\nERROR: " + temp,
+                               "libjli.so: failed to map segment from shared object"}),
   };
   for (const Case& c : cases) {
     RunResult r = run({"/usr/bin/unshare", "-m", "/bin/sh", "-c",

@@ -4,6 +4,7 @@
 #include <zlib.h>
 
 #include <functional>
+#include <tuple>
 
 #include "install/archive_index.h"
 
@@ -49,15 +50,12 @@ TEST(ArchiveIndex, ReadsBackWhatWasWritten) {
   Archive a;
   auto members = readArchiveIndex(a.bytes.data(), a.bytes.size());
   ASSERT_TRUE(members);
-  ASSERT_EQ(members->size(), 3u);
-  const uint64_t l0 = a.members[0].size(), l1 = a.members[1].size();
-  EXPECT_EQ((*members)[0].offset, 0u);
-  EXPECT_EQ((*members)[1].offset, l0);
-  EXPECT_EQ((*members)[2].offset, l0 + l1);
-  EXPECT_EQ((*members)[2].length, a.members[2].size());
-  EXPECT_EQ((*members)[1].position, 3000u);
-  EXPECT_EQ((*members)[2].position, 3003u);
-  EXPECT_EQ((*members)[2].size, 70000u);
+  const uint32_t l0 = static_cast<uint32_t>(a.members[0].size()), l1 = static_cast<uint32_t>(a.members[1].size());
+  std::vector<std::tuple<uint64_t, uint32_t, uint32_t, uint64_t>> fields;  // offset, length, size, position
+  for (const IndexedMember& m : *members) fields.emplace_back(m.offset, m.length, m.size, m.position);
+  EXPECT_EQ(fields, (decltype(fields){{0, l0, 3000, 0},
+                                      {l0, l1, 3, 3000},
+                                      {l0 + l1, static_cast<uint32_t>(a.members[2].size()), 70000, 3003}}));
   EXPECT_TRUE(encodeArchiveIndex({}).empty());
   EXPECT_TRUE(
       encodeArchiveIndex(std::vector<std::pair<uint32_t, uint32_t>>(kIndexedMemberMaxCount + 1, {20, 1})).empty());

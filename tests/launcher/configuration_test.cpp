@@ -36,24 +36,15 @@ TEST_F(Configuration, DirectoryLayouts) {
   std::string apps = tmp / "Apps";
   ScopedEnvironment env{{"BWK_T_SUB", "sub"}};
   const std::vector<Case> cases = {
-      {"baseDir of another type, working directory beside the launcher",
-       {{"bwk.baseDir", 3}, {"JavaVM", PlistValue(PlistDict{{"WorkingDirectory", "work/../w"}})}},
-       appRoot,
-       appRoot,
-       bundle,
-       appRoot + "/w"},
-      {"launcherDir with a variable, absolute working directory",
-       {{"bwk.launcherDir", "bin/${BWK_T_SUB}"}, {"JavaVM", PlistValue(PlistDict{{"WorkingDirectory", "/x//y/"}})}},
-       appRoot,
-       appRoot + "/bin/sub",
-       bundle,
-       "/x/y"},
-      {"baseDir beside the bundle", {{"bwk.baseDir", "./x/../Tool/"}}, apps + "/Tool", apps, bundle},
-      {"single bundle elsewhere",
-       {{"bwk.baseDir", "Root/a/b/c"}, {"bwk.inSingleBundle", true}},
-       apps + "/Root/a/b/c",
-       apps,
-       apps + "/Root"},
+      Case("baseDir of another type, working directory beside the launcher",
+           {{"bwk.baseDir", 3}, {"JavaVM", PlistValue(PlistDict{{"WorkingDirectory", "work/../w"}})}}, appRoot, appRoot,
+           bundle, appRoot + "/w"),
+      Case("launcherDir with a variable, absolute working directory",
+           {{"bwk.launcherDir", "bin/${BWK_T_SUB}"}, {"JavaVM", PlistValue(PlistDict{{"WorkingDirectory", "/x//y/"}})}},
+           appRoot, appRoot + "/bin/sub", bundle, "/x/y"),
+      Case("baseDir beside the bundle", {{"bwk.baseDir", "./x/../Tool/"}}, apps + "/Tool", apps, bundle),
+      Case("single bundle elsewhere", {{"bwk.baseDir", "Root/a/b/c"}, {"bwk.inSingleBundle", true}},
+           apps + "/Root/a/b/c", apps, apps + "/Root"),
   };
   for (const Case& c : cases) {
     const LaunchContext& context = bundleLaunch(c.info);
@@ -63,11 +54,6 @@ TEST_F(Configuration, DirectoryLayouts) {
     EXPECT_EQ(paths.launcherDirInApp, c.launcherDir) << c.name;
     EXPECT_EQ(paths.mainBundlePath, c.mainBundle) << c.name;
   }
-  const LaunchContext& cli = commandLineLaunch({{"bwk.service", "legacy"}}, tmp / "bin/tool", {"/tool"});
-  EXPECT_EQ(cli.paths.mainBundlePath, std::nullopt);
-  EXPECT_EQ(cli.paths.launcherDirInApp, tmp / "bin/tool.app/Contents/Resources/app");
-  EXPECT_EQ(cli.serviceMode, "legacy");
-  EXPECT_EQ(workingDirectory(cli, runtime()), std::nullopt);
 
   // A command-line launcher that does not know its own path has no directories, and nothing
   // is read from or resolved against the current directory in their place.
@@ -157,17 +143,8 @@ TEST_F(Configuration, OptionFileLinesAndClassPath) {
       {"classpath/p without one", "-classpath/p lib/a.jar\n", std::nullopt, {}, std::string("lib/a.jar:(null)")},
       {"classpath/a appends", "-classpath/a b.jar\n", std::string("old"), {}, std::string("old:b.jar")},
       {"classpath/a without one is dropped", "-classpath/a lib/a.jar\n", std::nullopt, {}, std::nullopt},
-      {"prefix needs its blank, case matters",
-       "-classpath\n-ClassPath x\n",
-       std::nullopt,
-       {"-classpath", "-ClassPath x"},
-       std::nullopt},
-      {"not UTF-8: nothing",
-       "-Dname=Gr\xfc\xdf"
-       "e\n",
-       std::string("cp"),
-       {},
-       std::string("cp")},
+      {"prefix needs its blank, case matters", "-classpath\n-ClassPath x\n", {}, {"-classpath", "-ClassPath x"}, {}},
+      {"not UTF-8: nothing", "-Dname=Gr\xfc\xdf\x65\n", std::string("cp"), {}, std::string("cp")},
   };
   for (const Case& c : cases) {
     writeFile(tmp / "case.vmoptions", c.contents);
@@ -254,6 +231,10 @@ TEST_F(Configuration, CommandLineLauncherIdentityAndService) {
                          {"bwk.service", "legacy"},
                          {"JavaVM", PlistValue(PlistDict{{"ArgumentArray", list({"configured"})}})}},
                         tmp / "bin/tool", {"/bin/tool", "start", "later"});
+  EXPECT_EQ(context.paths.mainBundlePath, std::nullopt);
+  EXPECT_EQ(context.paths.launcherDirInApp, tmp / "bin/tool.app/Contents/Resources/app");
+  EXPECT_EQ(context.serviceMode, "legacy");
+  EXPECT_EQ(workingDirectory(context, runtime()), std::nullopt);
   JavaParameters p = readJavaParameters(context, runtime(), {});
   EXPECT_EQ(p.options, (std::vector<std::string>{"-Dfenmo.moduleName=" + tmp / "bin/tool", "-Dbeside.executable",
                                                  "-Dbwk.configFileId=cfg-7", "-Dbwk.service=legacy"}));

@@ -76,30 +76,23 @@ TEST_F(RuntimeSearch, OverrideThenShippedRuntime) {
   }
 }
 
+// Each round leaves out the locations before the one it expects; the private home is always there.
 TEST_F(RuntimeSearch, FixedLocationsInOrder) {
-  struct Case {
-    const char* name;
-    bool installer, resources, plugins, privateBundle, privateHome;
-    std::string expected;
-  } cases[] = {
-      {"installer first", true, true, true, true, true, tmp / "installer"},
-      {"resources", false, true, true, true, true, bundle + "/Contents/Resources/jre.bundle"},
-      {"plugins", false, false, true, true, true, bundle + "/Contents/PlugIns/jre.bundle"},
-      {"private bundle", false, false, false, true, true, appRoot + "/.brackwood/jre.bundle"},
-      {"private home", false, false, false, false, true, appRoot + "/.brackwood/jre"},
-  };
-  for (const Case& c : cases) {
+  const std::string expected[] = {tmp / "installer", bundle + "/Contents/Resources/jre.bundle",
+                                  bundle + "/Contents/PlugIns/jre.bundle", appRoot + "/.brackwood/jre.bundle",
+                                  appRoot + "/.brackwood/jre"};
+  for (int first = 0; first < 5; ++first) {
     for (const std::string& dir :
          {tmp / "installer", bundle + "/Contents/Resources", bundle + "/Contents/PlugIns", appRoot + "/.brackwood"})
       fs::removeItem(dir);
-    if (c.installer) makeFakeRuntime(tmp / "installer", "11.0.1", "bundle");
-    if (c.resources) shipped("Resources", "11.0.2");
-    if (c.plugins) shipped("PlugIns", "11.0.3");
-    if (c.privateBundle) makeFakeRuntime(appRoot + "/.brackwood/jre.bundle", "11.0.4", "bundle");
-    if (c.privateHome) writeFile(appRoot + "/.brackwood/jre/release", "");
+    if (first <= 0) makeFakeRuntime(tmp / "installer", "11.0.1", "bundle");
+    if (first <= 1) shipped("Resources", "11.0.2");
+    if (first <= 2) shipped("PlugIns", "11.0.3");
+    if (first <= 3) makeFakeRuntime(appRoot + "/.brackwood/jre.bundle", "11.0.4", "bundle");
+    writeFile(appRoot + "/.brackwood/jre/release", "");
     const LaunchContext& context = bundleLaunch({{"bwk.maxVersion", "1.8"}});
-    EXPECT_EQ(chosenPath(context, c.installer ? OptionalString(tmp / "installer") : std::nullopt), c.expected)
-        << c.name;
+    EXPECT_EQ(chosenPath(context, first == 0 ? OptionalString(tmp / "installer") : std::nullopt), expected[first])
+        << first;
   }
 }
 
@@ -123,11 +116,8 @@ TEST_F(RuntimeSearch, SearchSequenceEntries) {
     bool beta;
     OptionalString expected;
   } cases[] = {
-      {"missing, empty and unknown entries are passed",
-       {"R" + tmp / "missing", "", "Q" + r11, "R" + r11},
-       "",
-       false,
-       r11},
+      Case("missing, empty and unknown entries are passed", {"R" + tmp / "missing", "", "Q" + r11, "R" + r11}, "",
+           false, r11),
       {"first accepted wins", {"R" + r17, "R" + r21}, "", false, r17},
       {"range applies", {"R" + r11, "R" + r21, "R" + r17}, "17", false, r21},
       {"environment variable", {"EBWK_TEST_UNSET", "EBWK_TEST_RUNTIME", "R" + r11}, "", false, r17},
