@@ -68,8 +68,14 @@ TEST(XmlPropertyList, ValuesAndMalformedDocuments) {
       {"date without time", "<date>2001-01-02</date>", nullptr, PlistDate{86400}},
       {"date and time", "<date>2001-01-01T01:02:03Z</date>", nullptr, PlistDate{3723}},
       {"real from zero", "<real>0.5</real>", nullptr, 0.5},
+      {"real from nine", "<real>9.5</real>", nullptr, 9.5},
+      {"leap day", "<date>2000-02-29T00:00:00Z</date>", nullptr, PlistDate{-26524800}},
+      {"first of March", "<date>2000-03-01T00:00:00Z</date>", nullptr, PlistDate{-26438400}},
+      {"last second of a year", "<date>2001-12-31T23:59:60Z</date>", nullptr, PlistDate{31536000}},
+      {"largest integer", "<integer>9223372036854775807</integer>", nullptr, int64_t{INT64_MAX}},
+      {"smallest integer", "<integer>-9223372036854775808</integer>", nullptr, int64_t{INT64_MIN}},
       {"base64 over lines", "<data>\n  AAEC\n  /w==\n</data>", nullptr, PlistData{{0, 1, 2, 255}}},
-      {"base64 of every range", "<data>enp6+/09</data>", nullptr, PlistData{{122, 122, 122, 251, 253, 61}}},
+      {"base64 of every range", "<data>AZaz09+/</data>", nullptr, PlistData{{0x01, 0x96, 0xb3, 0xd3, 0xdf, 0xbf}}},
       {"empty dict element", "<dict/>", nullptr, PlistDict{}},
       {"key without value", "<dict><key>a</key></dict>", "without a value"},
       {"value without key", "<dict><string>a</string></dict>", "where a <key> belongs"},
@@ -77,6 +83,8 @@ TEST(XmlPropertyList, ValuesAndMalformedDocuments) {
       {"key outside dict", "<array><key>a</key></array>", "outside a <dict>"},
       {"empty integer", "<integer></integer>", "<integer>"},
       {"integer overflow", "<integer>9223372036854775808</integer>", "out-of-range"},
+      {"integer past 64 bits", "<integer>99999999999999999999</integer>", "<integer>"},
+      {"hour 24", "<date>2001-01-01T24:00:00Z</date>", "<date>"},
       {"bad real", "<real>1.5x</real>", "<real>"},
       {"bad date", "<date>2001-13-01T00:00:00Z</date>", "<date>"},
       {"date without an hour", "<date>2001-01-01T:00:00Z</date>", "<date>"},
@@ -142,6 +150,8 @@ TEST(BinaryPropertyList, HandBuiltObjects) {
       {"16-byte negative integer", binaryPlist({bytes({0x14, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF,
                                                        0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFE})}),
        nullptr, -2},
+      {"data ending at the offset table", binaryPlist({bytes({0x4A}) + "0123456789"}), nullptr,
+       PlistData{{'0', '1', '2', '3', '4', '5', '6', '7', '8', '9'}}},
       {"uid as its number", binaryPlist({bytes({0x81, 0x01, 0x02})}), nullptr, 258},
       {"set as array", binaryPlist({bytes({0xC1, 0x01}), bytes({0x09})}), nullptr, PlistArray{true}},
       {"references of 8 bytes", binaryPlist({bytes({0xA1, 0, 0, 0, 0, 0, 0, 0, 1}), bytes({0x09})}, 0, 8), nullptr, PlistArray{true}},
@@ -213,8 +223,8 @@ TEST(BinaryPropertyList, RefusesAmplificationThroughSharedStrings) {
 
 // Booleans read from other types: strings by their first significant character.
 TEST(PlistValue, BooleanFromOtherTypes) {
-  const std::pair<PlistValue, bool> cases[] = {{"1", true},   {" +09", true}, {"-0", false}, {"y", true},
-                                               {"no", false}, {"", false},    {2, true},     {0.0, false}};
+  const std::pair<PlistValue, bool> cases[] = {{"1", true},   {" +09", true}, {"9", true}, {"-0", false}, {"y", true},
+                                               {"no", false}, {"", false},    {2, true},   {0.0, false}};
   for (const auto& [value, expected] : cases) EXPECT_EQ(PlistValue(PlistDict{{"k", value}}).boolean("k"), expected);
 }
 
@@ -311,6 +321,11 @@ TEST(TextPropertyList, ShortInputs) {
       {"strings table without semicolon", "\"k\" = \"v\"", "missing ';'"},
       {"\\U without digits", "\"k\" = \"v\\U\";", "without hexadecimal"},
       {"surrogate pair", "\"k\" = \"\\UD800\\UDFFF\";", nullptr, PlistDict{{"k", "\xF0\x90\x8F\xBF"}}},
+      {"surrogate pairs at the ends of the ranges", R"("k" = "\UD800\UDC00 \UDBFF\UDFFF";)", nullptr,
+       PlistDict{{"k", "\xF0\x90\x80\x80 \xF4\x8F\xBF\xBF"}}},
+      {"octal escapes", R"("k" = "\0\7\077\70";)", nullptr, PlistDict{{"k", std::string("\0\a?8", 4)}}},
+      {"unquoted words and hexadecimal digits", "{ AZaz09_$ = <09afAF>; }", nullptr,
+       PlistDict{{"AZaz09_$", PlistData{{0x09, 0xaf, 0xaf}}}}},
       {"lone low surrogate", "\"k\" = \"\\UDFFF\";", nullptr, PlistDict{{"k", "\xEF\xBF\xBD"}}},
       {"errors carry the line", "{ a = b;\n  c d; }", "line 2"},
       {"deep nesting", std::string(100000, '('), "nesting too deep"},

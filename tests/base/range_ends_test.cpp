@@ -13,43 +13,6 @@
 namespace bwk::test {
 namespace {
 
-PlistValue firstValue(std::string_view document) {
-  std::optional<PlistValue> read = readPropertyList(document);
-  EXPECT_TRUE(read) << document;
-  if (!read) return PlistValue("");
-  if (const PlistArray* array = read->asArray()) return array->at(0);
-  return *read;
-}
-
-std::string xml(const std::string& element) {
-  return "<?xml version=\"1.0\"?><plist version=\"1.0\"><array>" + element + "</array></plist>";
-}
-
-TEST(RangeEnds, PropertyListReaders) {
-  const std::vector<std::pair<std::string, PlistValue>> cases = {
-      // text: unquoted strings, <data> digits, \U escapes of surrogate pairs, octal escapes
-      {"(AZaz09_$)", "AZaz09_$"},
-      {"(<09afAF>)", PlistValue(PlistData{{0x09, 0xaf, 0xaf}})},
-      {R"(("\UD800\UDC00 \UDBFF\UDFFF"))", "\xF0\x90\x80\x80 \xF4\x8F\xBF\xBF"},
-      {R"(("\0\7\077\70"))", std::string("\0\a?8", 4)},
-      // XML: reals beginning with either end of the digits, dates either side of March,
-      // base64 of every letter and digit range
-      {xml("<real>0.5</real>"), 0.5},
-      {xml("<real>9.5</real>"), 9.5},
-      {xml("<date>2000-02-29T00:00:00Z</date>"), PlistDate{-26524800}},
-      {xml("<date>2000-03-01T00:00:00Z</date>"), PlistDate{-26438400}},
-      {xml("<date>2001-12-31T23:59:60Z</date>"), PlistDate{31536000}},
-      {xml("<integer>9223372036854775807</integer>"), PlistValue(int64_t{INT64_MAX})},
-      {xml("<integer>-9223372036854775808</integer>"), PlistValue(int64_t{INT64_MIN})},
-      {xml("<data>AZaz09+/</data>"), PlistValue(PlistData{{0x01, 0x96, 0xb3, 0xd3, 0xdf, 0xbf}})},
-  };
-  for (const auto& [document, expected] : cases) EXPECT_EQ(firstValue(document), expected) << document;
-  // Binary: data of 10 bytes that end where the offset table begins.
-  std::string binary = std::string("bplist00\x4A", 9) + "0123456789" + '\x08' + std::string(6, '\0') + "\x01\x01" +
-                       std::string(7, '\0') + '\x01' + std::string(15, '\0') + '\x13';
-  EXPECT_EQ(firstValue(binary), PlistValue(PlistData{{'0', '1', '2', '3', '4', '5', '6', '7', '8', '9'}}));
-}
-
 // 513 levels of arrays are read, 514 are refused, in both text formats.
 TEST(RangeEnds, Nesting) {
   for (int levels : {513, 514}) {
