@@ -3,10 +3,14 @@
 #include <gtest/gtest.h>
 #include <zlib.h>
 
+#include <algorithm>
 #include <functional>
+#include <thread>
 #include <tuple>
 
 #include "install/archive_index.h"
+#include "install/indexed_tar_stream.h"
+#include "test_support.h"
 
 namespace bwk::test {
 namespace {
@@ -91,6 +95,20 @@ TEST(ArchiveIndex, AnIndexThatDoesNotFitTheFileIsIgnored) {
     Archive a;
     spoil(a);
     EXPECT_FALSE(readArchiveIndex(a.bytes.data(), a.bytes.size())) << name;
+  }
+}
+
+// BRACKWOOD_UNPACK_THREADS may only lower the number of threads, and only as a whole number from 1.
+TEST(ArchiveIndex, ThreadsAskedFor) {
+  ScopedEnvironment env;
+  env.set("BRACKWOOD_UNPACK_THREADS", std::nullopt);
+  const unsigned all = inflatingThreads();
+  EXPECT_EQ(all, std::clamp(std::thread::hardware_concurrency(), 1u, 8u));
+  const std::pair<const char*, unsigned> cases[] = {{"1", 1u},   {"0", all}, {"-1", all},
+                                                    {"1x", all}, {"", all},  {"100", all}};
+  for (const auto& [asked, threads] : cases) {
+    env.set("BRACKWOOD_UNPACK_THREADS", asked);
+    EXPECT_EQ(inflatingThreads(), threads) << asked;
   }
 }
 
