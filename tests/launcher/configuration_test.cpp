@@ -185,6 +185,7 @@ TEST_F(Configuration, OptionFileIncludes) {
 TEST_F(Configuration, ParametersFromStateAndFacts) {
   writeFile(tmp / "Apps/Tool.vmoptions", "-Dsame=1\n");
   const LaunchContext& context = bundleLaunch({{"CFBundleName", "Tool"},
+                                               {"bwk.service", "legacy"},  // for command-line launchers only
                                                {"JavaVM", PlistValue(PlistDict{{"VMOptionArray", list({"-Dsame=1"})},
                                                                                {"ModulePath", "mods:$BWK_T_UNSET_MP"},
                                                                                {"MainClass", "com.example.${NOT}"},
@@ -208,6 +209,7 @@ TEST_F(Configuration, VersionSpecificPatterns) {
     std::vector<std::string> expected;
   } cases[] = {
       {"17.0.2", 17, {"11-17", list({"-DA"}), "*17.0.*", list({"-DB"})}, {"-DA"}},
+      {"11.0.2", 11, {"11-17", list({"-DA"}), "*11.0.*", list({"-DB"})}, {"-DA"}},
       {"17.0.2", 17, {"17", list({"-Dbad"}), "*17*", list({"-DB"})}, {"-DB"}},  // malformed skipped
       {"21.0.1", 21, {"11-17", list({"-DA"}), "*17.0.*", list({"-DB"})}, {}},
       {"1.8.0_291", 8, {"*1.8.0_2??", list({"-Dlike"}), "*1.8", list({"-Dwhole"})}, {"-Dlike"}},
