@@ -1,6 +1,8 @@
 // The header and message of an alert on their way to the process that shows it.
 #include "platform/linux/notice_text.h"
 
+#include "platform/linux/notice_process.h"
+
 #include <gtest/gtest.h>
 
 namespace bwk::platform {
@@ -25,6 +27,12 @@ TEST(NoticeText, RoundTripKeepsEveryByteUpToTheLimit) {
   for (const std::string& value : std::vector<std::string>{"", "41", "41:4", "41:4G", "zz:41", "41:4A", "-:41:42",
                                                            "4:41", "-:" + std::string(kNoticeTextLimit * 2 + 2, '4')})
     EXPECT_FALSE(decodeNotice(value)) << value.substr(0, 20);
+}
+
+TEST(NoticeText, ProcessNamedByTheHeaderElseTheExecutable) {
+  EXPECT_EQ(noticeProcessName({"Tool", "m"}), "Tool");
+  EXPECT_EQ(noticeProcessName({"", "m"}), "test_install");
+  EXPECT_EQ(noticeProcessName({std::nullopt, "m"}), "test_install");
 }
 
 }  // namespace
