@@ -262,6 +262,10 @@ TEST_F(Configuration, CommandLinePassThrough) {
     EXPECT_EQ(std::vector<std::string>(p.options.begin() + 1, p.options.end()), c.options) << c.words[1];
     EXPECT_EQ(p.args, c.args) << c.words[1];
   }
+  // The command line's arguments follow the configured ones, the first too.
+  PlistDict configured{{"JavaVM", PlistValue(PlistDict{{"ArgumentArray", list({"cfg"})}})}};
+  EXPECT_EQ(readJavaParameters(bundleLaunch(configured, {"/p", "x"}), runtime(), {}).args,
+            (std::vector<std::string>{"cfg", "x"}));
 }
 
 }  // namespace
