@@ -91,6 +91,9 @@ TEST_F(EmbedTool, RefusalsLeaveNothingBehind) {
       {{in, config, in}, "must not be the input"},
       {{in, config, tmp / "no/such/dir/out"}, "No such file"},
       {{in, config}, "usage"},
+      {{"-x", config, out}, "usage"},
+      {{in, config, out, "more"}, "usage"},
+      {{"--no-sign", "-x", config, out}, "usage"},
   };
   for (const auto& [args, message] : cases) {
     std::vector<std::string> argv{BWK_EMBED};
