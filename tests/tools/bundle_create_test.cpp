@@ -269,15 +269,12 @@ TEST(TarGzWriter, IndexedMembersThatEveryReaderReads) {
   EXPECT_EQ((*members)[1].size, bundle::TarGzWriter::kMemberSize);
   EXPECT_EQ((*members)[2].position + (*members)[2].size, writer.uncompressedSize());
 
-  const std::string expected = "d/\nd/big\nd/small\nd/l\n";
-  EXPECT_EQ(shell("gzip -t " + tmp / "a.tar.gz").status, 0);
-  EXPECT_EQ(shell("tar -tzf " + tmp / "a.tar.gz").out, expected);
-  EXPECT_EQ(shell("bsdtar -tf " + tmp / "a.tar.gz").out, expected);
-  EXPECT_EQ(run({"/usr/bin/python3", "-c",
-                 "import sys, tarfile\nfor m in tarfile.open(sys.argv[1]): print(m.name + ('/' if m.isdir() else ''))",
-                 tmp / "a.tar.gz"})
-                .out,
-            expected);
+  const std::string names = "d/\nd/big\nd/small\nd/l\n";
+  EXPECT_EQ(
+      shell("cd " + tmp.path() + " && gzip -t a.tar.gz && tar -tzf a.tar.gz && bsdtar -tf a.tar.gz && python3 -c " +
+            "'import tarfile; [print(m.name + (\"/\" if m.isdir() else \"\")) for m in tarfile.open(\"a.tar.gz\")]'")
+          .out,
+      names + names + names);
 
   shell("mkdir " + tmp / "out");
   UnTar::Outcome outcome = UnTar::untarWith(UnTar::Inflation::Indexed, tmp / "a.tar.gz", tmp / "out", 0, nullptr);
