@@ -14,10 +14,7 @@ namespace {
 
 class CommandLineLauncher : public ::testing::Test {
  protected:
-  void SetUp() override {
-    makeFakeRuntime(tmp / "jdk", "17.0.2+8");
-    record = tmp / "record";
-  }
+  void SetUp() override { makeFakeRuntime(tmp / "jdk", "17.0.2+8"); }
 
   // Rewrites the note's descriptor size, and optionally the length L, in place.
   void patchRegion(const std::string& file, uint32_t descriptorSize, std::optional<uint32_t> length = {}) {
@@ -32,7 +29,7 @@ class CommandLineLauncher : public ::testing::Test {
   }
 
   TempDir tmp;
-  std::string record;
+  const std::string record = tmp / "record";
 };
 
 // A configuration that cannot be read stops the launch; a region of four bytes holds none,
