@@ -25,13 +25,6 @@ Bytes note(uint64_t offset, uint64_t size, uint32_t commandSize = 40, const std:
   return c;
 }
 
-// The region as the loader would map the file: every segment at vmaddr + slide, where the
-// slide is chosen so that the file's bytes are the mapped image.
-std::optional<platform::EmbeddedRegion> mapAndFind(const Bytes& file) {
-  intptr_t slide = static_cast<intptr_t>(reinterpret_cast<uintptr_t>(file.data()) - kBase);
-  return macho::findEmbeddedRegion(file.data(), slide);
-}
-
 struct Case {
   const char* name;
   std::vector<Bytes> commands;
@@ -61,7 +54,9 @@ TEST(MachONote, Walk) {
   for (const Case& c : cases) {
     Bytes file = machOFile(c.commands, 0x1100);
     std::optional<macho::NoteLocation> note = macho::findNote(file);
-    std::optional<platform::EmbeddedRegion> region = mapAndFind(file);
+    // As the loader maps the file: every segment at vmaddr + slide, the file's bytes the image.
+    intptr_t slide = static_cast<intptr_t>(reinterpret_cast<uintptr_t>(file.data()) - kBase);
+    std::optional<platform::EmbeddedRegion> region = macho::findEmbeddedRegion(file.data(), slide);
     ASSERT_EQ(std::pair(note.has_value(), region.has_value()), std::pair(c.offset.has_value(), c.offset.has_value()))
         << c.name;
     if (!note) continue;
