@@ -14,10 +14,7 @@ namespace {
 
 class CommandLineLauncher : public ::testing::Test {
  protected:
-  void SetUp() override {
-    makeFakeRuntime(tmp / "jdk", "17.0.2+8");
-    record = tmp / "record";
-  }
+  void SetUp() override { makeFakeRuntime(tmp / "jdk", "17.0.2+8"); }
 
   // Rewrites the note's descriptor size, and optionally the length L, in place.
   void patchRegion(const std::string& file, uint32_t descriptorSize, std::optional<uint32_t> length = {}) {
@@ -32,7 +29,7 @@ class CommandLineLauncher : public ::testing::Test {
   }
 
   TempDir tmp;
-  std::string record;
+  const std::string record = tmp / "record";
 };
 
 // A configuration that cannot be read stops the launch; a region of four bytes holds none,
@@ -45,23 +42,23 @@ TEST_F(CommandLineLauncher, UnreadableConfigurations) {
   const std::string made = tmp / "tool";
   struct Case {
     const char* name;
-    std::function<void(const std::string&)> damage;
+    std::optional<uint32_t> descriptorSize, length;  // no size: the property list's end tag is broken
     bool launches;
   };
   const std::vector<Case> cases = {
-      {"broken property list",
-       [](const std::string& tool) {
-         std::string bytes = readFile(tool);
-         writeFile(tool, bytes.replace(bytes.rfind("</plist>"), 8, "</plixx>"));  // the note comes last
-       },
-       false},
-      {"length zero in a region of 5 bytes", [this](const std::string& tool) { patchRegion(tool, 5, 0); }, false},
-      {"a region of 4 bytes", [this](const std::string& tool) { patchRegion(tool, 4); }, true},
+      {"broken property list", {}, {}, false},
+      {"length zero in a region of 5 bytes", 5, 0, false},
+      {"a region of 4 bytes", 4, {}, true},
   };
   for (const Case& c : cases) {
     std::filesystem::remove(record);
     ASSERT_EQ(run({BWK_EMBED, BWK_LAUNCHER, tmp / "config.plist", made}).status, 0);
-    c.damage(made);
+    if (c.descriptorSize) {
+      patchRegion(made, *c.descriptorSize, c.length);
+    } else {
+      std::string bytes = readFile(made);
+      writeFile(made, bytes.replace(bytes.rfind("</plist>"), 8, "</plixx>"));  // the note comes last
+    }
     std::filesystem::copy_file(made, app + "/Contents/MacOS/Tool", std::filesystem::copy_options::overwrite_existing);
     RunResult r = run({app + "/Contents/MacOS/Tool", "__bwk_auth_restart", tmp / "jdk"},
                       launcherEnvironment({"FAKE_JLI_RECORD=" + record}));

@@ -41,12 +41,7 @@ TEST(ElfNote, HostileHeadersGiveNothing) {
   };
   for (const Patch& p : patches) {
     Bytes file = original;
-    if (p.width == 8)
-      elf::putLe64(file.data() + p.at, p.value);
-    else if (p.width == 2)
-      elf::putLe16(file.data() + p.at, static_cast<uint16_t>(p.value));
-    else
-      file[p.at] = static_cast<uint8_t>(p.value);
+    for (int i = 0; i < p.width; ++i) file[p.at + i] = static_cast<uint8_t>(p.value >> (8 * i));  // little-endian
     EXPECT_FALSE(elf::readFileLayout(elf::readFromMemory(file), file.size(), &error)) << p.name;
     EXPECT_FALSE(error.empty()) << p.name;
     error.clear();

@@ -13,6 +13,11 @@ using Bytes = std::vector<uint8_t>;
 
 inline void put32(Bytes& b, size_t at, uint32_t v) { std::memcpy(b.data() + at, &v, 4); }
 inline void put64(Bytes& b, size_t at, uint64_t v) { std::memcpy(b.data() + at, &v, 8); }
+// The values one after another from `at`, each as wide as its type.
+template <typename... T>
+void putEach(Bytes& b, size_t at, T... values) {
+  ((std::memcpy(b.data() + at, &values, sizeof values), at += sizeof values), ...);
+}
 inline uint32_t get32(const Bytes& b, size_t at) {
   uint32_t v;
   std::memcpy(&v, b.data() + at, 4);
@@ -22,24 +27,6 @@ inline uint64_t get64(const Bytes& b, size_t at) {
   uint64_t v;
   std::memcpy(&v, b.data() + at, 8);
   return v;
-}
-
-inline Bytes noteOwner(const std::string& owner = "com.brackwood") {
-  Bytes b(16, 0);
-  std::memcpy(b.data(), owner.data(), std::min<size_t>(owner.size(), 16));
-  return b;
-}
-
-// An LC_NOTE command.
-inline Bytes noteCommand(const Bytes& owner, uint64_t offset, uint64_t size, uint32_t commandSize = 40) {
-  Bytes c(std::max<uint32_t>(commandSize, 40), 0);
-  put32(c, 0, 0x31);
-  put32(c, 4, commandSize);
-  std::memcpy(c.data() + 8, owner.data(), 16);
-  put64(c, 24, offset);
-  put64(c, 32, size);
-  c.resize(std::max<uint32_t>(commandSize, 8));
-  return c;
 }
 
 struct SectionSpec {
@@ -52,23 +39,14 @@ struct SectionSpec {
 inline Bytes segmentCommand(const std::string& name, uint64_t vmaddr, uint64_t vmsize, uint64_t fileoff,
                             uint64_t filesize, const std::vector<SectionSpec>& sections = {}) {
   Bytes c(72 + 80 * sections.size(), 0);
-  put32(c, 0, 0x19);
-  put32(c, 4, static_cast<uint32_t>(c.size()));
+  putEach(c, 0, uint32_t{0x19}, static_cast<uint32_t>(c.size()));
   std::memcpy(c.data() + 8, name.data(), std::min<size_t>(name.size(), 16));
-  put64(c, 24, vmaddr);
-  put64(c, 32, vmsize);
-  put64(c, 40, fileoff);
-  put64(c, 48, filesize);
-  put32(c, 56, 7);
-  put32(c, 60, 5);
-  put32(c, 64, static_cast<uint32_t>(sections.size()));
+  putEach(c, 24, vmaddr, vmsize, fileoff, filesize, uint32_t{7}, uint32_t{5}, static_cast<uint32_t>(sections.size()));
   for (size_t i = 0; i < sections.size(); ++i) {
     size_t at = 72 + 80 * i;
     std::memcpy(c.data() + at, sections[i].name.data(), std::min<size_t>(sections[i].name.size(), 16));
     std::memcpy(c.data() + at + 16, name.data(), std::min<size_t>(name.size(), 16));
-    put64(c, at + 32, sections[i].addr);
-    put64(c, at + 40, sections[i].size);
-    put32(c, at + 48, sections[i].offset);
+    putEach(c, at + 32, sections[i].addr, sections[i].size, sections[i].offset);
     put32(c, at + 64, sections[i].flags);
   }
   return c;
@@ -79,12 +57,8 @@ inline Bytes machOFile(const std::vector<Bytes>& commands, size_t fileSize) {
   size_t commandBytes = 0;
   for (const Bytes& c : commands) commandBytes += c.size();
   Bytes b(std::max(fileSize, 32 + commandBytes), 0);
-  put32(b, 0, 0xfeedfacf);
-  put32(b, 4, 0x01000007);
-  put32(b, 8, 3);
-  put32(b, 12, 2);
-  put32(b, 16, static_cast<uint32_t>(commands.size()));
-  put32(b, 20, static_cast<uint32_t>(commandBytes));
+  putEach(b, 0, uint32_t{0xfeedfacf}, uint32_t{0x01000007}, uint32_t{3}, uint32_t{2},
+          static_cast<uint32_t>(commands.size()), static_cast<uint32_t>(commandBytes));
   size_t at = 32;
   for (const Bytes& c : commands) {
     std::memcpy(b.data() + at, c.data(), c.size());
@@ -104,12 +78,8 @@ inline Bytes signedImage(Bytes file, uint32_t size = 0x13) {
   for (size_t at = 32; at < end; at += get32(file, at + 4))
     if (get32(file, at) == 0x19 && std::memcmp(file.data() + at + 8, "__LINKEDIT", 11) == 0)
       put64(file, at + 48, dataOffset + size - get64(file, at + 40));
-  put32(file, end, 0x1d);
-  put32(file, end + 4, 16);
-  put32(file, end + 8, static_cast<uint32_t>(dataOffset));
-  put32(file, end + 12, size);
-  put32(file, 16, get32(file, 16) + 1);
-  put32(file, 20, get32(file, 20) + 16);
+  putEach(file, end, uint32_t{0x1d}, uint32_t{16}, static_cast<uint32_t>(dataOffset), size);
+  putEach(file, 16, get32(file, 16) + 1, get32(file, 20) + 16);
   file.resize(dataOffset, 0);
   file.resize(dataOffset + size, 0xfa);
   return file;

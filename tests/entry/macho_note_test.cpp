@@ -15,11 +15,14 @@ constexpr uint64_t kLinkeditOff = 0x1000, kLinkeditSize = 0x100;
 Bytes text() { return segmentCommand("__TEXT", kBase, 0x1000, 0, 0x1000, {{"__text", kBase + 0x800, 0x10, 0x800, 0}}); }
 Bytes linkedit() { return segmentCommand("__LINKEDIT", kBase + kLinkeditOff, 0x1000, kLinkeditOff, kLinkeditSize); }
 
-// The region as the loader would map the file: every segment at vmaddr + slide, where the
-// slide is chosen so that the file's bytes are the mapped image.
-std::optional<platform::EmbeddedRegion> mapAndFind(const Bytes& file) {
-  intptr_t slide = static_cast<intptr_t>(reinterpret_cast<uintptr_t>(file.data()) - kBase);
-  return macho::findEmbeddedRegion(file.data(), slide);
+// An LC_NOTE command of `owner`, `commandSize` bytes long, for `size` bytes at `offset`.
+Bytes note(uint64_t offset, uint64_t size, uint32_t commandSize = 40, const std::string& owner = "com.brackwood") {
+  Bytes c(40, 0);
+  putEach(c, 0, uint32_t{0x31}, commandSize);
+  std::memcpy(c.data() + 8, owner.data(), owner.size());
+  putEach(c, 24, offset, size);
+  c.resize(std::max<uint32_t>(commandSize, 8));
+  return c;
 }
 
 struct Case {
@@ -33,40 +36,33 @@ TEST(MachONote, Walk) {
   const uint64_t huge = std::numeric_limits<uint64_t>::max();
   std::vector<Case> cases = {
       {"no load commands", {}, std::nullopt},
-      {"region inside __LINKEDIT", {text(), noteCommand(noteOwner(), 0x1010, 0x20), linkedit()}, 0x1010, 0x20},
+      {"region inside __LINKEDIT", {text(), note(0x1010, 0x20), linkedit()}, 0x1010, 0x20},
       {"segment without a note", {text(), linkedit()}, std::nullopt},
-      {"region ending at the segment's end",
-       {text(), linkedit(), noteCommand(noteOwner(), 0x10e0, 0x20)},
-       0x10e0,
-       0x20},
-      {"region across the segment's end", {text(), linkedit(), noteCommand(noteOwner(), 0x10f0, 0x20)}, std::nullopt},
-      {"region starting before the segment", {linkedit(), noteCommand(noteOwner(), 0xff0, 0x20)}, std::nullopt},
-      {"another owner", {text(), noteCommand(noteOwner("com.brackwooe"), 0x1010, 0x20), linkedit()}, std::nullopt},
-      {"an offset that wraps round", {linkedit(), noteCommand(noteOwner(), huge - 0xf, 0x20)}, std::nullopt},
-      {"a size that wraps round", {linkedit(), noteCommand(noteOwner(), 0x1010, huge)}, std::nullopt},
-      {"the first of our notes wins",
-       {noteCommand(noteOwner("org.other"), 0x1080, 8), noteCommand(noteOwner(), 0x1010, 0x20),
-        noteCommand(noteOwner(), 0x1040, 0x20), linkedit()},
+      {"region ending at the segment's end", {text(), linkedit(), note(0x10e0, 0x20)}, 0x10e0, 0x20},
+      {"region across the segment's end", {text(), linkedit(), note(0x10f0, 0x20)}, std::nullopt},
+      {"region starting before the segment", {linkedit(), note(0xff0, 0x20)}, std::nullopt},
+      {"another owner", {text(), note(0x1010, 0x20, 40, "com.brackwooe"), linkedit()}, std::nullopt},
+      {"an offset that wraps round", {linkedit(), note(huge - 0xf, 0x20)}, std::nullopt},
+      {"a size that wraps round", {linkedit(), note(0x1010, huge)}, std::nullopt},
+      {"first of ours wins",
+       {note(0x1080, 8, 40, "org.other"), note(0x1010, 0x20), note(0x1040, 0x20), linkedit()},
        0x1010,
        0x20},
-      {"a note command too short for its fields is skipped",
-       {noteCommand(noteOwner(), 0x1040, 0x20, 32), noteCommand(noteOwner(), 0x1010, 0x20), linkedit()},
-       0x1010,
-       0x20},
-      {"a command of size 0 ends the walk", {noteCommand(noteOwner(), 0x1010, 0x20, 0), linkedit()}, std::nullopt},
+      {"too short: skipped", {note(0x1040, 0x20, 32), note(0x1010, 0x20), linkedit()}, 0x1010, 0x20},
+      {"size 0 ends the walk", {note(0x1010, 0x20, 0), linkedit()}, std::nullopt},
   };
   for (const Case& c : cases) {
     Bytes file = machOFile(c.commands, 0x1100);
     std::optional<macho::NoteLocation> note = macho::findNote(file);
-    ASSERT_EQ(note.has_value(), c.offset.has_value()) << c.name;
+    // As the loader maps the file: every segment at vmaddr + slide, the file's bytes the image.
+    intptr_t slide = static_cast<intptr_t>(reinterpret_cast<uintptr_t>(file.data()) - kBase);
+    std::optional<platform::EmbeddedRegion> region = macho::findEmbeddedRegion(file.data(), slide);
+    ASSERT_EQ(std::pair(note.has_value(), region.has_value()), std::pair(c.offset.has_value(), c.offset.has_value()))
+        << c.name;
     if (!note) continue;
-    EXPECT_EQ(note->dataOffset, *c.offset) << c.name;
-    EXPECT_EQ(note->dataSize, c.size) << c.name;
-    std::optional<platform::EmbeddedRegion> region = mapAndFind(file);
-    ASSERT_TRUE(region) << c.name;
-    EXPECT_EQ(region->address, file.data() + *c.offset) << c.name;
-    EXPECT_EQ(region->size, c.size) << c.name;
-    EXPECT_EQ(note->address(0x5000), kBase + *c.offset + 0x5000) << c.name;
+    EXPECT_EQ(std::tuple(note->dataOffset, note->dataSize, region->address, region->size, note->address(0x5000)),
+              std::tuple(*c.offset, c.size, file.data() + *c.offset, c.size, kBase + *c.offset + 0x5000))
+        << c.name;
   }
 }
 

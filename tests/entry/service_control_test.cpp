@@ -22,12 +22,12 @@ class ServiceControl : public ::testing::Test {
  protected:
   void SetUp() override { makeFakeRuntime(tmp / "jdk", "17.0.2+8"); }
 
-  PlistValue configuration(std::optional<PlistValue> mode) {
+  PlistValue configuration(const PlistValue& mode) {
     PlistDict javaVM{{"MainClass", "com.example.Service"},
                      {"ArgumentArray", PlistValue(PlistArray{"configured"})},
                      {"SearchSequence", PlistValue(PlistArray{"R" + tmp / "jdk"})}};
     PlistDict config{{"CFBundleName", "Service"}, {"JavaVM", PlistValue(javaVM)}};
-    if (mode) config["bwk.service"] = *mode;
+    config["bwk.service"] = mode;
     return PlistValue(config);
   }
 
@@ -104,9 +104,9 @@ TEST_F(ServiceControl, ActionsOfEachMode) {
     std::vector<std::string> argv = readRecord(tmp / "record").argv;
     auto main = std::find(argv.begin(), argv.end(), "com.example.Service");
     ASSERT_LE(main + 3, argv.end()) << label;
-    std::vector<std::string> after(main + 1, argv.end()), expected{c.words[0], "configured"};
+    std::vector<std::string> expected{c.words[0], "configured"};
     if (!mode) std::swap(expected[0], expected[1]);
-    EXPECT_EQ(std::vector(after.begin(), after.begin() + 2), expected) << label;
+    EXPECT_EQ(std::vector(main + 1, main + 3), expected) << label;
     auto option =
         std::find_if(argv.begin(), main, [](const std::string& a) { return text::startsWith(a, "-Dbwk.service"); });
     EXPECT_EQ(option == main ? "none" : *option, mode ? "-Dbwk.service=" + *mode : "none") << label;

@@ -291,9 +291,6 @@ TEST_F(BundleCheck, CommandLinesItCannotUse) {
       {{"create", "--main-class", "Hello"}, "--name is required"},
       {{"create", "--name", "X", "--main-class", "9lives", "--jar", helloJar(), "--output", tmp / "o"},
        "no Java class name"},
-      {{"create", "--name", "X", "--main-class", "Hello", "--jar", helloJar(), "--output", tmp / "o", "--min-version",
-        "17", "--max-version", "11"},
-       "--max-version 11 is below --min-version 17"},
       {{"unpack"}, "unknown command"},
   };
   for (const auto& [words, message] : cases) {

@@ -113,28 +113,21 @@ TEST_F(InstalledApplication, StartsAsJavaJarDoes) {
 
 // What create refuses (nothing written), and what it writes or warns about without a JVM.
 TEST_F(InstalledApplication, WhatCreateSays) {
+  const std::string main = "Main-Class: p.Probe\n";
   struct Case {
     std::string manifest;
-    std::vector<std::string> more;
     int status;
     std::string message;  // in the error output, or else in Info.plist
+    std::vector<std::string> more = {};
   };
   const std::vector<Case> cases = {
-      {"Launcher-Agent-Class: p.Probe\nMain-Class: p.Probe\n",
-       {},
-       1,
-       "Launcher-Agent-Class p.Probe: the launcher cannot start"},
-      {"Created-By: hand\n", {}, 2, "names no Main-Class in its manifest: give --main-class"},
-      {"Main-Class: p.Probe\n", {"--jar", tmp / "elsewhere.jar"}, 2, "with --input, further jars lie inside it"},
-      {"Main-Class: p.Probe\n", {"--output", tmp / "app/out"}, 2, "lies inside --input"},
-      {"Main-Class: p.Probe\n", {"--main-jar", "lib"}, 1, "/app/lib: no such jar"},
-      {"Main-Class: p.Probe\nClass-Path: " + tmp / "abs.jar lib/x.jar\n",
-       {},
-       0,
-       "abs.jar is searched after lib/x.jar in the bundle"},
-      {"Main-Class: p.Probe\nEnable-Native-Access: ALL-UNNAMED\n",
-       {},
-       0,
+      {"Launcher-Agent-Class: p.Probe\n" + main, 1, "Launcher-Agent-Class p.Probe: the launcher cannot start"},
+      {"Created-By: hand\n", 2, "names no Main-Class in its manifest: give --main-class"},
+      {main, 2, "with --input, further jars lie inside it", {"--jar", tmp / "elsewhere.jar"}},
+      {main, 2, "lies inside --input", {"--output", tmp / "app/out"}},
+      {main, 1, "/app/lib: no such jar", {"--main-jar", "lib"}},
+      {main + "Class-Path: " + tmp / "abs.jar lib/x.jar\n", 0, "abs.jar is searched after lib/x.jar in the bundle"},
+      {main + "Enable-Native-Access: ALL-UNNAMED\n", 0,
        "<string>22-9999</string>\n      <array>\n        <string>--enable-native-access=ALL-UNNAMED</string>"},
   };
   jar(tmp / "abs.jar", "");
