@@ -46,6 +46,14 @@ TEST(BundleCreate, RefusalsLeaveTheOutputAsItWas) {
               ".\n./Hello.app\n./Hello.app/marker\nold\n")
         << message;
   }
+  // A space may be part of a name, a control character not.
+  EXPECT_EQ(
+      bundleTool({"create", "--name", "A\x1f", "--main-class", "Hello", "--jar", helloJar(), "--output", tmp / "n"})
+          .status,
+      2);
+  EXPECT_EQ(bundleTool({"create", "--name", "A B", "--main-class", "Hello", "--jar", helloJar(), "--output", tmp / "n"})
+                .status,
+            0);
   RunResult forced = createHello(tmp / "out", {"--force"});
   EXPECT_EQ(forced.status, 0) << forced.err;
   EXPECT_EQ(shell("cd " + tmp / "out && find . -maxdepth 2").out, ".\n./Hello.app\n./Hello.app/Contents\n");
@@ -225,6 +233,8 @@ open(name, 'wb').write(data)
 
 // Each option the help names may be given once, except those the help calls repeatable.
 TEST(BundleOptions, OnlyThoseTheHelpCallsRepeatableRepeat) {
+  for (const char* help : {"--help", "-h", "help"})
+    EXPECT_TRUE(text::startsWith(bundleTool({help}).out, "usage: brackwood-bundle")) << help;
   for (const std::string command : {"create", "check"}) {
     size_t options = 0;
     for (const std::string& line : text::split(bundleTool({command, "--help"}).out, "\n")) {

@@ -42,7 +42,8 @@ TEST_F(BundleRuntime, JdkShippedWithoutWhatNoStartNeeds) {
   writeFile(home + "/bin/tool", "#!/bin/sh\n");
   writeFile(tmp / "outside.properties", "outside");
   shell("cd " + home + " && chmod 750 bin/tool && ln -s ../bin lib/current && ln -s /nonexistent/src.zip lib/src.zip " +
-        "&& ln -s " + tmp / "outside.properties lib/outside.properties && ln -s /nonexistent lib/broken");
+        "&& ln -s " + tmp / "outside.properties lib/outside.properties && ln -s /nonexistent lib/broken && mkdir " +
+        tmp / "outdir && ln -s " + tmp / "outdir lib/ext && ln -s " + tmp / "outdir " + tmp / "outdir/self");
   for (const std::string form : {"bundle", "archive"}) {
     RunResult r = createHello(tmp / form, {"--runtime", home, "--runtime-as", form});
     ASSERT_EQ(r.status, 0) << r.err;
@@ -50,7 +51,9 @@ TEST_F(BundleRuntime, JdkShippedWithoutWhatNoStartNeeds) {
                                "left out of the runtime, as no start needs them: jmods/, src.zip, lib/src.zip, "
                                "include/, man/, demo/ (0.0 MB saved"))
         << r.out;
-    EXPECT_EQ(r.err, "brackwood-bundle: warning: lib/broken: a broken link, left out\n")
+    EXPECT_EQ(r.err,
+              "brackwood-bundle: warning: lib/broken: a broken link, left out\n"
+              "brackwood-bundle: warning: lib/ext/self: a link back into its own parents, left out\n")
         << "none for the sources' broken link";
     std::string shipped = shippedHome(tmp / form + "/Hello.app", form);
     for (const char* gone : {"jmods", "include", "man", "demo", "src.zip", "lib/src.zip", "lib/broken"})
