@@ -110,12 +110,13 @@ TEST_F(BundleRuntime, StartChoicesBecomeKeys) {
 
 // The identifier names the code shipped: the same jars give the same one, any changed byte another.
 TEST_F(BundleRuntime, AotBuildIdFollowsTheJarsContents) {
-  auto buildId = [&](const std::string& jar) {
+  auto buildId = [&](const std::string& jar, const std::string& input = "") {
     shell("rm -rf " + tmp / "out");
-    EXPECT_EQ(bundleTool({"create", "--name", "Hello", "--main-class", "Hello", "--jar", jar, "--output", tmp / "out",
-                          "--aot-cache"})
-                  .status,
-              0);
+    std::vector<std::string> words{"create", "--name", "Hello", "--output", tmp / "out", "--aot-cache"};
+    std::vector<std::string> from = {"--main-class", "Hello", "--jar", jar};
+    if (!input.empty()) from = {"--input", input, "--main-jar", jar, "--main-class", "Hello"};
+    words.insert(words.end(), from.begin(), from.end());
+    EXPECT_EQ(bundleTool(words).status, 0);
     return *info(tmp / "out/Hello.app")["JavaVM"].string("AotCacheBuildId");
   };
   shell("mkdir -p " + tmp / "a " + tmp / "b && cp " + helloJar() + " " + tmp / "a/hello.jar && cp " + helloJar() + " " +
@@ -124,6 +125,10 @@ TEST_F(BundleRuntime, AotBuildIdFollowsTheJarsContents) {
   EXPECT_EQ(first.size(), 24u);
   EXPECT_EQ(buildId(tmp / "a/hello.jar"), first);
   EXPECT_NE(buildId(tmp / "b/hello.jar"), first) << "one more byte at the end of the jar";
+  writeFile(tmp / "a/notes.txt", "one");
+  std::string withNotes = buildId("hello.jar", tmp / "a");
+  writeFile(tmp / "a/notes.txt", "two");
+  EXPECT_EQ(buildId("hello.jar", tmp / "a"), withNotes) << "a file that is no code does not count";
 }
 
 // A real JDK links the runtime; check then finds it complete.
