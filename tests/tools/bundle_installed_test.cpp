@@ -148,5 +148,19 @@ TEST_F(InstalledApplication, WhatCreateSays) {
   }
 }
 
+// The jars an application loads later (plugins) count for the modules of a linked runtime.
+TEST_F(InstalledApplication, PluginJarsCountForTheLinkedRuntime) {
+  jar(tmp / "app/main.jar", "Main-Class: p.Probe\n", true);
+  writeFile(tmp / "plugin/q/Plugin.java", "package q; public class Plugin { java.sql.Connection connection; }");
+  ASSERT_EQ(shell(kJdk + "javac -d " + tmp / "plugin " + tmp / "plugin/q/Plugin.java && mkdir " +
+                  tmp / "app/plugins && " + kJdk + "jar cf " + tmp / "app/plugins/plugin.jar -C " + tmp / "plugin q")
+                .status,
+            0);
+  RunResult r = bundleTool({"create", "--name", "App", "--input", tmp / "app", "--main-jar", "main.jar", "--runtime",
+                            kJdk + "..", "--jlink", "--output", tmp / "out"});
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_TRUE(text::contains(r.out, ": java.base,java.sql,")) << r.out;
+}
+
 }  // namespace
 }  // namespace bwk::test
