@@ -153,4 +153,10 @@ std::string makeBundle(const std::string& dir, const std::string& name, const st
   return app + "/Contents/MacOS/" + name;
 }
 
+std::string helloInfo(const std::string& jar, const std::string& jdk, const std::string& topLevel) {
+  return "<?xml version=\"1.0\"?><plist version=\"1.0\"><dict>" + topLevel +
+         "<key>JavaVM</key><dict><key>MainClass</key><string>Hello</string><key>ClassPath</key><string>" + jar +
+         "</string><key>SearchSequence</key><array><string>R" + jdk + "</string></array></dict></dict></plist>";
+}
+
 }  // namespace bwk::bench

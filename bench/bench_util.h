@@ -46,5 +46,8 @@ std::string jlinkRuntimeArchive(const std::string& cache, const std::string& jdk
 // and `info` as Info.plist; the executable's path. Ends the program when it cannot be made.
 std::string makeBundle(const std::string& dir, const std::string& name, const std::string& launcher,
                        const std::string& info);
+// The Info.plist of the demo program: main class Hello from `jar`, the runtime `jdk` as the
+// one search entry, and `topLevel` (XML of keys and values) before the JavaVM dictionary.
+std::string helloInfo(const std::string& jar, const std::string& jdk, const std::string& topLevel = "");
 
 }  // namespace bwk::bench

@@ -26,16 +26,7 @@ int main(int argc, char** argv) {
   std::string dir = tempDirectory("bwk-error-stream");
   // No progress window: application mode then loads no window toolkit, and needs no display
   // server, only the variable that tells of a graphical session.
-  std::string info =
-      "<?xml version=\"1.0\"?><plist version=\"1.0\"><dict><key>bwk.initialProgress</key><false/>"
-      "<key>JavaVM</key><dict><key>MainClass</key><string>Hello</string>"
-      "<key>ClassPath</key><string>" +
-      jar +
-      "</string>"
-      "<key>SearchSequence</key><array><string>R" +
-      jdk +
-      "</string></array>"
-      "</dict></dict></plist>";
+  std::string info = helloInfo(jar, jdk, "<key>bwk.initialProgress</key><false/>");
   std::string executable = makeBundle(dir, "Hello", launcher, info);
   std::string writes = "--stderr-megabytes=" + std::to_string(megabytes);
   struct Contestant {

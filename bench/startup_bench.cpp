@@ -19,23 +19,9 @@ int main(int argc, char** argv) {
   if (!makeAbsolute({&jar})) return 1;
 
   std::string dir = tempDirectory("bwk-startup");
+  std::string executable = makeBundle(dir, "Hello", launcher, helloInfo(jar, jdk));
   std::string app = dir + "/Hello.app";
-  std::string info =
-      "<?xml version=\"1.0\"?><plist version=\"1.0\"><dict><key>JavaVM</key><dict>"
-      "<key>MainClass</key><string>Hello</string>"
-      "<key>ClassPath</key><string>" +
-      jar +
-      "</string>"
-      "<key>SearchSequence</key><array><string>R" +
-      jdk +
-      "</string></array>"
-      "</dict></dict></plist>";
-  if (shell("mkdir -p '" + app + "/Contents/MacOS' && cp '" + launcher + "' '" + app +
-            "/Contents/MacOS/Hello' && printf '%s' '" + info + "' > '" + app + "/Contents/Info.plist'") != 0) {
-    std::fprintf(stderr, "cannot make the bundle\n");
-    return 1;
-  }
-  std::vector<std::string> viaLauncher{app + "/Contents/MacOS/Hello", "x"};
+  std::vector<std::string> viaLauncher{executable, "x"};
   std::vector<std::string> viaJava{jdk + "/bin/java",
                                    "-Dfenmo.moduleName=" + app,
                                    "-Djava.class.path=" + jar,
