@@ -5,11 +5,13 @@
 // the whole JDK), each packed twice: by `brackwood-bundle create` (indexed gzip members) and by
 // `tar -czf` (one member). The launcher runs with one inflating thread
 // (BRACKWOOD_UNPACK_THREADS=1) and with all; the three contestants of an archive take turns
-// going first, pair by pair. Then each launcher configuration once more with its anonymous
+// going first, pair by pair, one archive after the other (so that the clean-up after a large
+// one does not fall into the runs of another). Then each launcher configuration once more with its anonymous
 // memory sampled, against its bound. Every run goes into a fresh directory.
 //
 // Usage: untar_bench [pairs] [jdk]
 #include <fcntl.h>
+#include <libdeflate.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <zlib.h>
@@ -27,6 +29,7 @@
 #include <vector>
 
 #include "bench_util.h"
+#include "bundle/tar_writer.h"
 #include "install/untar.h"
 
 using namespace bwk::bench;
@@ -56,30 +59,30 @@ long long tarLength(const std::string& archive) {
   return ok ? total : -1;
 }
 
-// Bytes of the archive's tar stream compressed as one gzip member at level 6, as the
-// archive writer compresses each of its members.
+// Bytes of the archive's tar stream compressed as one gzip member at the level the archive
+// writer compresses each of its members with, kept beside the archive (it takes a while).
 long long oneMemberSize(const std::string& archive) {
-  gzFile in = gzopen(archive.c_str(), "r");
-  z_stream z{};
-  if (!in || deflateInit2(&z, 6, Z_DEFLATED, 31, 8, Z_DEFAULT_STRATEGY) != Z_OK) return -1;
-  gzbuffer(in, kGzBuffer);
-  std::vector<unsigned char> input(kGzRead), output(kGzRead);
-  long long total = 0;
-  for (int flush = Z_NO_FLUSH; flush != Z_FINISH;) {
-    int n = gzread(in, input.data(), kGzRead);
-    flush = n <= 0 ? Z_FINISH : Z_NO_FLUSH;
-    z.next_in = input.data();
-    z.avail_in = n > 0 ? static_cast<unsigned>(n) : 0;
-    do {
-      z.next_out = output.data();
-      z.avail_out = kGzRead;
-      deflate(&z, flush);
-      total += kGzRead - z.avail_out;
-    } while (z.avail_out == 0);
+  const std::string kept = archive + ".one-member-size";
+  if (std::ifstream in(kept); in) {
+    long long size = -1;
+    if (in >> size) return size;
   }
-  deflateEnd(&z);
+  gzFile in = gzopen(archive.c_str(), "r");
+  if (!in) return -1;
+  gzbuffer(in, kGzBuffer);
+  std::vector<char> tar;
+  std::vector<char> piece(kGzRead);
+  int n;
+  while ((n = gzread(in, piece.data(), kGzRead)) > 0) tar.insert(tar.end(), piece.begin(), piece.begin() + n);
   gzclose(in);
-  return total;
+  libdeflate_compressor* compressor = libdeflate_alloc_compressor(bwk::bundle::TarGzWriter::kLevel);
+  if (!compressor) return -1;
+  std::vector<char> out(libdeflate_gzip_compress_bound(compressor, tar.size()));
+  auto size =
+      static_cast<long long>(libdeflate_gzip_compress(compressor, tar.data(), tar.size(), out.data(), out.size()));
+  libdeflate_free_compressor(compressor);
+  std::ofstream(kept) << size;
+  return size;
 }
 
 std::string selfPath() { return stdfs::read_symlink("/proc/self/exe").string(); }
@@ -99,7 +102,12 @@ struct Packed {
 };
 Packed packBothWays(const std::string& cache, const std::string& name, const std::string& fillStage) {
   Packed packed{cache + "/" + name + "-create.tar.gz", cache + "/" + name + "-tar.tar.gz"};
-  if (::access(packed.create.c_str(), R_OK) == 0 && ::access(packed.tar.c_str(), R_OK) == 0) return packed;
+  // Made again when the bundle tool is newer than what it made.
+  std::error_code ec;
+  const auto made = stdfs::last_write_time(packed.create, ec);
+  if (!ec && made > stdfs::last_write_time(BWK_BENCH_BUNDLE_TOOL) && ::access(packed.tar.c_str(), R_OK) == 0)
+    return packed;
+  stdfs::remove(packed.create + ".one-member-size", ec);
   std::string stage = cache + "/" + name + "-stage", out = cache + "/" + name + "-out";
   runOrExit("stage " + name, "set -e; rm -rf '" + stage + "' '" + out + "'; mkdir -p '" + stage + "/Contents'; " +
                                  fillStage + "; cp '" BWK_BENCH_FAKE_JLI "' '" + stage +
@@ -126,7 +134,9 @@ std::string makeArchiveBundle(const std::string& dir, const std::string& archive
       "<key>JavaVM</key><dict><key>MainClass</key><string>M</string>"
       "<key>SearchSequence</key><array/></dict></dict></plist>";
   std::string tool = makeBundle(dir, "Tool", BWK_BENCH_LAUNCHER, info);
-  runOrExit("copy the archive", "cp '" + archive + "' '" + dir + "/Tool.app/Contents/Resources/app/jre.tar.gz'");
+  // A link, not a copy: hundreds of MB written here would be written back to the disk in the
+  // middle of the runs.
+  runOrExit("link the archive", "ln -f '" + archive + "' '" + dir + "/Tool.app/Contents/Resources/app/jre.tar.gz'");
   return tool;
 }
 
@@ -222,11 +232,11 @@ std::optional<Contest> prepareContest(const RunArea& area, const std::string& ti
   return Contest{title, archive, tool, indexed, length};
 }
 
-// Each pair runs the three contestants of every archive; they take turns going first.
+// Each pair runs the three contestants of an archive; they take turns going first.
 void measurePairs(std::vector<Contest>& contests, int pairs, const RunArea& area, const std::vector<std::string>& env,
                   const std::vector<std::string>& envOne) {
-  for (int pair = 0; pair < pairs; ++pair) {
-    for (Contest& c : contests) {
+  for (Contest& c : contests) {
+    for (int pair = 0; pair < pairs; ++pair) {
       for (int turn = 0; turn < 3; ++turn) {
         switch ((turn + pair) % 3) {
           case 0: c.oneThread.push_back(measureOrExit("the launcher", {c.tool}, envOne).seconds); break;
@@ -309,6 +319,8 @@ int main(int argc, char** argv) {
     if (!contest) return 1;
     contests.push_back(std::move(*contest));
   }
+  // What the preparation wrote goes to the disk now rather than during the runs.
+  ::sync();
   measurePairs(contests, pairs, area, env, envOne);
   printResults(contests, pairs, env, envOne);
   stdfs::remove_all(area.root);

@@ -2,17 +2,16 @@
 
 #include <fcntl.h>
 #include <libdeflate.h>
-#include <pthread.h>
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
 #include <system_error>
 
 #include "install/gz_tar_stream.h"
+#include "install/signals_blocked.h"
 
 namespace bwk {
 
@@ -21,23 +20,6 @@ namespace {
 constexpr unsigned kMostThreads = 8;
 
 using Decompressor = UniqueDecompressor;
-
-// Termination signals are for the thread that reads the archive (it may be waiting in a
-// read that they must interrupt); inflating threads start with every signal blocked.
-class SignalsBlocked {
- public:
-  SignalsBlocked() {
-    sigset_t all;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &previous_);
-  }
-  ~SignalsBlocked() { pthread_sigmask(SIG_SETMASK, &previous_, nullptr); }
-  SignalsBlocked(const SignalsBlocked&) = delete;
-  SignalsBlocked& operator=(const SignalsBlocked&) = delete;
-
- private:
-  sigset_t previous_;
-};
 
 }  // namespace
 
@@ -63,7 +45,10 @@ std::unique_ptr<IndexedTarStream> IndexedTarStream::open(int fd, unsigned thread
   if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode) || st.st_size <= 0) return nullptr;
   const auto fileSize = static_cast<size_t>(st.st_size);
   UniqueFd copy(::fcntl(fd, F_DUPFD_CLOEXEC, 0));
-  platform::MappedMemory archive = copy ? platform::MappedMemory::ofFile(fd, fileSize) : platform::MappedMemory();
+  // Each thread brings in the pages of the members it inflates.
+  platform::MappedMemory archive =
+      copy ? platform::MappedMemory::ofFile(fd, fileSize, platform::MappedMemory::Pages::WhenTouched)
+           : platform::MappedMemory();
   if (!archive) return nullptr;
   std::optional<std::vector<IndexedMember>> members = readArchiveIndex(archive.data(), fileSize);
   if (!members) return nullptr;
@@ -75,10 +60,10 @@ std::unique_ptr<IndexedTarStream> IndexedTarStream::open(int fd, unsigned thread
   std::unique_ptr<IndexedTarStream> stream(
       new IndexedTarStream(std::move(copy), std::move(archive), std::move(*members), threads));
   stream->slots_.resize(slotCount);
-  // In large pages, faulted in at once: page by page, the ring's first use costs more than
-  // a member's inflating.
+  // In large pages, each faulted in whole by the thread that first inflates into it: page by
+  // page, the ring's first use would cost more than a member's inflating.
   for (Slot& slot : stream->slots_) {
-    slot.bytes = platform::MappedMemory::zeroed(largest);
+    slot.bytes = platform::MappedMemory::zeroed(largest, platform::MappedMemory::Pages::WhenTouched);
     if (!slot.bytes) return nullptr;
   }
   if (stream->inline_) return stream;

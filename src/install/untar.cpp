@@ -429,9 +429,11 @@ UnTar::Outcome UnTar::untarWith(Inflation inflation, const std::string& archive,
     stream = std::move(members);
     if (stream) outcome.used = Inflation::Indexed;
   }
+  InflatedTarStream* whole = nullptr;
   if (!stream && inflation != Inflation::Streaming) {
-    stream = InflatedTarStream::inflate(handle.get());
-    if (stream) outcome.used = Inflation::WholeBuffer;
+    auto inflated = InflatedTarStream::open(handle.get(), inflatingThreads() > 1);
+    whole = inflated.get();
+    stream = std::move(inflated);
   }
   if (!stream) stream = GzTarStream::open(handle.get());
   if (!stream) {
@@ -447,6 +449,7 @@ UnTar::Outcome UnTar::untarWith(Inflation inflation, const std::string& archive,
   outcome.destinationError = reader.destinationError();
   outcome.problems = std::move(reader.problems());
   if (!stream->close()) ok = false;
+  if (whole && whole->inOnePiece()) outcome.used = Inflation::WholeBuffer;
   // The inflated archive goes back to the system before anything else runs.
   stream.reset();
   if (ok && hasCallback(progress)) (*progress)(100.0, "");

@@ -12,11 +12,14 @@ namespace bwk::platform {
 
 class MappedMemory {
  public:
+  // Whether a file's pages are mapped at once, or each as it is first touched.
+  enum class Pages { Now, WhenTouched };
   // The first `length` bytes (above 0) of the file open at `fd`, read-only. Empty when
   // they cannot be mapped.
-  static MappedMemory ofFile(int fd, size_t length);
-  // At least `length` (above 0) zero bytes to write into. Empty when the memory cannot be had.
-  static MappedMemory zeroed(size_t length);
+  static MappedMemory ofFile(int fd, size_t length, Pages pages = Pages::Now);
+  // At least `length` (above 0) zero bytes to write into. Brought in `Pages::Now`, it is
+  // empty when the memory cannot be had.
+  static MappedMemory zeroed(size_t length, Pages pages = Pages::Now);
 
   MappedMemory() = default;
   ~MappedMemory() { reset(); }

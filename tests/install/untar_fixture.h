@@ -16,14 +16,15 @@ namespace bwk::test {
 
 // file(), dir(), link(), hardlink(), special(), raw() and longname() add entries; file()
 // prints "<data offset> <size>". The GZ_* knobs damage the gzip stream; MEMBERS cuts it into gzip
-// members of that many tar bytes (INDEXED adds their index), BAD_CRC_IN spoils one member's CRC-32.
+// members of that many tar bytes (INDEXED adds their index), BAD_CRC_IN spoils one member's CRC-32,
+// HEADER_CRC gives the gzip header a CRC of its own that is wrong.
 inline const char* kArchivePrelude = R"PY(
 import io, random, struct, sys, tarfile, zlib
 OUT, ROOT = sys.argv[1], sys.argv[2]
 _buf = io.BytesIO()
 tf = tarfile.open(fileobj=_buf, mode='w', format=tarfile.GNU_FORMAT)
 END, PLAIN, GZ_DROP, GZ_BAD_AT, GZ_SPLIT_AT, GZ_TRAILING, GZ_SIZE = True, False, 0, None, None, b'', None
-INDEXED, MEMBERS, BAD_CRC_IN = False, None, None
+INDEXED, MEMBERS, BAD_CRC_IN, HEADER_CRC = False, None, None, False
 def _pad(n): return b'\0' * (-n % 512)
 def _add(name, kind, size=0, mode=0o644, link='', data=b''):
     ti = tarfile.TarInfo(name)
@@ -71,6 +72,7 @@ elif MEMBERS or INDEXED:
         out += (b'\x1f\x8b\x08\x04\0\0\0\0\0\xff' + struct.pack('<H', xlen) + b'Bk' + struct.pack('<H', len(payload)) +
                 payload + b'Be\x02\0' + struct.pack('<H', xlen) + b'\x03\0' + b'\0' * 8)
 else: out = gz(data)
+if HEADER_CRC: out = out[:3] + bytes([out[3] | 2]) + out[4:10] + b'\0\0' + out[10:]  # FHCRC, and a wrong one
 if GZ_SIZE is not None: out = out[:-4] + GZ_SIZE.to_bytes(4, 'little')
 open(OUT, 'wb').write(out[:len(out) - GZ_DROP] + GZ_TRAILING)
 )PY";

@@ -257,6 +257,36 @@ TEST_F(OneInflatingThread, SameResultAndHandOver) {
   }
 }
 
+// One gzip member is inflated on a thread of its own while zlib hands out the first files;
+// reading goes on from the inflated copy where zlib stood, here inside 'big'.
+class OneMemberBesideZlib : public UntarFixture {};
+TEST_F(OneMemberBesideZlib, GoesOnFromTheInflatedCopyWhereZlibStood) {
+  env.set("BRACKWOOD_UNPACK_THREADS", "2");
+  buildArchive("file('a', noise(70000)); file('big', noise(1 << 20) + bytes(40 << 20)); file('c', 'end')");
+  Outcome outcome = extract();
+  EXPECT_TRUE(outcome.complete);
+  EXPECT_EQ(outcome.used, UnTar::Inflation::WholeBuffer);
+  EXPECT_EQ(describe(dest + "/a"), noise(70000));
+  EXPECT_TRUE(readFile(dest + "/big") == noise(1 << 20) + std::string(40 << 20, '\0'));
+  EXPECT_EQ(describe(dest + "/c"), "end");
+}
+
+// zlib also checks the gzip header's own CRC, which libdeflate passes over: such an archive is
+// read whole from the inflated copy, whether zlib started beside the inflating or not.
+TEST_F(OneMemberBesideZlib, AHeaderCheckOnlyZlibMakesDoesNotStopIt) {
+  buildArchive("HEADER_CRC = True; file('a', noise(3000))");
+  inflation = UnTar::Inflation::Streaming;
+  EXPECT_FALSE(extract().complete);
+  inflation = UnTar::Inflation::WholeBuffer;
+  for (const char* threads : {"1", "2"}) {
+    env.set("BRACKWOOD_UNPACK_THREADS", threads);
+    Outcome outcome = extract();
+    EXPECT_TRUE(outcome.complete) << threads;
+    EXPECT_EQ(outcome.used, UnTar::Inflation::WholeBuffer) << threads;
+    EXPECT_EQ(describe(dest + "/a"), noise(3000)) << threads;
+  }
+}
+
 // The size to inflate into, from the gzip trailer: anything implausible is left to the stream.
 TEST(WholeBufferSize, TakesOnlyPlausibleSizesUpToTheLimit) {
   constexpr uint32_t kGiB = 1u << 30;

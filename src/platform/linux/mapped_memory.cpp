@@ -1,6 +1,6 @@
 // Linux: the archive is mapped with its pages populated, and the buffer is aligned to large
-// pages, asked for them, and populated before use, which also tells at once when there is no
-// memory for it.
+// pages, asked for them, and (unless asked otherwise) populated before use, which also tells
+// at once when there is no memory for it.
 #include "platform/mapped_memory.h"
 
 #include <algorithm>
@@ -20,12 +20,12 @@ size_t roundUp(size_t value, size_t unit) { return (value + unit - 1) / unit * u
 
 }  // namespace
 
-MappedMemory MappedMemory::ofFile(int fd, size_t length) {
-  void* at = ::mmap(nullptr, length, PROT_READ, MAP_PRIVATE | MAP_POPULATE, fd, 0);
+MappedMemory MappedMemory::ofFile(int fd, size_t length, Pages pages) {
+  void* at = ::mmap(nullptr, length, PROT_READ, MAP_PRIVATE | (pages == Pages::Now ? MAP_POPULATE : 0), fd, 0);
   return at == MAP_FAILED ? MappedMemory() : MappedMemory(at, length);
 }
 
-MappedMemory MappedMemory::zeroed(size_t length) {
+MappedMemory MappedMemory::zeroed(size_t length, Pages when) {
   if (length > SIZE_MAX - 2 * kLargePage) return {};
   const size_t size = roundUp(length, kLargePage);
   // One large page more than needed, so that an aligned start lies inside; the rest is
@@ -40,6 +40,7 @@ MappedMemory MappedMemory::zeroed(size_t length) {
   MappedMemory memory(reinterpret_cast<void*>(start), size);
   // Without large pages (switched off, or none to be had) small ones do, only slower.
   ::madvise(memory.data(), size, MADV_HUGEPAGE);
+  if (when == Pages::WhenTouched) return memory;
 #ifdef MADV_POPULATE_WRITE
   // Zeroing the fresh pages is a good part of the cost of a large buffer: it is done in
   // large-page slices on as many threads as there are processors (at most 8).
