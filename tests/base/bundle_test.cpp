@@ -1,11 +1,6 @@
 #include "base/bundle.h"
 
-#include <gtest/gtest.h>
-
 #include <cstdlib>
-#include <optional>
-#include <string>
-#include <vector>
 
 #include "test_support.h"
 

@@ -1,10 +1,6 @@
 #include "base/path.h"
 
-#include <gtest/gtest.h>
-
-#include <optional>
-#include <string>
-#include <vector>
+#include "test_support.h"
 
 #include "base/format.h"
 #include "platform/platform.h"

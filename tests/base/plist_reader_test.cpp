@@ -1,10 +1,6 @@
 #include "base/plist_reader.h"
 
-#include <gtest/gtest.h>
-
 #include <cstdint>
-#include <string>
-#include <vector>
 
 #include "test_support.h"
 

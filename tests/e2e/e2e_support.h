@@ -1,10 +1,6 @@
 #pragma once
 // Bundles started through the real launcher executable.
-#include <gtest/gtest.h>
-#include <unistd.h>
 
-#include "base/fs.h"
-#include "base/strings.h"
 #include "test_support.h"
 
 namespace bwk::test {

@@ -1,6 +1,5 @@
 // The launcher executable started in a bundle whose runtime is a recording stand-in for the
 // runtime's launcher library: the argument vector is compared entry by entry.
-#include "base/fs.h"
 #include "e2e_support.h"
 
 namespace bwk::test {

@@ -2,7 +2,6 @@
 // side ends with an alert holding the runtime's lines; an application that ran gets none.
 #include <csignal>
 
-#include "base/fs.h"
 #include "gui_support.h"
 #include "platform/linux/notice_text.h"
 

@@ -1,5 +1,4 @@
 // The launcher starting Debian's OpenJDK 17 (and Temurin 25 where a machine has it) for real.
-#include "base/fs.h"
 #include "e2e_support.h"
 
 namespace bwk::test {

@@ -1,9 +1,7 @@
 // Faults around a start: temporary directories, include cycles, unpacking, signals, many
 // starts at once, copies left by killed starts, and failures that must say why.
 #include <signal.h>
-#include <unistd.h>
 
-#include "base/fs.h"
 #include "e2e_support.h"
 #include "platform/platform.h"
 

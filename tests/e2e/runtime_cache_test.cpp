@@ -1,12 +1,7 @@
 // The cache of unpacked runtimes ("bwk.reuseUnpackedRuntime"), through the launcher executable.
-#include <sys/stat.h>
-#include <unistd.h>
 
-#include <filesystem>
 #include <fstream>
-#include <functional>
 
-#include "base/fs.h"
 #include "gui_support.h"
 
 namespace bwk::test {

@@ -1,8 +1,5 @@
 // Application mode on a private X server: progress window, Cancel, fallback, GTK only when shown.
-#include <filesystem>
-#include <tuple>
 
-#include "base/fs.h"
 #include "gui_support.h"
 
 namespace bwk::test {

@@ -1,11 +1,7 @@
 // A launcher made by brackwood-embed, started with the authorization-restart marker: a
 // configuration that cannot be read stops the launch.
-#include <gtest/gtest.h>
-
-#include <filesystem>
 
 #include "../e2e/e2e_support.h"
-#include "base/strings.h"
 #include "platform/elf_note.h"
 #include "test_support.h"
 

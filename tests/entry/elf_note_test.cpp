@@ -1,10 +1,7 @@
 // Reading the configuration note from ELF files: the file walk over headers that may point
 // anywhere (accepted notes are read back by the embedding tests).
-#include <gtest/gtest.h>
 
 #include <cstring>
-#include <string>
-#include <vector>
 
 #include "platform/elf_note.h"
 #include "test_support.h"

@@ -1,11 +1,5 @@
 // brackwood-embed: copies carry the configuration, read back as the launcher reads it.
-#include <gtest/gtest.h>
-#include <sys/stat.h>
 
-#include <filesystem>
-#include <tuple>
-
-#include "base/strings.h"
 #include "macho_image.h"
 #include "platform/elf_note.h"
 #include "platform/macho_note.h"

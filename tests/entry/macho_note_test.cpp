@@ -1,5 +1,5 @@
 // The load-command walk that finds the embedded configuration in a mapped Mach-O image.
-#include <gtest/gtest.h>
+#include "test_support.h"
 
 #include <limits>
 

@@ -2,16 +2,9 @@
 // lines, and the legacy start that detaches before the runtime starts. Each case runs the
 // command-line path in a child process, with a fake runtime that records its vector.
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sys/wait.h>
-#include <unistd.h>
-
-#include <chrono>
-#include <filesystem>
-#include <thread>
 
 #include "../e2e/e2e_support.h"
-#include "base/strings.h"
 #include "entry/entry.h"
 #include "test_support.h"
 

@@ -1,15 +1,9 @@
 // Workspace relaunch through the real launcher: the bundle's executable is started as a
 // process of its own, and the launcher lives as long as it, passing termination signals on.
-#include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/wait.h>
 
-#include <chrono>
-#include <filesystem>
-#include <thread>
-
 #include "../e2e/e2e_support.h"
-#include "base/strings.h"
 #include "test_support.h"
 
 namespace bwk::test {

@@ -1,8 +1,5 @@
 #include <zlib.h>
 
-#include <algorithm>
-
-#include "base/fs.h"
 #include "launch_fixture.h"
 #include "launcher/aot_cache.h"
 

@@ -1,14 +1,10 @@
 // The system's installed runtimes: runtimes made by the tests, mounted over the system's
 // runtime directory in a private mount namespace.
 #include <grp.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <cstdio>
 
-#include "base/fs.h"
 #include "base/path.h"
-#include "base/strings.h"
 #include "launch_fixture.h"
 #include "platform/platform.h"
 

@@ -3,15 +3,11 @@
 // runtimes, and a child process with private mounts, so that a test can put its own runtimes
 // at the system's fixed runtime directory.
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sched.h>
 #include <sys/mount.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <cstdio>
-#include <functional>
 #include <memory>
 
 #include "launcher/launch_context.h"

@@ -1,7 +1,6 @@
 // Runtimes of earlier installations, found through the installation records.
 #include <cstdlib>
 
-#include "base/fs.h"
 #include "launch_fixture.h"
 
 namespace bwk::test {

@@ -1,6 +1,4 @@
 // Acceptance of a runtime against the configured range, and opening runtime directories.
-#include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <cstring>
 

@@ -2,7 +2,6 @@
 // shipped and private runtimes, the search sequence, and the unpacking of fixed runtimes.
 #include <cstdlib>
 
-#include "base/fs.h"
 #include "launch_fixture.h"
 
 namespace bwk::test {

@@ -1,9 +1,7 @@
 // Which ends of a process are failed starts, and the lines their alert shows.
 #include "launcher/start_failure.h"
 
-#include <gtest/gtest.h>
-
-#include "base/strings.h"
+#include "test_support.h"
 
 namespace bwk {
 namespace {

@@ -1,9 +1,5 @@
 // Version texts: classifier, ordering, bound test, pre-release test, prefixes.
-#include <gtest/gtest.h>
-
-#include <optional>
-#include <string>
-#include <vector>
+#include "test_support.h"
 
 #include "launcher/character_classes.h"
 #include "launcher/version_compare.h"

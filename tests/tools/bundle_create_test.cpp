@@ -1,7 +1,6 @@
 // brackwood-bundle create: refusals leave the output as it was; the parts it is built of.
 #include <dlfcn.h>
 
-#include "base/fs.h"
 #include "base/plist_reader.h"
 #include "bundle_tool.h"
 #include "elf_strip.h"

@@ -2,7 +2,6 @@
 // gets what `java -jar` gives it on the same runtime (main class, class path in order, opened
 // packages, the files beside its jar, the caller's directory), and the manifest is read as
 // the JDK reads it.
-#include "base/fs.h"
 #include "base/path.h"
 #include "bundle_tool.h"
 #include "jar_manifest.h"

@@ -1,7 +1,6 @@
 // create, then check, then the bundle started through a real JVM: without a runtime (the
 // launcher searches), with the runtime as a directory in the bundle, as the archive unpacked
 // at every start, and as a command-line launcher started from a shell in its folder.
-#include "base/fs.h"
 #include "bundle_tool.h"
 
 namespace bwk::test {

@@ -1,8 +1,6 @@
 // brackwood-bundle and the runtime a bundle ships: what is left out of a JDK, the runtime
 // linked of the modules the application uses, and the keys that decide how a start begins.
-#include <sys/stat.h>
 
-#include "base/fs.h"
 #include "base/plist_reader.h"
 #include "bundle_tool.h"
 #include "install/untar.h"

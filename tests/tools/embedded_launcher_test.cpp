@@ -1,6 +1,5 @@
 // A service launcher made by create --embed, used from a shell: it reads its action from its
 // first argument (the detached start is covered with the entry tests).
-#include "base/fs.h"
 #include "bundle_tool.h"
 
 namespace bwk::test {
