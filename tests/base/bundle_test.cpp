@@ -1,7 +1,5 @@
 #include "base/bundle.h"
 
-#include <cstdlib>
-
 #include "test_support.h"
 
 namespace bwk {
@@ -35,9 +33,8 @@ TEST_F(BundleTest, InfoDictionary) {
   test::writeFile(dir / "Broken.app/Contents/Info.plist", "<?xml version=\"1.0\"?><plist><dict><key>a</key>");
   test::writeFile(dir / "Array.app/Contents/Info.plist", "(a, b)");
   test::writeFile(dir / "Folder.app/Contents/Info.plist/x", "");
-  for (const char* name : {"Missing.app", "Broken.app", "Array.app", "Folder.app"}) {
+  for (const char* name : {"Missing.app", "Broken.app", "Array.app", "Folder.app"})
     EXPECT_EQ(Bundle(dir / name).infoDictionary(), PlistValue(PlistDict{})) << name;
-  }
 }
 
 TEST_F(BundleTest, PathForResource) {
@@ -57,15 +54,6 @@ TEST_F(BundleTest, PathForResource) {
   EXPECT_EQ(bundle.pathForResource("README", "txt"), std::nullopt);
 }
 
-struct LanguageCase {
-  const char* language;
-  const char* all;
-  const char* messages;
-  const char* lang;
-  const char* developmentRegion;
-  const char* expected;
-};
-
 TEST_F(BundleTest, LocalizedStringFollowsTheLanguageOrder) {
   TempDir dir;
   const std::string resources = dir / "Tool.app/Contents/Resources/";
@@ -77,7 +65,9 @@ TEST_F(BundleTest, LocalizedStringFollowsTheLanguageOrder) {
   test::writeFile(resources + "xx.lproj/Localizable.strings", "\"Hello\" = ");    // does not parse: skipped
   test::writeFile(resources + "pt.lproj/Other.strings", "\"Hello\" = \"Olá\";");  // no table: skipped
 
-  const LanguageCase cases[] = {
+  // LANGUAGE, LC_ALL, LC_MESSAGES, LANG, CFBundleDevelopmentRegion, the text
+  using S = const char*;
+  const std::tuple<S, S, S, S, S, S> cases[] = {
       {nullptr, nullptr, nullptr, nullptr, nullptr, "Hello (en)"},
       {nullptr, nullptr, nullptr, "de_DE.UTF-8", nullptr, "Hallo (DE)"},
       {"xx:fr", nullptr, nullptr, "de_DE.UTF-8", nullptr, "Bonjour"},
@@ -86,12 +76,13 @@ TEST_F(BundleTest, LocalizedStringFollowsTheLanguageOrder) {
       {nullptr, nullptr, nullptr, "C.UTF-8", "fr", "Bonjour"},
       {nullptr, nullptr, nullptr, "ja_JP.UTF-8", "sv", "Hello (en)"},
   };
-  for (const LanguageCase& c : cases) {
-    setLocale(c.language, c.all, c.messages, c.lang);
+  for (const auto& c : cases) {
+    const auto& [language, all, messages, lang, region, expected] = c;
+    setLocale(language, all, messages, lang);
     PlistDict info;
-    if (c.developmentRegion) info["CFBundleDevelopmentRegion"] = c.developmentRegion;
+    if (region) info["CFBundleDevelopmentRegion"] = region;
     test::writePlist(dir / "Tool.app/Contents/Info.plist", info);
-    EXPECT_EQ(Bundle(dir / "Tool.app").localizedString("Hello"), c.expected) << "row " << &c - cases;
+    EXPECT_EQ(Bundle(dir / "Tool.app").localizedString("Hello"), expected) << "row " << &c - cases;
   }
   // A key missing from the table gives the value asked for, else the key; the first table found
   // is the table: keys are not looked up in the next language.

@@ -55,15 +55,13 @@ TEST_F(AotCache, TrainsThenUsesTheDefaultLocation) {
 }
 
 TEST_F(AotCache, VersionKeys) {
-  struct Case {
-    const char* version;
-    const char* key;
-  } cases[] = {{"25.0.1", "25.0.1"}, {"25", "25"}, {"25.0.1.2", "25.0.1"}, {"25+36", "25.36"}, {"25-ea", "25"}};
-  for (const Case& c : cases) {
+  const std::pair<const char*, const char*> cases[] = {
+      {"25.0.1", "25.0.1"}, {"25", "25"}, {"25.0.1.2", "25.0.1"}, {"25+36", "25.36"}, {"25-ea", "25"}};
+  for (const auto& [version, key] : cases) {
     std::vector<std::string> options =
-        optionsFor({{"AotCacheEnabled", true}, {"AotCacheBuildId", "b"}, {"AotCachePath", tmp / "c/app"}}, c.version);
-    ASSERT_EQ(options.size(), 3u) << c.version;
-    EXPECT_EQ(options[2], "-XX:AOTCacheOutput=" + tmp / "c/app-b-" + c.key + "-" +
+        optionsFor({{"AotCacheEnabled", true}, {"AotCacheBuildId", "b"}, {"AotCachePath", tmp / "c/app"}}, version);
+    ASSERT_EQ(options.size(), 3u) << version;
+    EXPECT_EQ(options[2], "-XX:AOTCacheOutput=" + tmp / "c/app-b-" + key + "-" +
                               std::to_string(crc(tmp / "jdk-25.jdk/Contents/Home")) + ".aot");
   }
 }
