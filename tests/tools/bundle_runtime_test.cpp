@@ -73,36 +73,34 @@ TEST_F(BundleRuntime, JdkShippedWithoutWhatNoStartNeeds) {
 
 TEST_F(BundleRuntime, StartChoicesBecomeKeys) {
   makeFakeRuntime(tmp / "jdk", "17.0.2");
-  struct Case {
-    std::vector<std::string> words;
-    std::optional<bool> initialProgress, reuse, aot;
-    std::string said;
-  };
   const std::vector<std::string> archive{"--runtime", tmp / "jdk", "--runtime-as", "archive"};
-  const std::vector<Case> cases = {
+  using B = std::optional<bool>;
+  // words; bwk.initialProgress, bwk.reuseUnpackedRuntime, AotCacheEnabled; what the summary says
+  using Case = std::tuple<std::vector<std::string>, B, B, B, std::string>;
+  const Case cases[] = {
       {{}, false, std::nullopt, std::nullopt, "start: fast, no progress window (nothing to unpack)"},
       {{"--runtime", tmp / "jdk"}, false, std::nullopt, std::nullopt, "no progress window"},
       {archive, true, std::nullopt, std::nullopt, "the progress window shows while the runtime archive is unpacked"},
-      {{"--runtime", tmp / "jdk", "--runtime-as", "archive", "--progress-window", "never", "--reuse-unpacked-runtime"},
-       false,
-       true,
-       std::nullopt,
-       "unpacked once into the user's cache"},
+      Case({"--runtime", tmp / "jdk", "--runtime-as", "archive", "--progress-window", "never",
+            "--reuse-unpacked-runtime"},
+           false, true, std::nullopt, "unpacked once into the user's cache"),
       {{"--progress-window", "always", "--aot-cache"}, true, std::nullopt, true, "AOT cache "},
       {{"--embed", "--aot-cache"}, std::nullopt, std::nullopt, true, "a command-line launcher"},
   };
-  for (const Case& c : cases) {
+  for (const auto& [words, initialProgress, reuse, aot, said] : cases) {
     shell("rm -rf " + tmp / "out");
-    RunResult r = createHello(tmp / "out", c.words);
-    ASSERT_EQ(r.status, 0) << c.said << ": " << r.err;
-    EXPECT_TRUE(text::contains(r.out, c.said)) << r.out;
-    if (!c.words.empty() && c.words.front() == "--embed")
-      continue;  // its configuration is embedded; the summary said it
-    PlistDict config = info(tmp / "out/Hello.app");
-    EXPECT_EQ(PlistValue(config).boolean("bwk.initialProgress"), c.initialProgress) << c.said;
-    EXPECT_EQ(PlistValue(config).boolean("bwk.reuseUnpackedRuntime"), c.reuse) << c.said;
-    EXPECT_EQ(config["JavaVM"].boolean("AotCacheEnabled"), c.aot) << c.said;
-    EXPECT_EQ(config["JavaVM"].string("AotCacheBuildId").has_value(), c.aot.has_value()) << c.said;
+    RunResult r = createHello(tmp / "out", words);
+    ASSERT_EQ(r.status, 0) << said << ": " << r.err;
+    EXPECT_TRUE(text::contains(r.out, said)) << r.out;
+    if (!words.empty() && words.front() == "--embed") continue;  // its configuration is embedded; the summary said it
+    PlistValue config = PlistValue(info(tmp / "out/Hello.app"));
+    EXPECT_EQ(std::tuple(config.boolean("bwk.initialProgress"), config.boolean("bwk.reuseUnpackedRuntime")),
+              std::tuple(initialProgress, reuse))
+        << said;
+    const PlistValue& javaVM = *config.find("JavaVM");
+    EXPECT_EQ(std::pair(javaVM.boolean("AotCacheEnabled"), javaVM.string("AotCacheBuildId").has_value()),
+              std::pair(aot, aot.has_value()))
+        << said;
   }
 }
 
