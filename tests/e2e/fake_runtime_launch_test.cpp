@@ -96,26 +96,21 @@ TEST_F(FakeRuntimeLaunch, MinimalVectorArgumentFileAndStatus) {
 }
 
 TEST_F(FakeRuntimeLaunch, FailuresBeforeTheLaunchAreReported) {
-  struct Case {
-    const char* name;
-    const char* minVersion;
-    bool removeLibrary;
-    const char* strings;
-    const char* expectedError;
-  } cases[] = {
+  // name, bwk.minVersion, the runtime library removed, the strings table, the message
+  const std::tuple<const char*, const char*, bool, const char*, const char*> cases[] = {
       {"no runtime in range", "99", false, "\"AppleJavaMinVersionError\" = \"Needs Java %@ for %@.\";",
        "ERROR: Needs Java 99 for Tool.\n"},
       {"runtime without library", "", true, "\"fenmo.InternalError\" = \"Internal error: %@\";",
        "ERROR: Internal error: Could not load JRE.\n"},
   };
-  for (const Case& c : cases) {
-    if (c.removeLibrary) fs::removeItem(tmp / "jdk/lib/libjli.so");
-    std::string bundlePath = plainBundle({{"CFBundleName", "Tool"}, {"bwk.minVersion", c.minVersion}});
-    writeFile(bundlePath + "/Contents/Resources/en.lproj/Localizable.strings", c.strings);
+  for (const auto& [name, minVersion, removeLibrary, strings, expected] : cases) {
+    if (removeLibrary) fs::removeItem(tmp / "jdk/lib/libjli.so");
+    std::string bundlePath = plainBundle({{"CFBundleName", "Tool"}, {"bwk.minVersion", minVersion}});
+    writeFile(bundlePath + "/Contents/Resources/en.lproj/Localizable.strings", strings);
     RunResult r = start(bundlePath, {}, {"LANG=en_US.UTF-8", "LANGUAGE", "LC_ALL", "LC_MESSAGES"});
-    EXPECT_EQ(r.status, 1) << c.name;
-    EXPECT_TRUE(text::contains(r.err, c.expectedError)) << c.name << "\n" << r.err;
-    EXPECT_FALSE(fs::exists(record)) << c.name;
+    EXPECT_EQ(r.status, 1) << name;
+    EXPECT_TRUE(text::contains(r.err, expected)) << name << "\n" << r.err;
+    EXPECT_FALSE(fs::exists(record)) << name;
   }
 }
 

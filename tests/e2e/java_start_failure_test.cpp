@@ -57,14 +57,10 @@ class JavaStartFailure : public ::testing::Test {
 };
 
 TEST_F(JavaStartFailure, AlertHoldsTheRuntimesLines) {
-  struct Case {
-    const char* name;
-    std::string mainClass;
-    std::vector<std::string> args;
-    bool progressWindow;
-    std::string runtimeLine;
-    std::vector<std::string> lines;  // in the alert, in this order
-  } const cases[] = {
+  // name, main class, arguments, progress window, a line of the runtime's, lines of the alert in this order
+  using Case =
+      std::tuple<const char*, std::string, std::vector<std::string>, bool, std::string, std::vector<std::string>>;
+  const Case cases[] = {
       Case("misspelt main class", "Helo", {}, true, "Error: Could not find or load main class Helo\n",
            {"Failing could not start: the Java runtime could not load or run its main class (exit status 1).",
             "\nError: Could not find or load main class Helo\nCaused by: java.lang.ClassNotFoundException: Helo\n",
@@ -74,17 +70,17 @@ TEST_F(JavaStartFailure, AlertHoldsTheRuntimesLines) {
             "\nException in thread \"main\" java.lang.IllegalStateException: no settings\n"
             "Caused by: java.io.FileNotFoundException: hello.conf\n\tat Hello.main("}),
   };
-  for (const auto& c : cases) {
-    RunResult r = startApp(bundle(c.mainClass, c.progressWindow), c.args, {"DISPLAY=" + x.display()});
-    EXPECT_EQ(r.status, 1) << c.name << "\n" << r.err;
-    EXPECT_TRUE(text::contains(r.err, c.runtimeLine)) << "standard error still has it\n" << r.err;
+  for (const auto& [name, mainClass, args, progressWindow, runtimeLine, lines] : cases) {
+    RunResult r = startApp(bundle(mainClass, progressWindow), args, {"DISPLAY=" + x.display()});
+    EXPECT_EQ(r.status, 1) << name << "\n" << r.err;
+    EXPECT_TRUE(text::contains(r.err, runtimeLine)) << "standard error still has it\n" << r.err;
     std::optional<Alert> a = alert(10);
-    ASSERT_TRUE(a && a->notice) << c.name;
+    ASSERT_TRUE(a && a->notice) << name;
     EXPECT_EQ(a->notice->header, "Failing");
     size_t at = 0;
-    for (const std::string& line : c.lines) {
+    for (const std::string& line : lines) {
       at = a->notice->message.find(line, at);
-      EXPECT_NE(at, std::string::npos) << c.name << ": " << line << "\n" << a->notice->message;
+      EXPECT_NE(at, std::string::npos) << name << ": " << line << "\n" << a->notice->message;
     }
     EXPECT_EQ(a->command, "Failing\n") << "the process list shows the application's name";
     EXPECT_EQ(a->firstArgument, "Failing");

@@ -55,26 +55,24 @@ TEST_F(Reliability, UnusableTemporaryFileSystemsEndWithAMessage) {
   // 20 MB of zeros: a small archive that does not fit into 8 MB.
   writeFile(tmp / "stage/Contents/Home/lib/modules", std::string(20000000, '\0'));
   std::string app = bundleWithArchive();
-  struct Case {
-    const char* options;
-    std::vector<std::string> messages;
-  } cases[] = {
-      Case("size=8m", {"WARNING: errors occurred while unpacking bundled JRE",
-                       "ERROR: Internal error: the bundled runtime could not be unpacked into " + temp,
-                       ": No space left on device\n"}),
-      Case("noexec,size=64m", {"ERROR: Internal error: Could not load JRE.\nERROR: " + temp,
-                               "libjli.so: failed to map segment from shared object"}),
+  const std::pair<const char*, std::vector<std::string>> cases[] = {
+      {"size=8m",
+       {"WARNING: errors occurred while unpacking bundled JRE",
+        "ERROR: Internal error: the bundled runtime could not be unpacked into " + temp,
+        ": No space left on device\n"}},
+      {"noexec,size=64m",
+       {"ERROR: Internal error: Could not load JRE.\nERROR: " + temp,
+        "libjli.so: failed to map segment from shared object"}},
   };
-  for (const Case& c : cases) {
+  for (const auto& [options, messages] : cases) {
     RunResult r = run({"/usr/bin/unshare", "-m", "/bin/sh", "-c",
-                       std::string("mount -t tmpfs -o ") + c.options + " tmpfs " + temp + " && " + app +
+                       std::string("mount -t tmpfs -o ") + options + " tmpfs " + temp + " && " + app +
                            "/Contents/MacOS/Tool; s=$?; ls -A " + temp + " > " + tmp / "listing" + "; exit $s"},
                       env());
-    EXPECT_EQ(r.status, 1) << c.options;
-    for (const std::string& message : c.messages)
-      EXPECT_TRUE(text::contains(r.err, message)) << c.options << "\n" << r.err;
+    EXPECT_EQ(r.status, 1) << options;
+    for (const std::string& message : messages) EXPECT_TRUE(text::contains(r.err, message)) << options << "\n" << r.err;
     EXPECT_FALSE(fs::exists(record)) << "nothing is launched";
-    EXPECT_EQ(readFile(tmp / "listing"), "") << c.options;
+    EXPECT_EQ(readFile(tmp / "listing"), "") << options;
   }
 }
 
@@ -91,25 +89,21 @@ TEST_F(Reliability, IncludeCycleEndsWithAMessage) {
 
 // The runtime's unpack200 run on its one packed jar.
 TEST_F(Reliability, UnpackingPackedJars) {
-  struct Case {
-    std::string script;
-    int status;
-    const char* message;
-    size_t left;
-  } cases[] = {
+  const std::tuple<std::string, int, const char*, size_t> cases[] = {
+      // unpack200, status, message, entries left
       {"kill -INT $PPID; mv \"$2\" \"$3\"", 128 + SIGINT, "", 0},
       {"exit 2", 1, "ERROR: Internal error: could not run unpack200\n", 1},  // this failure leaves the directory behind
       {"[ \"$1\" = -r ] && cp \"$2\" \"$3\" && rm \"$2\"", 0, "", 0},
   };
-  for (const Case& c : cases) {
+  for (const auto& [script, status, message, entries] : cases) {
     shell("rm -rf " + tmp / "Tool.app " + record + " " + temp + "/*");
-    std::string app = bundleWithArchive(c.script);
+    std::string app = bundleWithArchive(script);
     RunResult r = start(app);
-    EXPECT_EQ(r.status, c.status) << c.script << "\n" << r.err;
-    EXPECT_TRUE(text::contains(r.err, c.message)) << c.script << "\n" << r.err;
-    EXPECT_EQ(left(temp).size(), c.left) << c.script;
-    EXPECT_EQ(fs::exists(record), c.status == 0) << "launched after " << c.script;
-    if (c.status != 0) continue;
+    EXPECT_EQ(r.status, status) << script << "\n" << r.err;
+    EXPECT_TRUE(text::contains(r.err, message)) << script << "\n" << r.err;
+    EXPECT_EQ(left(temp).size(), entries) << script;
+    EXPECT_EQ(fs::exists(record), status == 0) << "launched after " << script;
+    if (status != 0) continue;
     std::vector<std::string> argv = readRecord(record).argv;
     ASSERT_GE(argv.size(), 3u);
     EXPECT_EQ(argv[argv.size() - 3], "-Dbwk.tarFile=" + app + "/Contents/Resources/app/jre.tar.gz");
@@ -193,12 +187,8 @@ TEST_F(Reliability, CopiesOfEndedStartsAreRemovedOthersKept) {
 }
 
 TEST_F(Reliability, ConfigurationsThatFailSayWhy) {
-  struct Case {
-    const char* name;
-    std::string folder;
-    std::optional<std::string> infoPlist;
-    std::string expected;
-  } cases[] = {
+  // name, the bundle's folder, its Info.plist, the message
+  const std::tuple<const char*, std::string, std::optional<std::string>, std::string> cases[] = {
       {"broken tag", "Tool.app", "<plist><dict><key>JavaVM</key><dict></dic></dict></plist>",
        "Tool.app/Contents/Info.plist: XML property list: Start-end tags mismatch at line 1"},
       {"no Info.plist", "Tool.app", std::nullopt, "Tool.app/Contents/Info.plist: no such file"},
@@ -207,14 +197,14 @@ TEST_F(Reliability, ConfigurationsThatFailSayWhy) {
       {"not a bundle folder", "Tool", toXmlPlist(PlistValue(PlistDict{})),
        "Tool/Contents/MacOS: not an application bundle"},
   };
-  for (const Case& c : cases) {
-    std::string app = tmp / c.folder;
+  for (const auto& [name, folder, infoPlist, expected] : cases) {
+    std::string app = tmp / folder;
     shell("rm -rf " + app + " && mkdir -p " + app + "/Contents/MacOS && cp " + BWK_LAUNCHER + " " + app +
           "/Contents/MacOS/Tool");
-    if (c.infoPlist) writeFile(app + "/Contents/Info.plist", *c.infoPlist);
+    if (infoPlist) writeFile(app + "/Contents/Info.plist", *infoPlist);
     // The system's runtime starts and says "Could not find or load main class (null)".
     RunResult r = start(app);
-    EXPECT_TRUE(text::contains(r.err, "ERROR: " + tmp / c.expected)) << c.name << "\n" << r.err;
+    EXPECT_TRUE(text::contains(r.err, "ERROR: " + tmp / expected)) << name << "\n" << r.err;
   }
 }
 
