@@ -15,7 +15,7 @@ class Reliability : public ::testing::Test {
     makeFakeRuntime(tmp / "jdk", "17.0.2");
   }
   // A bundle with a fake runtime as its archive; `unpack` is its unpack200 for one packed jar.
-  std::string bundleWithArchive(const std::string& unpack = "", PlistDict extra = {}) {
+  std::string bundleWithArchive(const std::string& unpack = "") {
     std::string home = tmp / "stage/Contents/Home";
     makeFakeRuntime(home, "17.0.2");
     if (!unpack.empty()) {
@@ -23,11 +23,8 @@ class Reliability : public ::testing::Test {
       writeFile(home + "/bin/unpack200", "#!/bin/sh\n" + unpack + "\n");
       shell("chmod +x " + home + "/bin/unpack200");
     }
-    PlistDict info{
-        {"CFBundleName", "Tool"},
-        {"JavaVM", PlistValue(PlistDict{{"MainClass", "M"}, {"SearchSequence", stringArray({"R" + tmp / "jdk"})}})}};
-    for (auto& [key, value] : extra) info[key] = value;
-    std::string app = makeBundle(tmp.path(), "Tool", PlistValue(info));
+    PlistDict javaVM{{"MainClass", "M"}, {"SearchSequence", stringArray({"R" + tmp / "jdk"})}};
+    std::string app = makeBundle(tmp.path(), "Tool", PlistDict{{"CFBundleName", "Tool"}, {"JavaVM", javaVM}});
     shell("mkdir -p " + app + "/Contents/Resources/app && tar -czf " + app + "/Contents/Resources/app/jre.tar.gz -C " +
           tmp / "stage Contents");
     writeFile(app + "/Contents/Resources/en.lproj/Localizable.strings",
@@ -162,21 +159,18 @@ TEST_F(Reliability, CopiesOfEndedStartsAreRemovedOthersKept) {
                          env({"FAKE_JLI_SLEEP_MS=10000"}));
   ASSERT_EQ(left(temp).size(), 1u) << killed.err;
 
-  auto mark = [&](const std::string& dir, const std::string& text) {
+  auto mark = [&](const std::string& dir, const std::string& text = "brackwood-launcher 999999 12\n") {
     shell("mkdir -p " + dir + "/jre.bundle/Contents && chmod 700 " + dir);
     writeFile(dir + "/.brackwood-owner", text);
   };
   std::string me = std::to_string(getpid()) + " " + std::to_string(*platform::processStartTime(getpid()));
-  mark(temp + "/ended", "brackwood-launcher 999999 12\n");
+  for (const std::string dir : {temp + "/ended", temp + "/open-to-others", temp + "/other-user", tmp / "target"})
+    mark(dir);
   mark(temp + "/reused-pid", "brackwood-launcher " + std::to_string(getpid()) + " 1\n");
   mark(temp + "/running", "brackwood-launcher " + me + "\n");
   mark(temp + "/foreign-tag", "other-tool 999999 12\n");
-  mark(temp + "/open-to-others", "brackwood-launcher 999999 12\n");
-  shell("chmod 777 " + temp + "/open-to-others");
-  mark(temp + "/other-user", "brackwood-launcher 999999 12\n");
-  shell("chown -R nobody " + temp + "/other-user");
-  shell("mkdir -p " + temp + "/unmarked " + tmp / "target && ln -s " + tmp / "target " + temp + "/link");
-  mark(tmp / "target", "brackwood-launcher 999999 12\n");
+  shell("chmod 777 " + temp + "/open-to-others && chown -R nobody " + temp + "/other-user && mkdir -p " + temp +
+        "/unmarked && ln -s " + tmp / "target " + temp + "/link");
 
   ASSERT_EQ(start(app).status, 0);
   std::vector<std::string> kept = left(temp);
