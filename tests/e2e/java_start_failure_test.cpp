@@ -8,8 +8,6 @@
 namespace bwk::test {
 namespace {
 
-const std::string kJdk17 = "/usr/lib/jvm/java-17-openjdk-amd64";
-
 class JavaStartFailure : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -20,16 +18,8 @@ class JavaStartFailure : public ::testing::Test {
 
   std::string bundle(const std::string& mainClass, bool progressWindow) {
     shell("rm -rf " + tmp / "Failing.app");
-    PlistDict javaVM{{"MainClass", mainClass},
-                     {"ClassPath", "${launcher:sys.appRootDir}/lib/*"},
-                     {"SearchSequence", stringArray({"R" + kJdk17})}};
-    std::string app = makeBundle(
-        tmp.path(), "Failing",
-        PlistValue(PlistDict{
-            {"CFBundleName", "Failing"}, {"bwk.initialProgress", progressWindow}, {"JavaVM", PlistValue(javaVM)}}));
-    shell("mkdir -p " + app + "/Contents/Resources/app/lib && cp " + helloJar() + " " + app +
-          "/Contents/Resources/app/lib/");
-    return app;
+    return helloApp(tmp.path(), "Failing", kJdk17, {{"MainClass", mainClass}},
+                    {{"bwk.initialProgress", progressWindow}});
   }
 
   // The alert's process: what it was asked to show, under which name it runs. Ended here.

