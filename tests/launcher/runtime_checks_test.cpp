@@ -1,16 +1,10 @@
 // Acceptance of a runtime against the configured range, and opening runtime directories.
 
-#include <cstring>
-
 #include "launcher/runtime_checks.h"
 #include "test_support.h"
 
-namespace bwk {
+namespace bwk::test {
 namespace {
-
-using test::TempDir;
-using test::writeFile;
-using test::writePlist;
 
 PlistValue javaVM(const std::string& version) { return PlistValue(PlistDict{{"JVMVersion", version}}); }
 
@@ -79,8 +73,8 @@ std::string opened(const std::string& dir) {
 
 TEST(RuntimeBundle, OpensDirectoriesOnly) {
   TempDir tmp;
-  test::makeFakeRuntime(tmp / "home", "17.0.15");
-  test::makeFakeRuntime(tmp / "bundle", "11.0.2", "bundle");
+  makeFakeRuntime(tmp / "home", "17.0.15");
+  makeFakeRuntime(tmp / "bundle", "11.0.2", "bundle");
   writeFile(tmp / "malformed/Contents/Info.plist", "<plist><dict><key>JavaVM</key>");
   writeFile(tmp / "malformed/release", "JAVA_VERSION=\"17\"\n");
   writeFile(tmp / "bare/README", "");
@@ -102,4 +96,4 @@ TEST(RuntimeBundle, OpensDirectoriesOnly) {
 }
 
 }  // namespace
-}  // namespace bwk
+}  // namespace bwk::test

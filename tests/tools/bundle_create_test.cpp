@@ -46,13 +46,11 @@ TEST(BundleCreate, RefusalsLeaveTheOutputAsItWas) {
         << message;
   }
   // A space may be part of a name, a control character not.
-  EXPECT_EQ(
-      bundleTool({"create", "--name", "A\x1f", "--main-class", "Hello", "--jar", helloJar(), "--output", tmp / "n"})
-          .status,
-      2);
-  EXPECT_EQ(bundleTool({"create", "--name", "A B", "--main-class", "Hello", "--jar", helloJar(), "--output", tmp / "n"})
-                .status,
-            0);
+  for (const auto& [name, status] : {std::pair("A\x1f", 2), std::pair("A B", 0)})
+    EXPECT_EQ(
+        bundleTool({"create", "--name", name, "--main-class", "Hello", "--jar", helloJar(), "--output", tmp / "n"})
+            .status,
+        status);
   RunResult forced = createHello(tmp / "out", {"--force"});
   EXPECT_EQ(forced.status, 0) << forced.err;
   EXPECT_EQ(shell("cd " + tmp / "out && find . -maxdepth 2").out, ".\n./Hello.app\n./Hello.app/Contents\n");
@@ -75,7 +73,6 @@ TEST(ElfStrip, KeepsWhatIsLoaded) {
   };
   std::string kept = sections(original, " | grep -Ev '^[.]z?debug|^[.]symtab |^[.]strtab '");
   EXPECT_EQ(sections(stripped, ""), kept);
-  EXPECT_TRUE(text::contains(sections(original, ""), ".symtab ")) << "nothing to strip";
   EXPECT_EQ(shell("cmp -i 64 -n 8128 " + original + " " + stripped).status, 0) << "what follows the file header";
   void* library = dlopen(stripped.c_str(), RTLD_NOW | RTLD_LOCAL);
   ASSERT_NE(library, nullptr) << dlerror();
@@ -212,15 +209,14 @@ open(name, 'wb').write(data)
     EXPECT_EQ(bundle::zipEntryNames(file, &error).has_value(), b.has_value()) << name;
   }
   std::string error;
-  EXPECT_EQ(bundle::zipEntryContent(tmp / "plain", "c.txt", &error),
-            std::optional<std::optional<std::string>>(std::optional<std::string>()));
+  EXPECT_EQ(bundle::zipEntryContent(tmp / "plain", "c.txt", &error), std::optional(S()));
   writeFile(tmp / "short", "PK");
-  EXPECT_FALSE(bundle::zipEntryNames(tmp / "short", &error));
-  EXPECT_EQ(error, "too short for a zip file");
-  EXPECT_FALSE(bundle::zipEntryNames(tmp.path(), &error));
-  EXPECT_EQ(error, "not a regular file");
-  EXPECT_FALSE(bundle::zipEntryNames(tmp / "none", &error));
-  EXPECT_EQ(error, "No such file or directory");
+  for (const auto& [file, message] :
+       {std::pair(tmp / "short", "too short for a zip file"), std::pair(tmp.path(), "not a regular file"),
+        std::pair(tmp / "none", "No such file or directory")}) {
+    EXPECT_FALSE(bundle::zipEntryNames(file, &error)) << message;
+    EXPECT_EQ(error, message);
+  }
 }
 
 // Each option the help names may be given once, except those the help calls repeatable.
