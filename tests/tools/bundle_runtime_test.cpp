@@ -83,20 +83,25 @@ TEST_F(BundleRuntime, StartChoicesBecomeKeys) {
             "--reuse-unpacked-runtime"},
            false, true, std::nullopt, "unpacked once into the user's cache"),
       {{"--progress-window", "always", "--aot-cache"}, true, std::nullopt, true, "AOT cache "},
-      {{"--embed", "--aot-cache"}, std::nullopt, std::nullopt, true, "a command-line launcher"},
+      {{"--embed", "--aot-cache", "--service", "legacy"}, std::nullopt, std::nullopt, true, "a command-line launcher"},
   };
   for (const auto& [words, initialProgress, reuse, aot, said] : cases) {
     shell("rm -rf " + tmp / "out");
     RunResult r = createHello(tmp / "out", words);
     ASSERT_EQ(r.status, 0) << said << ": " << r.err;
     EXPECT_TRUE(text::contains(r.out, said)) << r.out;
-    if (!words.empty() && words.front() == "--embed") continue;  // its configuration is embedded; the summary said it
-    PlistValue config = PlistValue(info(tmp / "out/Hello.app"));
+    // A command-line launcher carries its configuration, with its service mode.
+    bool embedded = !words.empty() && words.front() == "--embed";
+    PlistValue config =
+        embedded ? readPropertyList(run({BWK_EMBED, "--print", tmp / "out/Hello/Hello"}).out).value_or(PlistValue())
+                 : PlistValue(info(tmp / "out/Hello.app"));
+    const PlistValue* javaVM = config.find("JavaVM");
+    ASSERT_TRUE(javaVM) << said;
+    EXPECT_EQ(config.string("bwk.service"), embedded ? std::optional<std::string>("legacy") : std::nullopt);
     EXPECT_EQ(std::tuple(config.boolean("bwk.initialProgress"), config.boolean("bwk.reuseUnpackedRuntime")),
               std::tuple(initialProgress, reuse))
         << said;
-    const PlistValue& javaVM = *config.find("JavaVM");
-    EXPECT_EQ(std::pair(javaVM.boolean("AotCacheEnabled"), javaVM.string("AotCacheBuildId").has_value()),
+    EXPECT_EQ(std::pair(javaVM->boolean("AotCacheEnabled"), javaVM->string("AotCacheBuildId").has_value()),
               std::pair(aot, aot.has_value()))
         << said;
   }
