@@ -3,7 +3,6 @@
 
 #include "../e2e/e2e_support.h"
 #include "platform/elf_note.h"
-#include "test_support.h"
 
 namespace bwk::test {
 namespace {

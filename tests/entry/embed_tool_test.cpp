@@ -3,7 +3,6 @@
 #include "macho_image.h"
 #include "platform/elf_note.h"
 #include "platform/macho_note.h"
-#include "test_support.h"
 
 namespace bwk::test {
 namespace {

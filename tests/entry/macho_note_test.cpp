@@ -1,5 +1,4 @@
 // The load-command walk that finds the embedded configuration in a mapped Mach-O image.
-#include "test_support.h"
 
 #include <limits>
 

@@ -6,7 +6,6 @@
 
 #include "../e2e/e2e_support.h"
 #include "entry/entry.h"
-#include "test_support.h"
 
 namespace bwk::test {
 namespace {
@@ -19,9 +18,7 @@ class ServiceControl : public ::testing::Test {
     PlistDict javaVM{{"MainClass", "com.example.Service"},
                      {"ArgumentArray", PlistValue(PlistArray{"configured"})},
                      {"SearchSequence", PlistValue(PlistArray{"R" + tmp / "jdk"})}};
-    PlistDict config{{"CFBundleName", "Service"}, {"JavaVM", PlistValue(javaVM)}};
-    config["bwk.service"] = mode;
-    return PlistValue(config);
+    return PlistValue(PlistDict{{"CFBundleName", "Service"}, {"bwk.service", mode}, {"JavaVM", javaVM}});
   }
 
   // Runs the command-line path as "/opt/tools/mytool `words`" in a child, output in tmp/out
@@ -54,8 +51,7 @@ class ServiceControl : public ::testing::Test {
 
   // Waits for a file to hold `text` (the detached service writes it later).
   bool waitFor(const std::string& file, const std::string& text) {
-    for (int i = 0; i < 200 && !text::contains(readFile(file), text); ++i)
-      std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    for (int i = 0; i < 200 && !text::contains(readFile(file), text); ++i) sleepMs(50);
     return text::contains(readFile(file), text);
   }
 

@@ -4,7 +4,6 @@
 #include <sys/wait.h>
 
 #include "../e2e/e2e_support.h"
-#include "test_support.h"
 
 namespace bwk::test {
 namespace {
