@@ -7,10 +7,7 @@ namespace {
 
 class FakeRuntimeLaunch : public ::testing::Test {
  protected:
-  void SetUp() override {
-    makeFakeRuntime(tmp / "jdk", "17.0.2+8");
-    record = tmp / "record.txt";
-  }
+  void SetUp() override { makeFakeRuntime(tmp / "jdk", "17.0.2+8"); }
   RunResult start(const std::string& app, const std::vector<std::string>& args, std::vector<std::string> env = {}) {
     env.push_back("FAKE_JLI_RECORD=" + record);
     return startApp(app, args, env);
@@ -20,7 +17,7 @@ class FakeRuntimeLaunch : public ::testing::Test {
     return makeBundle(tmp.path(), "Tool", PlistValue(info));
   }
   TempDir tmp;
-  std::string record;
+  std::string record = tmp / "record.txt";
 };
 
 TEST_F(FakeRuntimeLaunch, RichConfigurationGivesTheVectorInOrder) {
