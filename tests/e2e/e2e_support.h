@@ -46,11 +46,6 @@ inline Recorded readRecord(const std::string& file) {
   return r;
 }
 
-inline PlistValue stringArray(std::initializer_list<std::string> list) {
-  PlistArray a(list.begin(), list.end());
-  return PlistValue(std::move(a));
-}
-
 // A jlink image for the demo program as a bundle-shaped folder, made once per build tree
 // (tests at the same time each make one; the first moves into place).
 inline const std::string kJdk17 = "/usr/lib/jvm/java-17-openjdk-amd64";

@@ -46,12 +46,12 @@ TEST_F(Configuration, DirectoryLayouts) {
 
   // A command-line launcher that does not know its own path has no directories, and nothing
   // is read from or resolved against the current directory in their place.
-  const LaunchContext& unknown =
-      commandLineLaunch({{"bwk.baseDir", "x"},
-                         {"JavaVM", PlistValue(PlistDict{{"ClassPath", "${launcher:sys.appRootDir}/*"},
-                                                         {"WorkingDirectory", "work"},
-                                                         {"VMOptionArray", list({"-include-options o.vmoptions"})}})}},
-                        std::nullopt, {"/tool"});
+  const LaunchContext& unknown = commandLineLaunch(
+      {{"bwk.baseDir", "x"},
+       {"JavaVM", PlistValue(PlistDict{{"ClassPath", "${launcher:sys.appRootDir}/*"},
+                                       {"WorkingDirectory", "work"},
+                                       {"VMOptionArray", stringArray({"-include-options o.vmoptions"})}})}},
+      std::nullopt, {"/tool"});
   EXPECT_EQ(unknown.paths.appRootDir, std::nullopt);
   EXPECT_EQ(unknown.paths.launcherDirInApp, std::nullopt);
   EXPECT_TRUE(optionFiles(unknown).empty());
@@ -162,12 +162,13 @@ TEST_F(Configuration, OptionFileIncludes) {
 
 TEST_F(Configuration, ParametersFromStateAndFacts) {
   writeFile(tmp / "Apps/Tool.vmoptions", "-Dsame=1\n");
-  const LaunchContext& context = bundleLaunch({{"CFBundleName", "Tool"},
-                                               {"bwk.service", "legacy"},  // for command-line launchers only
-                                               {"JavaVM", PlistValue(PlistDict{{"VMOptionArray", list({"-Dsame=1"})},
-                                                                               {"ModulePath", "mods:$BWK_T_UNSET_MP"},
-                                                                               {"MainClass", "com.example.${NOT}"},
-                                                                               {"StartOnMainThread", true}})}});
+  const LaunchContext& context =
+      bundleLaunch({{"CFBundleName", "Tool"},
+                    {"bwk.service", "legacy"},  // for command-line launchers only
+                    {"JavaVM", PlistValue(PlistDict{{"VMOptionArray", stringArray({"-Dsame=1"})},
+                                                    {"ModulePath", "mods:$BWK_T_UNSET_MP"},
+                                                    {"MainClass", "com.example.${NOT}"},
+                                                    {"StartOnMainThread", true}})}});
   ChosenRuntime previous = runtime();
   previous.previousInstallation = true;
   LaunchFacts facts{{"-XX:AOTCache=/c.aot"}, std::nullopt, std::string("/b/jre.tar.gz")};
@@ -181,13 +182,16 @@ TEST_F(Configuration, ParametersFromStateAndFacts) {
 
 TEST_F(Configuration, VersionSpecificPatterns) {
   const std::tuple<const char*, int, PlistArray, std::vector<std::string>> cases[] = {
-      {"17.0.2", 17, {"11-17", list({"-DA"}), "*17.0.*", list({"-DB"})}, {"-DA"}},
-      {"11.0.2", 11, {"11-17", list({"-DA"}), "*11.0.*", list({"-DB"})}, {"-DA"}},
-      {"17.0.2", 17, {"17", list({"-Dbad"}), "*17*", list({"-DB"})}, {"-DB"}},  // malformed skipped
-      {"21.0.1", 21, {"11-17", list({"-DA"}), "*17.0.*", list({"-DB"})}, {}},
-      {"1.8.0_291", 8, {"*1.8.0_2??", list({"-Dlike"}), "*1.8", list({"-Dwhole"})}, {"-Dlike"}},
-      {"17.0.2", 17, {"*17.0.[2]", list({"-Dbracket"}), "x-y", list({"-Dzero"}), "-17", list({"-Dopen"})}, {"-Dopen"}},
-      {"17.0.2", 17, {"1-2-3", list({"-Dthree"}), "11-17"}, {}},  // a single element is no pair
+      {"17.0.2", 17, {"11-17", stringArray({"-DA"}), "*17.0.*", stringArray({"-DB"})}, {"-DA"}},
+      {"11.0.2", 11, {"11-17", stringArray({"-DA"}), "*11.0.*", stringArray({"-DB"})}, {"-DA"}},
+      {"17.0.2", 17, {"17", stringArray({"-Dbad"}), "*17*", stringArray({"-DB"})}, {"-DB"}},  // malformed skipped
+      {"21.0.1", 21, {"11-17", stringArray({"-DA"}), "*17.0.*", stringArray({"-DB"})}, {}},
+      {"1.8.0_291", 8, {"*1.8.0_2??", stringArray({"-Dlike"}), "*1.8", stringArray({"-Dwhole"})}, {"-Dlike"}},
+      {"17.0.2",
+       17,
+       {"*17.0.[2]", stringArray({"-Dbracket"}), "x-y", stringArray({"-Dzero"}), "-17", stringArray({"-Dopen"})},
+       {"-Dopen"}},
+      {"17.0.2", 17, {"1-2-3", stringArray({"-Dthree"}), "11-17"}, {}},  // a single element is no pair
   };
   for (const auto& [version, major, pairs, expected] : cases) {
     ChosenRuntime chosen = runtime(version, major);
@@ -204,7 +208,7 @@ TEST_F(Configuration, CommandLineLauncherIdentityAndService) {
   const LaunchContext& context =
       commandLineLaunch({{"bwk.configFileId", "cfg-7"},
                          {"bwk.service", "legacy"},
-                         {"JavaVM", PlistValue(PlistDict{{"ArgumentArray", list({"configured"})}})}},
+                         {"JavaVM", PlistValue(PlistDict{{"ArgumentArray", stringArray({"configured"})}})}},
                         tmp / "bin/tool", {"/bin/tool", "start", "later"});
   EXPECT_EQ(context.paths.mainBundlePath, std::nullopt);
   EXPECT_EQ(context.paths.launcherDirInApp, tmp / "bin/tool.app/Contents/Resources/app");
@@ -234,7 +238,7 @@ TEST_F(Configuration, CommandLinePassThrough) {
     EXPECT_EQ(p.args, args) << words[1];
   }
   // The command line's arguments follow the configured ones, the first too.
-  PlistDict configured{{"JavaVM", PlistValue(PlistDict{{"ArgumentArray", list({"cfg"})}})}};
+  PlistDict configured{{"JavaVM", PlistValue(PlistDict{{"ArgumentArray", stringArray({"cfg"})}})}};
   EXPECT_EQ(readJavaParameters(bundleLaunch(configured, {"/p", "x"}), runtime(), {}).args,
             (std::vector<std::string>{"cfg", "x"}));
 }

@@ -36,13 +36,8 @@ class LaunchFixture : public ::testing::Test {
     std::optional<ChosenRuntime> runtime = findJavaBundle(context, installer);
     return runtime ? OptionalString(runtime->path) : std::nullopt;
   }
-  static PlistValue list(std::initializer_list<std::string> items) {
-    PlistArray a;
-    for (const std::string& s : items) a.emplace_back(s);
-    return PlistValue(std::move(a));
-  }
   static PlistValue searchSequence(std::initializer_list<std::string> entries) {
-    return PlistValue(PlistDict{{"SearchSequence", list(entries)}});
+    return PlistValue(PlistDict{{"SearchSequence", stringArray(entries)}});
   }
 
   TempDir tmp;

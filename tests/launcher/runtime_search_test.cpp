@@ -49,7 +49,7 @@ TEST_F(RuntimeSearch, OverrideLastSourceWins) {
     fs::removeItem(tmp / "Apps/Tool.vmoptions");
     if (file) writeFile(tmp / "Apps/Tool.vmoptions", "-Xmx1g\n-jvm=/b\n-Dx=1\n");
     PlistDict javaVM;
-    if (plist) javaVM["VMOptionArray"] = list({"-jvm=/a", "-Xss1m"});
+    if (plist) javaVM["VMOptionArray"] = stringArray({"-jvm=/a", "-Xss1m"});
     const LaunchContext& context = bundleLaunch(
         {{"bwk.allowPassthrough", true}, {"JavaVM", PlistValue(javaVM)}},
         commandLine ? std::vector<std::string>{"/prog", "-J-jvm=/c", "arg"} : std::vector<std::string>{"/prog"});

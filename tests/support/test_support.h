@@ -59,6 +59,7 @@ std::string readFile(const std::string& path);
 // Writes a property list as XML.
 void writePlist(const std::string& path, const PlistValue& value);
 std::string toXmlPlist(const PlistValue& value);
+inline PlistValue stringArray(std::initializer_list<std::string> list) { return PlistArray(list.begin(), list.end()); }
 
 struct RunResult {
   int status = -1;  // exit status, or 128+signal
