@@ -164,7 +164,7 @@ TEST_F(Reliability, CopiesOfEndedStartsAreRemovedOthersKept) {
     writeFile(dir + "/.brackwood-owner", text);
   };
   std::string me = std::to_string(getpid()) + " " + std::to_string(*platform::processStartTime(getpid()));
-  for (const std::string dir : {temp + "/ended", temp + "/open-to-others", temp + "/other-user", tmp / "target"})
+  for (const std::string& dir : {temp + "/ended", temp + "/open-to-others", temp + "/other-user", tmp / "target"})
     mark(dir);
   mark(temp + "/reused-pid", "brackwood-launcher " + std::to_string(getpid()) + " 1\n");
   mark(temp + "/running", "brackwood-launcher " + me + "\n");

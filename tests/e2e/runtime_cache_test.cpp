@@ -115,13 +115,13 @@ TEST_F(RuntimeCache, LaterStartsUseTheEntryWhileItIsSoundAndTheArchiveTheSame) {
     stdfs::remove_all(tmp / "cache");
     packRuntime("first");
     Start first = start();
-    ASSERT_EQ(first.status, 7) << c.name << "\n" << first.log;
-    EXPECT_TRUE(text::contains(first.log, "runtime cache made")) << c.name << "\n" << first.log;
+    ASSERT_EQ(first.status, 7) << name << "\n" << first.log;
+    EXPECT_TRUE(text::contains(first.log, "runtime cache made")) << name << "\n" << first.log;
     std::vector<std::string> entries = namesIn(runtimeDir);
-    ASSERT_EQ(entries.size(), 1u) << c.name;
+    ASSERT_EQ(entries.size(), 1u) << name;
     std::string entry = runtimeDir + "/" + entries[0];
-    EXPECT_EQ(first.runtime, entry + "/jre.bundle") << c.name;
-    EXPECT_TRUE(namesIn(tmp / "t").empty()) << c.name << ": the exit cleanup leaves the entry and nothing else";
+    EXPECT_EQ(first.runtime, entry + "/jre.bundle") << name;
+    EXPECT_TRUE(namesIn(tmp / "t").empty()) << name << ": the exit cleanup leaves the entry and nothing else";
 
     between(*this, entry);
     Start later = start();
