@@ -209,7 +209,7 @@ open(name, 'wb').write(data)
     EXPECT_EQ(bundle::zipEntryNames(file, &error).has_value(), b.has_value()) << name;
   }
   std::string error;
-  EXPECT_EQ(bundle::zipEntryContent(tmp / "plain", "c.txt", &error), std::optional(S()));
+  EXPECT_EQ(bundle::zipEntryContent(tmp / "plain", "c.txt", &error), std::optional<S>(S()));
   writeFile(tmp / "short", "PK");
   for (const auto& [file, message] :
        {std::pair(tmp / "short", "too short for a zip file"), std::pair(tmp.path(), "not a regular file"),
