@@ -1,18 +1,9 @@
 #include "base/bundle.h"
 
-#include <gtest/gtest.h>
-
-#include <cstdlib>
-#include <optional>
-#include <string>
-#include <vector>
-
 #include "test_support.h"
 
-namespace bwk {
+namespace bwk::test {
 namespace {
-
-using test::TempDir;
 
 // Clears the locale variables for each test; they are put back as they were afterwards.
 class BundleTest : public testing::Test {
@@ -24,25 +15,24 @@ class BundleTest : public testing::Test {
       env.set(kLocale[i], values[i] ? std::optional<std::string>(values[i]) : std::nullopt);
   }
   static constexpr const char* kLocale[] = {"LANGUAGE", "LC_ALL", "LC_MESSAGES", "LANG"};
-  test::ScopedEnvironment env;
+  ScopedEnvironment env;
 };
 
 // Info.plist reads back; one that is missing or unusable gives an empty dictionary.
 TEST_F(BundleTest, InfoDictionary) {
   TempDir dir;
   const std::string info = "Contents/Info.plist";
-  test::writePlist(dir / ("Xml.app/" + info),
-                   PlistDict{{"CFBundleName", "Tool"}, {"JavaVM", PlistDict{{"MainClass", "a.Main"}}}});
+  writePlist(dir / ("Xml.app/" + info),
+             PlistDict{{"CFBundleName", "Tool"}, {"JavaVM", PlistDict{{"MainClass", "a.Main"}}}});
   Bundle xml(dir / "Xml.app");
   EXPECT_EQ(xml.infoDictionary().string("CFBundleName"), "Tool");
   ASSERT_TRUE(xml.infoDictionary().find("JavaVM"));
   EXPECT_EQ(xml.infoDictionary().find("JavaVM")->string("MainClass"), "a.Main");
-  test::writeFile(dir / "Broken.app/Contents/Info.plist", "<?xml version=\"1.0\"?><plist><dict><key>a</key>");
-  test::writeFile(dir / "Array.app/Contents/Info.plist", "(a, b)");
-  test::writeFile(dir / "Folder.app/Contents/Info.plist/x", "");
-  for (const char* name : {"Missing.app", "Broken.app", "Array.app", "Folder.app"}) {
+  writeFile(dir / "Broken.app/Contents/Info.plist", "<?xml version=\"1.0\"?><plist><dict><key>a</key>");
+  writeFile(dir / "Array.app/Contents/Info.plist", "(a, b)");
+  writeFile(dir / "Folder.app/Contents/Info.plist/x", "");
+  for (const char* name : {"Missing.app", "Broken.app", "Array.app", "Folder.app"})
     EXPECT_EQ(Bundle(dir / name).infoDictionary(), PlistValue(PlistDict{})) << name;
-  }
 }
 
 TEST_F(BundleTest, PathForResource) {
@@ -50,9 +40,9 @@ TEST_F(BundleTest, PathForResource) {
   Bundle bundle(dir / "Tool.app");
   const std::string resources = dir / "Tool.app/Contents/Resources";
   EXPECT_EQ(bundle.resourcePath(), resources);
-  test::writeFile(resources + "/app/jre.tar.gz", "x");
-  test::writeFile(resources + "/README", "x");
-  test::writeFile(resources + "/de.lproj/Help.html", "x");
+  writeFile(resources + "/app/jre.tar.gz", "x");
+  writeFile(resources + "/README", "x");
+  writeFile(resources + "/de.lproj/Help.html", "x");
   setLocale(nullptr, nullptr, nullptr, "de_DE.UTF-8");
   EXPECT_EQ(bundle.pathForResource("app/jre.tar", "gz"), resources + "/app/jre.tar.gz");
   EXPECT_EQ(bundle.pathForResource("app/jre.tar", ".gz"), resources + "/app/jre.tar.gz");
@@ -62,27 +52,19 @@ TEST_F(BundleTest, PathForResource) {
   EXPECT_EQ(bundle.pathForResource("README", "txt"), std::nullopt);
 }
 
-struct LanguageCase {
-  const char* language;
-  const char* all;
-  const char* messages;
-  const char* lang;
-  const char* developmentRegion;
-  const char* expected;
-};
-
 TEST_F(BundleTest, LocalizedStringFollowsTheLanguageOrder) {
   TempDir dir;
   const std::string resources = dir / "Tool.app/Contents/Resources/";
-  test::writeFile(resources + "de_DE.lproj/Localizable.strings", "\"Hello\" = \"Hallo (DE)\"; \"Blank\" = \"\";");
-  test::writeFile(resources + "de.lproj/Localizable.strings", "\"Hello\" = \"Hallo\";");
-  test::writeFile(resources + "fr.lproj/Localizable.strings", "/* French */ Hello = Bonjour;");
-  test::writeFile(resources + "en.lproj/Localizable.strings",
-                  "\"Hello\" = \"Hello (en)\"; \"OnlyEnglish\" = \"only en\";");
-  test::writeFile(resources + "xx.lproj/Localizable.strings", "\"Hello\" = ");    // does not parse: skipped
-  test::writeFile(resources + "pt.lproj/Other.strings", "\"Hello\" = \"Olá\";");  // no table: skipped
+  writeFile(resources + "de_DE.lproj/Localizable.strings", "\"Hello\" = \"Hallo (DE)\"; \"Blank\" = \"\";");
+  writeFile(resources + "de.lproj/Localizable.strings", "\"Hello\" = \"Hallo\";");
+  writeFile(resources + "fr.lproj/Localizable.strings", "/* French */ Hello = Bonjour;");
+  writeFile(resources + "en.lproj/Localizable.strings", "\"Hello\" = \"Hello (en)\"; \"OnlyEnglish\" = \"only en\";");
+  writeFile(resources + "xx.lproj/Localizable.strings", "\"Hello\" = ");    // does not parse: skipped
+  writeFile(resources + "pt.lproj/Other.strings", "\"Hello\" = \"Olá\";");  // no table: skipped
 
-  const LanguageCase cases[] = {
+  // LANGUAGE, LC_ALL, LC_MESSAGES, LANG, CFBundleDevelopmentRegion, the text
+  using S = const char*;
+  const std::tuple<S, S, S, S, S, S> cases[] = {
       {nullptr, nullptr, nullptr, nullptr, nullptr, "Hello (en)"},
       {nullptr, nullptr, nullptr, "de_DE.UTF-8", nullptr, "Hallo (DE)"},
       {"xx:fr", nullptr, nullptr, "de_DE.UTF-8", nullptr, "Bonjour"},
@@ -91,12 +73,13 @@ TEST_F(BundleTest, LocalizedStringFollowsTheLanguageOrder) {
       {nullptr, nullptr, nullptr, "C.UTF-8", "fr", "Bonjour"},
       {nullptr, nullptr, nullptr, "ja_JP.UTF-8", "sv", "Hello (en)"},
   };
-  for (const LanguageCase& c : cases) {
-    setLocale(c.language, c.all, c.messages, c.lang);
+  for (const auto& c : cases) {
+    const auto& [language, all, messages, lang, region, expected] = c;
+    setLocale(language, all, messages, lang);
     PlistDict info;
-    if (c.developmentRegion) info["CFBundleDevelopmentRegion"] = c.developmentRegion;
-    test::writePlist(dir / "Tool.app/Contents/Info.plist", info);
-    EXPECT_EQ(Bundle(dir / "Tool.app").localizedString("Hello"), c.expected) << "row " << &c - cases;
+    if (region) info["CFBundleDevelopmentRegion"] = region;
+    writePlist(dir / "Tool.app/Contents/Info.plist", info);
+    EXPECT_EQ(Bundle(dir / "Tool.app").localizedString("Hello"), expected) << "row " << &c - cases;
   }
   // A key missing from the table gives the value asked for, else the key; the first table found
   // is the table: keys are not looked up in the next language.
@@ -110,4 +93,4 @@ TEST_F(BundleTest, LocalizedStringFollowsTheLanguageOrder) {
 }
 
 }  // namespace
-}  // namespace bwk
+}  // namespace bwk::test

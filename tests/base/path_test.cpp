@@ -1,10 +1,6 @@
 #include "base/path.h"
 
-#include <gtest/gtest.h>
-
-#include <optional>
-#include <string>
-#include <vector>
+#include "test_support.h"
 
 #include "base/format.h"
 #include "platform/platform.h"
@@ -12,14 +8,9 @@
 namespace bwk {
 namespace {
 
-struct PathCase {
-  std::string input;
-  std::string expected;
-};
-
 TEST(Path, Standardize) {
   const std::string home = platform::homeDirectory();
-  const PathCase cases[] = {
+  const std::pair<std::string, std::string> cases[] = {
       {"", ""},
       {"/", "/"},
       {"/a//b///c", "/a/b/c"},
@@ -33,8 +24,7 @@ TEST(Path, Standardize) {
       {"~user/x", "~user/x"},
       {"/a/~/b", "/a/~/b"},
   };
-  for (const PathCase& c : cases)
-    EXPECT_EQ(path::standardize(c.input), c.expected) << "standardize(\"" << c.input << "\")";
+  for (const auto& [input, expected] : cases) EXPECT_EQ(path::standardize(input), expected) << input;
 }
 
 TEST(Path, Append) {
@@ -43,17 +33,14 @@ TEST(Path, Append) {
       {"/a", "b", "/a/b"}, {"/a", "/b", "/a/b"}, {"/", "b", "/b"},          {"", "b", "b"},
       {"", "", ""},        {"a/", "", "a"},      {"/a", "../b", "/a/../b"},
   };
-  for (const auto& c : cases)
-    EXPECT_EQ(path::append(c[0], c[1]), c[2]) << "append(\"" << c[0] << "\", \"" << c[1] << "\")";
+  for (const auto& c : cases) EXPECT_EQ(path::append(c[0], c[1]), c[2]) << c[0] << " + " << c[1];
   EXPECT_EQ(path::join({"/", "a", "b/", "c"}), "/a/b/c");
   EXPECT_EQ(path::join({"a", "", "b"}), "a/b");
 }
 
 TEST(Path, ComponentsParentAndExtension) {
-  struct Case {
-    std::string input, last, parent, extension;
-  };
-  const Case cases[] = {
+  // path, last, parent, extension
+  const std::tuple<std::string, std::string, std::string, std::string> cases[] = {
       {"/a/b.txt", "b.txt", "/a", "txt"},
       {"/a/b/", "b", "/a", ""},
       {"/a", "a", "/", ""},
@@ -64,11 +51,10 @@ TEST(Path, ComponentsParentAndExtension) {
       {"/x/jre.tar.gz", "jre.tar.gz", "/x", "gz"},
       {"/x/.hidden", ".hidden", "/x", ""},
   };
-  for (const Case& c : cases) {
-    EXPECT_EQ(path::lastComponent(c.input), c.last) << "lastComponent(\"" << c.input << "\")";
-    EXPECT_EQ(path::parent(c.input), c.parent) << "parent(\"" << c.input << "\")";
-    EXPECT_EQ(path::extension(c.input), c.extension) << "extension(\"" << c.input << "\")";
-  }
+  for (const auto& [input, last, parent, extension] : cases)
+    EXPECT_EQ(std::tuple(path::lastComponent(input), path::parent(input), path::extension(input)),
+              std::tuple(last, parent, extension))
+        << input;
   EXPECT_EQ(path::components("/a//b/"), (std::vector<std::string>{"a", "b"}));
   EXPECT_TRUE(path::isAbsolute("~/x"));
   EXPECT_FALSE(path::isAbsolute("x/~"));
@@ -78,10 +64,7 @@ TEST(Format, Conversions) {
   const std::optional<std::string> absent;
   const std::optional<std::string> present = "here";
 
-  struct Case {
-    std::string got, expected;
-  };
-  const Case cases[] = {
+  const std::pair<std::string, std::string> cases[] = {
       {format("%@", absent), "(null)"},
       {format("%@", present), "here"},
       {format("%@ and %@", std::string("a"), absent), "a and (null)"},
@@ -93,7 +76,7 @@ TEST(Format, Conversions) {
       {format("tail %"), "tail %"},
       {format("%@", PlistValue(PlistDict{{"k", 1}})), "{\n    k = 1;\n}"},
   };
-  for (const Case& c : cases) EXPECT_EQ(c.got, c.expected);
+  for (const auto& [got, expected] : cases) EXPECT_EQ(got, expected);
 }
 
 }  // namespace

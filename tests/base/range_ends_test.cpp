@@ -1,13 +1,12 @@
 // Every range of characters, code points and numbers the readers accept, at both its ends:
 // an end taken for outside the range changes the value read.
-#include <gtest/gtest.h>
+#include "test_support.h"
 
 #include <climits>
 #include <cmath>
 
 #include "base/format.h"
 #include "base/plist_reader.h"
-#include "base/strings.h"
 #include "base/unicode.h"
 
 namespace bwk::test {

@@ -1,10 +1,6 @@
 #pragma once
 // Bundles started through the real launcher executable.
-#include <gtest/gtest.h>
-#include <unistd.h>
 
-#include "base/fs.h"
-#include "base/strings.h"
 #include "test_support.h"
 
 namespace bwk::test {
@@ -50,15 +46,12 @@ inline Recorded readRecord(const std::string& file) {
   return r;
 }
 
-inline PlistValue stringArray(std::initializer_list<std::string> list) {
-  PlistArray a(list.begin(), list.end());
-  return PlistValue(std::move(a));
-}
-
 // A jlink image for the demo program as a bundle-shaped folder, made once per build tree
 // (tests at the same time each make one; the first moves into place).
+inline const std::string kJdk17 = "/usr/lib/jvm/java-17-openjdk-amd64";
+
 inline std::string jlinkStage() {
-  const std::string jdk = "/usr/lib/jvm/java-17-openjdk-amd64";
+  const std::string& jdk = kJdk17;
   std::string stage = std::string(BWK_BINARY_DIR) + "/test-cache/jlink-17";
   if (!fs::exists(stage + "/Contents/Home/lib/libjli.so")) {
     std::string fresh = stage + ".new-" + std::to_string(getpid());
@@ -72,6 +65,19 @@ inline std::string jlinkStage() {
 
 inline std::string helloJar() {
   return std::string(BWK_BINARY_DIR) + "/demo/Hello.app/Contents/Resources/app/lib/hello.jar";
+}
+
+// <parent>/<name>.app running the demo program from its lib/ with `runtime`; keys given win.
+inline std::string helloApp(const std::string& parent, const std::string& name, const std::string& runtime,
+                            PlistDict javaVM = {}, PlistDict info = {}) {
+  javaVM.insert({{"MainClass", "Hello"},
+                 {"ClassPath", "${launcher:sys.appRootDir}/lib/*"},
+                 {"SearchSequence", stringArray({"R" + runtime})}});
+  info.insert({{"CFBundleName", name}, {"JavaVM", PlistValue(javaVM)}});
+  std::string app = makeBundle(parent, name, PlistValue(info));
+  shell("mkdir -p " + app + "/Contents/Resources/app/lib && cp " + helloJar() + " " + app +
+        "/Contents/Resources/app/lib/");
+  return app;
 }
 
 }  // namespace bwk::test

@@ -1,6 +1,5 @@
 #pragma once
 // A private X server for the window tests.
-#include <algorithm>
 #include <cstdio>
 
 #include "../install/icon_files.h"

@@ -2,14 +2,11 @@
 // side ends with an alert holding the runtime's lines; an application that ran gets none.
 #include <csignal>
 
-#include "base/fs.h"
 #include "gui_support.h"
 #include "platform/linux/notice_text.h"
 
 namespace bwk::test {
 namespace {
-
-const std::string kJdk17 = "/usr/lib/jvm/java-17-openjdk-amd64";
 
 class JavaStartFailure : public ::testing::Test {
  protected:
@@ -21,16 +18,8 @@ class JavaStartFailure : public ::testing::Test {
 
   std::string bundle(const std::string& mainClass, bool progressWindow) {
     shell("rm -rf " + tmp / "Failing.app");
-    PlistDict javaVM{{"MainClass", mainClass},
-                     {"ClassPath", "${launcher:sys.appRootDir}/lib/*"},
-                     {"SearchSequence", stringArray({"R" + kJdk17})}};
-    std::string app = makeBundle(
-        tmp.path(), "Failing",
-        PlistValue(PlistDict{
-            {"CFBundleName", "Failing"}, {"bwk.initialProgress", progressWindow}, {"JavaVM", PlistValue(javaVM)}}));
-    shell("mkdir -p " + app + "/Contents/Resources/app/lib && cp " + helloJar() + " " + app +
-          "/Contents/Resources/app/lib/");
-    return app;
+    return helloApp(tmp.path(), "Failing", kJdk17, {{"MainClass", mainClass}},
+                    {{"bwk.initialProgress", progressWindow}});
   }
 
   // The alert's process: what it was asked to show, under which name it runs. Ended here.
@@ -58,14 +47,10 @@ class JavaStartFailure : public ::testing::Test {
 };
 
 TEST_F(JavaStartFailure, AlertHoldsTheRuntimesLines) {
-  struct Case {
-    const char* name;
-    std::string mainClass;
-    std::vector<std::string> args;
-    bool progressWindow;
-    std::string runtimeLine;
-    std::vector<std::string> lines;  // in the alert, in this order
-  } const cases[] = {
+  // name, main class, arguments, progress window, a line of the runtime's, lines of the alert in this order
+  using Case =
+      std::tuple<const char*, std::string, std::vector<std::string>, bool, std::string, std::vector<std::string>>;
+  const Case cases[] = {
       Case("misspelt main class", "Helo", {}, true, "Error: Could not find or load main class Helo\n",
            {"Failing could not start: the Java runtime could not load or run its main class (exit status 1).",
             "\nError: Could not find or load main class Helo\nCaused by: java.lang.ClassNotFoundException: Helo\n",
@@ -75,17 +60,17 @@ TEST_F(JavaStartFailure, AlertHoldsTheRuntimesLines) {
             "\nException in thread \"main\" java.lang.IllegalStateException: no settings\n"
             "Caused by: java.io.FileNotFoundException: hello.conf\n\tat Hello.main("}),
   };
-  for (const auto& c : cases) {
-    RunResult r = startApp(bundle(c.mainClass, c.progressWindow), c.args, {"DISPLAY=" + x.display()});
-    EXPECT_EQ(r.status, 1) << c.name << "\n" << r.err;
-    EXPECT_TRUE(text::contains(r.err, c.runtimeLine)) << "standard error still has it\n" << r.err;
+  for (const auto& [name, mainClass, args, progressWindow, runtimeLine, lines] : cases) {
+    RunResult r = startApp(bundle(mainClass, progressWindow), args, {"DISPLAY=" + x.display()});
+    EXPECT_EQ(r.status, 1) << name << "\n" << r.err;
+    EXPECT_TRUE(text::contains(r.err, runtimeLine)) << "standard error still has it\n" << r.err;
     std::optional<Alert> a = alert(10);
-    ASSERT_TRUE(a && a->notice) << c.name;
+    ASSERT_TRUE(a && a->notice) << name;
     EXPECT_EQ(a->notice->header, "Failing");
     size_t at = 0;
-    for (const std::string& line : c.lines) {
+    for (const std::string& line : lines) {
       at = a->notice->message.find(line, at);
-      EXPECT_NE(at, std::string::npos) << c.name << ": " << line << "\n" << a->notice->message;
+      EXPECT_NE(at, std::string::npos) << name << ": " << line << "\n" << a->notice->message;
     }
     EXPECT_EQ(a->command, "Failing\n") << "the process list shows the application's name";
     EXPECT_EQ(a->firstArgument, "Failing");

@@ -1,11 +1,9 @@
 // The launcher starting Debian's OpenJDK 17 (and Temurin 25 where a machine has it) for real.
-#include "base/fs.h"
 #include "e2e_support.h"
 
 namespace bwk::test {
 namespace {
 
-const std::string kJdk17 = "/usr/lib/jvm/java-17-openjdk-amd64";
 const std::string kJdk25 = "/usr/lib/jvm/temurin-25-jdk-amd64";
 
 class RealJvm : public ::testing::Test {
@@ -14,16 +12,8 @@ class RealJvm : public ::testing::Test {
     if (!fs::exists(kJdk17 + "/lib/libjli.so")) GTEST_SKIP() << "no OpenJDK 17 here";
     ASSERT_TRUE(fs::exists(helloJar())) << "the demo program is built with the project";
   }
-  std::string helloBundle(const std::string& runtime, PlistDict extraJavaVM = {}) {
-    PlistDict javaVM{{"MainClass", "Hello"},
-                     {"ClassPath", "${launcher:sys.appRootDir}/lib/*"},
-                     {"SearchSequence", stringArray({"R" + runtime})}};
-    for (auto& [k, v] : extraJavaVM) javaVM[k] = v;
-    std::string app = makeBundle(tmp.path(), "Hello",
-                                 PlistValue(PlistDict{{"CFBundleName", "Hello"}, {"JavaVM", PlistValue(javaVM)}}));
-    shell("mkdir -p " + app + "/Contents/Resources/app/lib && cp " + helloJar() + " " + app +
-          "/Contents/Resources/app/lib/");
-    return app;
+  std::string helloBundle(const std::string& runtime, PlistDict javaVM = {}) {
+    return helloApp(tmp.path(), "Hello", runtime, javaVM);
   }
   TempDir tmp;
 };

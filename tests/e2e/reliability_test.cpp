@@ -1,9 +1,7 @@
 // Faults around a start: temporary directories, include cycles, unpacking, signals, many
 // starts at once, copies left by killed starts, and failures that must say why.
 #include <signal.h>
-#include <unistd.h>
 
-#include "base/fs.h"
 #include "e2e_support.h"
 #include "platform/platform.h"
 
@@ -17,7 +15,7 @@ class Reliability : public ::testing::Test {
     makeFakeRuntime(tmp / "jdk", "17.0.2");
   }
   // A bundle with a fake runtime as its archive; `unpack` is its unpack200 for one packed jar.
-  std::string bundleWithArchive(const std::string& unpack = "", PlistDict extra = {}) {
+  std::string bundleWithArchive(const std::string& unpack = "") {
     std::string home = tmp / "stage/Contents/Home";
     makeFakeRuntime(home, "17.0.2");
     if (!unpack.empty()) {
@@ -25,11 +23,8 @@ class Reliability : public ::testing::Test {
       writeFile(home + "/bin/unpack200", "#!/bin/sh\n" + unpack + "\n");
       shell("chmod +x " + home + "/bin/unpack200");
     }
-    PlistDict info{
-        {"CFBundleName", "Tool"},
-        {"JavaVM", PlistValue(PlistDict{{"MainClass", "M"}, {"SearchSequence", stringArray({"R" + tmp / "jdk"})}})}};
-    for (auto& [key, value] : extra) info[key] = value;
-    std::string app = makeBundle(tmp.path(), "Tool", PlistValue(info));
+    PlistDict javaVM{{"MainClass", "M"}, {"SearchSequence", stringArray({"R" + tmp / "jdk"})}};
+    std::string app = makeBundle(tmp.path(), "Tool", PlistDict{{"CFBundleName", "Tool"}, {"JavaVM", javaVM}});
     shell("mkdir -p " + app + "/Contents/Resources/app && tar -czf " + app + "/Contents/Resources/app/jre.tar.gz -C " +
           tmp / "stage Contents");
     writeFile(app + "/Contents/Resources/en.lproj/Localizable.strings",
@@ -57,26 +52,24 @@ TEST_F(Reliability, UnusableTemporaryFileSystemsEndWithAMessage) {
   // 20 MB of zeros: a small archive that does not fit into 8 MB.
   writeFile(tmp / "stage/Contents/Home/lib/modules", std::string(20000000, '\0'));
   std::string app = bundleWithArchive();
-  struct Case {
-    const char* options;
-    std::vector<std::string> messages;
-  } cases[] = {
-      Case("size=8m", {"WARNING: errors occurred while unpacking bundled JRE",
-                       "ERROR: Internal error: the bundled runtime could not be unpacked into " + temp,
-                       ": No space left on device\n"}),
-      Case("noexec,size=64m", {"ERROR: Internal error: Could not load JRE.\nERROR: " + temp,
-                               "libjli.so: failed to map segment from shared object"}),
+  const std::pair<const char*, std::vector<std::string>> cases[] = {
+      {"size=8m",
+       {"WARNING: errors occurred while unpacking bundled JRE",
+        "ERROR: Internal error: the bundled runtime could not be unpacked into " + temp,
+        ": No space left on device\n"}},
+      {"noexec,size=64m",
+       {"ERROR: Internal error: Could not load JRE.\nERROR: " + temp,
+        "libjli.so: failed to map segment from shared object"}},
   };
-  for (const Case& c : cases) {
+  for (const auto& [options, messages] : cases) {
     RunResult r = run({"/usr/bin/unshare", "-m", "/bin/sh", "-c",
-                       std::string("mount -t tmpfs -o ") + c.options + " tmpfs " + temp + " && " + app +
+                       std::string("mount -t tmpfs -o ") + options + " tmpfs " + temp + " && " + app +
                            "/Contents/MacOS/Tool; s=$?; ls -A " + temp + " > " + tmp / "listing" + "; exit $s"},
                       env());
-    EXPECT_EQ(r.status, 1) << c.options;
-    for (const std::string& message : c.messages)
-      EXPECT_TRUE(text::contains(r.err, message)) << c.options << "\n" << r.err;
+    EXPECT_EQ(r.status, 1) << options;
+    for (const std::string& message : messages) EXPECT_TRUE(text::contains(r.err, message)) << options << "\n" << r.err;
     EXPECT_FALSE(fs::exists(record)) << "nothing is launched";
-    EXPECT_EQ(readFile(tmp / "listing"), "") << c.options;
+    EXPECT_EQ(readFile(tmp / "listing"), "") << options;
   }
 }
 
@@ -93,25 +86,21 @@ TEST_F(Reliability, IncludeCycleEndsWithAMessage) {
 
 // The runtime's unpack200 run on its one packed jar.
 TEST_F(Reliability, UnpackingPackedJars) {
-  struct Case {
-    std::string script;
-    int status;
-    const char* message;
-    size_t left;
-  } cases[] = {
+  const std::tuple<std::string, int, const char*, size_t> cases[] = {
+      // unpack200, status, message, entries left
       {"kill -INT $PPID; mv \"$2\" \"$3\"", 128 + SIGINT, "", 0},
       {"exit 2", 1, "ERROR: Internal error: could not run unpack200\n", 1},  // this failure leaves the directory behind
       {"[ \"$1\" = -r ] && cp \"$2\" \"$3\" && rm \"$2\"", 0, "", 0},
   };
-  for (const Case& c : cases) {
+  for (const auto& [script, status, message, entries] : cases) {
     shell("rm -rf " + tmp / "Tool.app " + record + " " + temp + "/*");
-    std::string app = bundleWithArchive(c.script);
+    std::string app = bundleWithArchive(script);
     RunResult r = start(app);
-    EXPECT_EQ(r.status, c.status) << c.script << "\n" << r.err;
-    EXPECT_TRUE(text::contains(r.err, c.message)) << c.script << "\n" << r.err;
-    EXPECT_EQ(left(temp).size(), c.left) << c.script;
-    EXPECT_EQ(fs::exists(record), c.status == 0) << "launched after " << c.script;
-    if (c.status != 0) continue;
+    EXPECT_EQ(r.status, status) << script << "\n" << r.err;
+    EXPECT_TRUE(text::contains(r.err, message)) << script << "\n" << r.err;
+    EXPECT_EQ(left(temp).size(), entries) << script;
+    EXPECT_EQ(fs::exists(record), status == 0) << "launched after " << script;
+    if (status != 0) continue;
     std::vector<std::string> argv = readRecord(record).argv;
     ASSERT_GE(argv.size(), 3u);
     EXPECT_EQ(argv[argv.size() - 3], "-Dbwk.tarFile=" + app + "/Contents/Resources/app/jre.tar.gz");
@@ -170,21 +159,18 @@ TEST_F(Reliability, CopiesOfEndedStartsAreRemovedOthersKept) {
                          env({"FAKE_JLI_SLEEP_MS=10000"}));
   ASSERT_EQ(left(temp).size(), 1u) << killed.err;
 
-  auto mark = [&](const std::string& dir, const std::string& text) {
+  auto mark = [&](const std::string& dir, const std::string& text = "brackwood-launcher 999999 12\n") {
     shell("mkdir -p " + dir + "/jre.bundle/Contents && chmod 700 " + dir);
     writeFile(dir + "/.brackwood-owner", text);
   };
   std::string me = std::to_string(getpid()) + " " + std::to_string(*platform::processStartTime(getpid()));
-  mark(temp + "/ended", "brackwood-launcher 999999 12\n");
+  for (const std::string& dir : {temp + "/ended", temp + "/open-to-others", temp + "/other-user", tmp / "target"})
+    mark(dir);
   mark(temp + "/reused-pid", "brackwood-launcher " + std::to_string(getpid()) + " 1\n");
   mark(temp + "/running", "brackwood-launcher " + me + "\n");
   mark(temp + "/foreign-tag", "other-tool 999999 12\n");
-  mark(temp + "/open-to-others", "brackwood-launcher 999999 12\n");
-  shell("chmod 777 " + temp + "/open-to-others");
-  mark(temp + "/other-user", "brackwood-launcher 999999 12\n");
-  shell("chown -R nobody " + temp + "/other-user");
-  shell("mkdir -p " + temp + "/unmarked " + tmp / "target && ln -s " + tmp / "target " + temp + "/link");
-  mark(tmp / "target", "brackwood-launcher 999999 12\n");
+  shell("chmod 777 " + temp + "/open-to-others && chown -R nobody " + temp + "/other-user && mkdir -p " + temp +
+        "/unmarked && ln -s " + tmp / "target " + temp + "/link");
 
   ASSERT_EQ(start(app).status, 0);
   std::vector<std::string> kept = left(temp);
@@ -195,12 +181,8 @@ TEST_F(Reliability, CopiesOfEndedStartsAreRemovedOthersKept) {
 }
 
 TEST_F(Reliability, ConfigurationsThatFailSayWhy) {
-  struct Case {
-    const char* name;
-    std::string folder;
-    std::optional<std::string> infoPlist;
-    std::string expected;
-  } cases[] = {
+  // name, the bundle's folder, its Info.plist, the message
+  const std::tuple<const char*, std::string, std::optional<std::string>, std::string> cases[] = {
       {"broken tag", "Tool.app", "<plist><dict><key>JavaVM</key><dict></dic></dict></plist>",
        "Tool.app/Contents/Info.plist: XML property list: Start-end tags mismatch at line 1"},
       {"no Info.plist", "Tool.app", std::nullopt, "Tool.app/Contents/Info.plist: no such file"},
@@ -209,14 +191,14 @@ TEST_F(Reliability, ConfigurationsThatFailSayWhy) {
       {"not a bundle folder", "Tool", toXmlPlist(PlistValue(PlistDict{})),
        "Tool/Contents/MacOS: not an application bundle"},
   };
-  for (const Case& c : cases) {
-    std::string app = tmp / c.folder;
+  for (const auto& [name, folder, infoPlist, expected] : cases) {
+    std::string app = tmp / folder;
     shell("rm -rf " + app + " && mkdir -p " + app + "/Contents/MacOS && cp " + BWK_LAUNCHER + " " + app +
           "/Contents/MacOS/Tool");
-    if (c.infoPlist) writeFile(app + "/Contents/Info.plist", *c.infoPlist);
+    if (infoPlist) writeFile(app + "/Contents/Info.plist", *infoPlist);
     // The system's runtime starts and says "Could not find or load main class (null)".
     RunResult r = start(app);
-    EXPECT_TRUE(text::contains(r.err, "ERROR: " + tmp / c.expected)) << c.name << "\n" << r.err;
+    EXPECT_TRUE(text::contains(r.err, "ERROR: " + tmp / expected)) << name << "\n" << r.err;
   }
 }
 

@@ -1,12 +1,7 @@
 // The cache of unpacked runtimes ("bwk.reuseUnpackedRuntime"), through the launcher executable.
-#include <sys/stat.h>
-#include <unistd.h>
 
-#include <filesystem>
 #include <fstream>
-#include <functional>
 
-#include "base/fs.h"
 #include "gui_support.h"
 
 namespace bwk::test {
@@ -19,11 +14,13 @@ class RuntimeCache : public ::testing::Test {
   void SetUp() override {
     fs::createDirectory(tmp / "t", false);
     runtimeDir = tmp / "cache/brackwood/Cachy/runtime";
-    app = makeBundle(tmp.path(), "Cachy",
-                     PlistValue(PlistDict{{"CFBundleName", "Cachy"},
-                                          {"bwk.reuseUnpackedRuntime", true},
-                                          {"JavaVM", PlistValue(PlistDict{{"MainClass", "demo.Main"}})}}));
+    app = makeBundle(tmp.path(), "Cachy", info("Cachy"));
     packRuntime("first");
+  }
+  static PlistValue info(const std::string& name) {
+    return PlistValue(PlistDict{{"CFBundleName", name},
+                                {"bwk.reuseUnpackedRuntime", true},
+                                {"JavaVM", PlistValue(PlistDict{{"MainClass", "demo.Main"}})}});
   }
 
   // A stand-in runtime as the archive, stored uncompressed (same content length, same size),
@@ -49,9 +46,8 @@ class RuntimeCache : public ::testing::Test {
   }
 
   std::vector<std::string> env(std::vector<std::string> extra = {}) {
-    for (const char* e : {"FAKE_JLI_STATUS=7", "BRACKWOOD_LOG=yes"}) extra.push_back(e);
-    extra.push_back("TMPDIR=" + tmp / "t");
-    extra.push_back("XDG_CACHE_HOME=" + tmp / "cache");
+    extra.insert(extra.end(),
+                 {"FAKE_JLI_STATUS=7", "BRACKWOOD_LOG=yes", "TMPDIR=" + tmp / "t", "XDG_CACHE_HOME=" + tmp / "cache"});
     return launcherEnvironment(extra);
   }
 
@@ -73,10 +69,7 @@ class RuntimeCache : public ::testing::Test {
   }
 
   std::vector<std::string> namesIn(const std::string& dir) {
-    std::vector<std::string> names;
-    if (fs::isDirectory(dir))
-      for (auto& e : stdfs::directory_iterator(dir)) names.push_back(e.path().filename().string());
-    return names;
+    return fs::listDirectory(dir).value_or(std::vector<std::string>{});
   }
 
   TempDir tmp;
@@ -88,67 +81,64 @@ class RuntimeCache : public ::testing::Test {
 // `between` changes things after a first start; the second uses, makes or bypasses the entry.
 TEST_F(RuntimeCache, LaterStartsUseTheEntryWhileItIsSoundAndTheArchiveTheSame) {
   enum class Second { kUses, kMakes, kTemporary };
-  struct Case {
-    const char* name;
-    std::function<void(RuntimeCache&, const std::string& entry)> between;
-    Second second;
-    const char* logged;
-  };
-  const std::vector<Case> cases = {
-      {"archive unchanged", [](RuntimeCache&, const std::string&) {}, Second::kUses, "runtime cache used"},
-      {"archive changed (older entry removed)", [](RuntimeCache& t, const std::string&) { t.packRuntime("second"); },
-       Second::kMakes, "runtime cache cleaned"},
-      {"runtime library missing",
-       [](RuntimeCache&, const std::string& entry) {
-         stdfs::remove(entry + "/jre.bundle/Contents/Home/lib/libjli.so");
-       },
-       Second::kMakes, "runtime cache removed damaged"},
-      {"copy of a killed start beside it",
-       [](RuntimeCache& t, const std::string&) {
-         // A mark naming a process that cannot exist.
-         writeFile(t.runtimeDir + "/.staging-killed/.brackwood-owner", "brackwood-launcher 999999999 1\n");
-         ::chmod((t.runtimeDir + "/.staging-killed").c_str(), 0700);
-         t.packRuntime("third");
-       },
-       Second::kMakes, "runtime cache cleaned"},
-      {"entry in use while damaged",
-       [](RuntimeCache& t, const std::string& entry) {
-         stdfs::remove(entry + "/jre.bundle/Contents/Home/lib/libjli.so");
-         t.holder = std::make_unique<Background>(
-             std::vector<std::string>{"/usr/bin/flock", "-s", "-o", entry, "sleep", "30"}, std::vector<std::string>{});
-         std::this_thread::sleep_for(std::chrono::milliseconds(300));
-       },
-       Second::kTemporary, "is damaged, runtime library missing, and in use"},
-  };
-  for (const Case& c : cases) {
+  // name, what changes between the starts, what the second does, a line it logs
+  const std::tuple<const char*, std::function<void(RuntimeCache&, const std::string& entry)>, Second, const char*>
+      cases[] = {
+          {"archive unchanged", [](RuntimeCache&, const std::string&) {}, Second::kUses, "runtime cache used"},
+          {"archive changed (older entry removed)",
+           [](RuntimeCache& t, const std::string&) { t.packRuntime("second"); }, Second::kMakes,
+           "runtime cache cleaned"},
+          {"runtime library missing",
+           [](RuntimeCache&, const std::string& entry) {
+             stdfs::remove(entry + "/jre.bundle/Contents/Home/lib/libjli.so");
+           },
+           Second::kMakes, "runtime cache removed damaged"},
+          {"copy of a killed start beside it",
+           [](RuntimeCache& t, const std::string&) {
+             // A mark naming a process that cannot exist.
+             writeFile(t.runtimeDir + "/.staging-killed/.brackwood-owner", "brackwood-launcher 999999999 1\n");
+             ::chmod((t.runtimeDir + "/.staging-killed").c_str(), 0700);
+             t.packRuntime("third");
+           },
+           Second::kMakes, "runtime cache cleaned"},
+          {"entry in use while damaged",
+           [](RuntimeCache& t, const std::string& entry) {
+             stdfs::remove(entry + "/jre.bundle/Contents/Home/lib/libjli.so");
+             t.holder = std::make_unique<Background>(
+                 std::vector<std::string>{"/usr/bin/flock", "-s", "-o", entry, "sleep", "30"},
+                 std::vector<std::string>{});
+             std::this_thread::sleep_for(std::chrono::milliseconds(300));
+           },
+           Second::kTemporary, "is damaged, runtime library missing, and in use"},
+      };
+  for (const auto& [name, between, second, logged] : cases) {
     stdfs::remove_all(tmp / "cache");
     packRuntime("first");
     Start first = start();
-    ASSERT_EQ(first.status, 7) << c.name << "\n" << first.log;
-    EXPECT_TRUE(text::contains(first.log, "runtime cache made")) << c.name << "\n" << first.log;
+    ASSERT_EQ(first.status, 7) << name << "\n" << first.log;
+    EXPECT_TRUE(text::contains(first.log, "runtime cache made")) << name << "\n" << first.log;
     std::vector<std::string> entries = namesIn(runtimeDir);
-    ASSERT_EQ(entries.size(), 1u) << c.name;
+    ASSERT_EQ(entries.size(), 1u) << name;
     std::string entry = runtimeDir + "/" + entries[0];
-    EXPECT_EQ(first.runtime, entry + "/jre.bundle") << c.name;
-    EXPECT_TRUE(namesIn(tmp / "t").empty()) << c.name << ": the exit cleanup leaves the entry and nothing else";
+    EXPECT_EQ(first.runtime, entry + "/jre.bundle") << name;
+    EXPECT_TRUE(namesIn(tmp / "t").empty()) << name << ": the exit cleanup leaves the entry and nothing else";
 
-    c.between(*this, entry);
-    Start second = start();
+    between(*this, entry);
+    Start later = start();
     holder.reset();
-    EXPECT_EQ(second.status, 7) << c.name << "\n" << second.log;
-    EXPECT_TRUE(text::contains(second.log, c.logged)) << c.name << "\n" << second.log;
-    EXPECT_EQ(text::contains(second.log, "jre destination"), c.second != Second::kUses)
-        << c.name << ": extracted or not";
+    EXPECT_EQ(later.status, 7) << name << "\n" << later.log;
+    EXPECT_TRUE(text::contains(later.log, logged)) << name << "\n" << later.log;
+    EXPECT_EQ(text::contains(later.log, "jre destination"), second != Second::kUses) << name << ": extracted or not";
     std::vector<std::string> after = namesIn(runtimeDir);
-    if (c.second == Second::kTemporary) {
-      EXPECT_TRUE(text::startsWith(second.runtime, tmp / "t/")) << c.name << " " << second.runtime;
+    if (second == Second::kTemporary) {
+      EXPECT_TRUE(text::startsWith(later.runtime, tmp / "t/")) << name << " " << later.runtime;
       continue;
     }
-    ASSERT_EQ(after.size(), 1u) << c.name << ": only the current entry stays";
-    EXPECT_EQ(second.runtime, runtimeDir + "/" + after[0] + "/jre.bundle") << c.name;
-    EXPECT_EQ(after[0] == entries[0], c.second == Second::kUses || c.name == std::string("runtime library missing"))
-        << c.name << ": the entry is named after the archive's content";
-    EXPECT_TRUE(namesIn(tmp / "t").empty()) << c.name;
+    ASSERT_EQ(after.size(), 1u) << name << ": only the current entry stays";
+    EXPECT_EQ(later.runtime, runtimeDir + "/" + after[0] + "/jre.bundle") << name;
+    EXPECT_EQ(after[0] == entries[0], second == Second::kUses || name == std::string("runtime library missing"))
+        << name << ": the entry is named after the archive's content";
+    EXPECT_TRUE(namesIn(tmp / "t").empty()) << name;
   }
 }
 
@@ -184,12 +174,8 @@ TEST_F(RuntimeCache, ArchiveFileKnownByItsStampUntilItIsWritten) {
 
 // Refused cache directories: unpacked into the temporary directory, nothing written there.
 TEST_F(RuntimeCache, RefusedCacheDirectoriesFallBackToTheTemporaryDirectory) {
-  struct Case {
-    const char* name;
-    std::function<void(RuntimeCache&)> prepare;
-    const char* reason;
-  };
-  const std::vector<Case> cases = {
+  const std::tuple<const char*, std::function<void(RuntimeCache&)>, const char*> cases[] = {
+      // name, prepare, reason
       {"symbolic link",
        [](RuntimeCache& t) {
          fs::createDirectory(t.tmp / "elsewhere", false);
@@ -211,27 +197,20 @@ TEST_F(RuntimeCache, RefusedCacheDirectoriesFallBackToTheTemporaryDirectory) {
        "runtime is not owned by the user"},
       // Last: it changes the bundle. ".." as a directory name would lead out of the cache.
       {"a name that is no directory name",
-       [](RuntimeCache& t) {
-         writePlist(t.app + "/Contents/Info.plist",
-                    PlistValue(PlistDict{{"CFBundleName", ".."},
-                                         {"bwk.reuseUnpackedRuntime", true},
-                                         {"JavaVM", PlistValue(PlistDict{{"MainClass", "demo.Main"}})}}));
-       },
+       [](RuntimeCache& t) { writePlist(t.app + "/Contents/Info.plist", info("..")); },
        "no usable CFBundleIdentifier or CFBundleName"},
   };
-  for (const Case& c : cases) {
+  for (const auto& [name, prepare, reason] : cases) {
     stdfs::remove_all(tmp / "cache");
     stdfs::remove_all(tmp / "elsewhere");
     packRuntime("first");
-    c.prepare(*this);
+    prepare(*this);
     Start s = start();
-    EXPECT_TRUE(text::contains(s.log, "runtime cache refused")) << c.name << "\n" << s.log;
-    EXPECT_TRUE(text::contains(s.log, c.reason)) << c.name << "\n" << s.log;
-    EXPECT_EQ(s.status, 7) << c.name << "\n" << s.log;
-    EXPECT_TRUE(text::startsWith(s.runtime, tmp / "t/")) << c.name << " " << s.runtime;
-    EXPECT_TRUE(namesIn(tmp / "elsewhere").empty()) << c.name;
-    EXPECT_TRUE(namesIn(runtimeDir).empty()) << c.name;
-    EXPECT_TRUE(namesIn(tmp / "t").empty()) << c.name;
+    EXPECT_TRUE(text::contains(s.log, "runtime cache refused") && text::contains(s.log, reason)) << name << "\n"
+                                                                                                 << s.log;
+    EXPECT_EQ(s.status, 7) << name << "\n" << s.log;
+    EXPECT_TRUE(text::startsWith(s.runtime, tmp / "t/")) << name << " " << s.runtime;
+    EXPECT_EQ(namesIn(tmp / "elsewhere").size() + namesIn(runtimeDir).size() + namesIn(tmp / "t").size(), 0u) << name;
   }
 }
 

@@ -1,8 +1,5 @@
 // Application mode on a private X server: progress window, Cancel, fallback, GTK only when shown.
-#include <filesystem>
-#include <tuple>
 
-#include "base/fs.h"
 #include "gui_support.h"
 
 namespace bwk::test {
@@ -13,7 +10,6 @@ class Window : public ::testing::Test {
   void SetUp() override {
     if (!x.running()) GTEST_SKIP() << "no Xvfb here";
     fs::createDirectory(tmp / "t", false);
-    record = tmp / "record.txt";
   }
 
   // tmp/rt.tar.gz: a fake runtime padded with `padMegabytes` of random data; sets `tarSize`.
@@ -45,19 +41,15 @@ class Window : public ::testing::Test {
     std::string archive = app + "/Contents/Resources/app/jre.tar.gz";
     shell("mkdir -p " + tmp / "pieces " + app + "/Contents/Resources/app && mkfifo " + archive + " && split -b 65536 " +
           tmp / "rt.tar.gz " + tmp / "pieces/p.");
-    return std::make_unique<Background>(
-        std::vector<std::string>{
-            "/bin/sh", "-c",
-            "for f in " + tmp / "pieces/p.*; do cat $f || exit; sleep " + pause + "; done > " + archive},
-        std::vector<std::string>{});
+    std::string feed = "for f in " + tmp / "pieces/p.*; do cat $f || exit; sleep " + pause + "; done > " + archive;
+    return std::make_unique<Background>(std::vector<std::string>{"/bin/sh", "-c", feed}, std::vector<std::string>{});
   }
 
   // Entries of `extra` replace those of the same name.
   std::vector<std::string> env(std::vector<std::string> extra = {}) {
-    std::vector<std::string> e{"DISPLAY=" + x.display(), "TMPDIR=" + tmp / "t", "FAKE_JLI_RECORD=" + record,
-                               "FAKE_JLI_STATUS=7", "LANGUAGE=en"};
-    e.insert(e.end(), extra.begin(), extra.end());
-    return launcherEnvironment(e);
+    extra.insert(extra.begin(), {"DISPLAY=" + x.display(), "TMPDIR=" + tmp / "t", "FAKE_JLI_RECORD=" + record,
+                                 "FAKE_JLI_STATUS=7", "LANGUAGE=en"});
+    return launcherEnvironment(extra);
   }
   size_t entriesIn(const std::string& dir) {
     return fs::listDirectory(dir).value_or(std::vector<std::string>{"?"}).size();
@@ -65,7 +57,7 @@ class Window : public ::testing::Test {
 
   Xvfb x;
   TempDir tmp;
-  std::string record;
+  std::string record = tmp / "record.txt";
   int64_t tarSize = 0;
 };
 

@@ -1,13 +1,8 @@
 // A launcher made by brackwood-embed, started with the authorization-restart marker: a
 // configuration that cannot be read stops the launch.
-#include <gtest/gtest.h>
-
-#include <filesystem>
 
 #include "../e2e/e2e_support.h"
-#include "base/strings.h"
 #include "platform/elf_note.h"
-#include "test_support.h"
 
 namespace bwk::test {
 namespace {
@@ -40,21 +35,17 @@ TEST_F(CommandLineLauncher, UnreadableConfigurations) {
   writePlist(tmp / "config.plist",
              PlistValue(PlistDict{{"JavaVM", PlistValue(PlistDict{{"MainClass", "com.example.Tool"}})}}));
   const std::string made = tmp / "tool";
-  struct Case {
-    const char* name;
-    std::optional<uint32_t> descriptorSize, length;  // no size: the property list's end tag is broken
-    bool launches;
-  };
-  const std::vector<Case> cases = {
+  // name, descriptor size and length L (no size: the property list's end tag is broken), launches
+  const std::tuple<const char*, std::optional<uint32_t>, std::optional<uint32_t>, bool> cases[] = {
       {"broken property list", {}, {}, false},
       {"length zero in a region of 5 bytes", 5, 0, false},
       {"a region of 4 bytes", 4, {}, true},
   };
-  for (const Case& c : cases) {
+  for (const auto& [name, descriptorSize, length, launches] : cases) {
     std::filesystem::remove(record);
     ASSERT_EQ(run({BWK_EMBED, BWK_LAUNCHER, tmp / "config.plist", made}).status, 0);
-    if (c.descriptorSize) {
-      patchRegion(made, *c.descriptorSize, c.length);
+    if (descriptorSize) {
+      patchRegion(made, *descriptorSize, length);
     } else {
       std::string bytes = readFile(made);
       writeFile(made, bytes.replace(bytes.rfind("</plist>"), 8, "</plixx>"));  // the note comes last
@@ -62,11 +53,11 @@ TEST_F(CommandLineLauncher, UnreadableConfigurations) {
     std::filesystem::copy_file(made, app + "/Contents/MacOS/Tool", std::filesystem::copy_options::overwrite_existing);
     RunResult r = run({app + "/Contents/MacOS/Tool", "__bwk_auth_restart", tmp / "jdk"},
                       launcherEnvironment({"FAKE_JLI_RECORD=" + record}));
-    EXPECT_EQ(r.status, c.launches ? 0 : 1) << c.name << ": " << r.err;
-    EXPECT_EQ(text::contains(r.err, "] Failed to parse plist: "), !c.launches) << c.name << ": " << r.err;
-    EXPECT_EQ(text::endsWith(r.err, "ERROR: Could not load embedded plist.\n"), !c.launches) << c.name << ": " << r.err;
+    EXPECT_EQ(r.status, launches ? 0 : 1) << name << ": " << r.err;
+    EXPECT_EQ(text::contains(r.err, "] Failed to parse plist: "), !launches) << name << ": " << r.err;
+    EXPECT_EQ(text::endsWith(r.err, "ERROR: Could not load embedded plist.\n"), !launches) << name << ": " << r.err;
     std::vector<std::string> argv = readRecord(record).argv;
-    EXPECT_EQ(std::find(argv.begin(), argv.end(), "com.example.FromBundle") != argv.end(), c.launches) << c.name;
+    EXPECT_EQ(std::find(argv.begin(), argv.end(), "com.example.FromBundle") != argv.end(), launches) << name;
   }
 }
 

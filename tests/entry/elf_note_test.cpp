@@ -1,10 +1,7 @@
 // Reading the configuration note from ELF files: the file walk over headers that may point
 // anywhere (accepted notes are read back by the embedding tests).
-#include <gtest/gtest.h>
 
 #include <cstring>
-#include <string>
-#include <vector>
 
 #include "platform/elf_note.h"
 #include "test_support.h"
@@ -23,13 +20,8 @@ TEST(ElfNote, HostileHeadersGiveNothing) {
   std::optional<elf::FileLayout> layout = elf::readFileLayout(elf::readFromMemory(original), original.size(), &error);
   ASSERT_TRUE(layout) << error;
   EXPECT_FALSE(elf::findNoteDescriptor(elf::readFromMemory(original), original.size()));
-  struct Patch {
-    const char* name;
-    size_t at;
-    int width;
-    uint64_t value;
-  };
-  std::vector<Patch> patches = {
+  const std::tuple<const char*, size_t, int, uint64_t> patches[] = {
+      // name, offset, width, value
       {"section table past the end", 40, 8, uint64_t{1} << 40},
       {"section table offset that wraps", 40, 8, ~uint64_t{0} - 10},
       {"section count past the end", 60, 2, 0xfff0},
@@ -39,13 +31,13 @@ TEST(ElfNote, HostileHeadersGiveNothing) {
       {"big-endian data", 5, 1, 2},
       {"program headers past the end", 32, 8, uint64_t{1} << 40},
   };
-  for (const Patch& p : patches) {
+  for (const auto& [name, at, width, value] : patches) {
     Bytes file = original;
-    for (int i = 0; i < p.width; ++i) file[p.at + i] = static_cast<uint8_t>(p.value >> (8 * i));  // little-endian
-    EXPECT_FALSE(elf::readFileLayout(elf::readFromMemory(file), file.size(), &error)) << p.name;
-    EXPECT_FALSE(error.empty()) << p.name;
+    for (int i = 0; i < width; ++i) file[at + i] = static_cast<uint8_t>(value >> (8 * i));  // little-endian
     error.clear();
-    EXPECT_FALSE(elf::findNoteDescriptor(elf::readFromMemory(file), file.size())) << p.name;
+    EXPECT_FALSE(elf::readFileLayout(elf::readFromMemory(file), file.size(), &error)) << name;
+    EXPECT_FALSE(error.empty()) << name;
+    EXPECT_FALSE(elf::findNoteDescriptor(elf::readFromMemory(file), file.size())) << name;
   }
   // Every truncation of the file.
   for (size_t length : {size_t{3}, size_t{64}, original.size() - 1}) {

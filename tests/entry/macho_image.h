@@ -1,11 +1,9 @@
 #pragma once
 // Builds small 64-bit Mach-O files for the tests: a header, the load commands given, and
 // zero bytes up to the file size.
-#include <algorithm>
-#include <cstdint>
 #include <cstring>
-#include <string>
-#include <vector>
+
+#include "test_support.h"
 
 namespace bwk::test {
 
@@ -18,16 +16,14 @@ template <typename... T>
 void putEach(Bytes& b, size_t at, T... values) {
   ((std::memcpy(b.data() + at, &values, sizeof values), at += sizeof values), ...);
 }
-inline uint32_t get32(const Bytes& b, size_t at) {
-  uint32_t v;
-  std::memcpy(&v, b.data() + at, 4);
+template <typename T>
+T get(const Bytes& b, size_t at) {
+  T v;
+  std::memcpy(&v, b.data() + at, sizeof v);
   return v;
 }
-inline uint64_t get64(const Bytes& b, size_t at) {
-  uint64_t v;
-  std::memcpy(&v, b.data() + at, 8);
-  return v;
-}
+inline uint32_t get32(const Bytes& b, size_t at) { return get<uint32_t>(b, at); }
+inline uint64_t get64(const Bytes& b, size_t at) { return get<uint64_t>(b, at); }
 
 struct SectionSpec {
   std::string name;

@@ -2,18 +2,10 @@
 // lines, and the legacy start that detaches before the runtime starts. Each case runs the
 // command-line path in a child process, with a fake runtime that records its vector.
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sys/wait.h>
-#include <unistd.h>
-
-#include <chrono>
-#include <filesystem>
-#include <thread>
 
 #include "../e2e/e2e_support.h"
-#include "base/strings.h"
 #include "entry/entry.h"
-#include "test_support.h"
 
 namespace bwk::test {
 namespace {
@@ -26,9 +18,7 @@ class ServiceControl : public ::testing::Test {
     PlistDict javaVM{{"MainClass", "com.example.Service"},
                      {"ArgumentArray", PlistValue(PlistArray{"configured"})},
                      {"SearchSequence", PlistValue(PlistArray{"R" + tmp / "jdk"})}};
-    PlistDict config{{"CFBundleName", "Service"}, {"JavaVM", PlistValue(javaVM)}};
-    config["bwk.service"] = mode;
-    return PlistValue(config);
+    return PlistValue(PlistDict{{"CFBundleName", "Service"}, {"bwk.service", mode}, {"JavaVM", javaVM}});
   }
 
   // Runs the command-line path as "/opt/tools/mytool `words`" in a child, output in tmp/out
@@ -61,8 +51,7 @@ class ServiceControl : public ::testing::Test {
 
   // Waits for a file to hold `text` (the detached service writes it later).
   bool waitFor(const std::string& file, const std::string& text) {
-    for (int i = 0; i < 200 && !text::contains(readFile(file), text); ++i)
-      std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    for (int i = 0; i < 200 && !text::contains(readFile(file), text); ++i) sleepMs(50);
     return text::contains(readFile(file), text);
   }
 
@@ -76,13 +65,8 @@ const std::string kUsage = "Usage: mytool {start|stop|run|run-redirect}\n";
 // A launch puts the action before the configured arguments and the mode among the options;
 // a mode that is not a string is none, and the word an ordinary argument.
 TEST_F(ServiceControl, ActionsOfEachMode) {
-  struct Case {
-    PlistValue mode;
-    std::vector<std::string> words;
-    bool launches;
-    std::string printed;
-  };
-  std::vector<Case> cases = {
+  const std::tuple<PlistValue, std::vector<std::string>, bool, std::string> cases[] = {
+      // mode, words, launches
       {"legacy", {"stop"}, true, "Shutting down mytool\n"},
       {"legacy", {"run-redirect", "extra"}, true, ""},
       {"legacy", {"Stop"}, false, kLegacyUsage},
@@ -92,19 +76,19 @@ TEST_F(ServiceControl, ActionsOfEachMode) {
       {"Legacy", {"status"}, false, kUsage},
       {1, {"status"}, true, ""},
   };
-  for (const Case& c : cases) {
-    const std::string* mode = c.mode.asString();
-    std::string label = (mode ? *mode : "1") + " " + text::join(c.words, " ");
+  for (const auto& [value, words, launches, printed] : cases) {
+    const std::string* mode = value.asString();
+    std::string label = (mode ? *mode : "1") + " " + text::join(words, " ");
     std::filesystem::remove(tmp / "record");
-    int status = runCli(configuration(c.mode), c.words);
-    EXPECT_EQ(readFile(tmp / "out"), c.printed) << label;
-    EXPECT_EQ(status, c.launches ? 7 : 1) << label << readFile(tmp / "err");  // 7: the runtime's status
-    EXPECT_EQ(std::filesystem::exists(tmp / "record"), c.launches) << label;
-    if (!c.launches) continue;
+    int status = runCli(configuration(value), words);
+    EXPECT_EQ(readFile(tmp / "out"), printed) << label;
+    EXPECT_EQ(status, launches ? 7 : 1) << label << readFile(tmp / "err");  // 7: the runtime's status
+    EXPECT_EQ(std::filesystem::exists(tmp / "record"), launches) << label;
+    if (!launches) continue;
     std::vector<std::string> argv = readRecord(tmp / "record").argv;
     auto main = std::find(argv.begin(), argv.end(), "com.example.Service");
     ASSERT_LE(main + 3, argv.end()) << label;
-    std::vector<std::string> expected{c.words[0], "configured"};
+    std::vector<std::string> expected{words[0], "configured"};
     if (!mode) std::swap(expected[0], expected[1]);
     EXPECT_EQ(std::vector(main + 1, main + 3), expected) << label;
     auto option =

@@ -1,5 +1,4 @@
 // Whether a start runs as an application with windows or in command-line mode.
-#include <gtest/gtest.h>
 
 #include "entry/entry.h"
 #include "test_support.h"

@@ -1,16 +1,9 @@
 // Workspace relaunch through the real launcher: the bundle's executable is started as a
 // process of its own, and the launcher lives as long as it, passing termination signals on.
-#include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/wait.h>
 
-#include <chrono>
-#include <filesystem>
-#include <thread>
-
 #include "../e2e/e2e_support.h"
-#include "base/strings.h"
-#include "test_support.h"
 
 namespace bwk::test {
 namespace {
@@ -66,36 +59,32 @@ class WorkspaceRelaunch : public ::testing::Test {
 // The hidden marker is given no arguments; a signal to the launcher reaches the application,
 // and the launcher ends only after it.
 TEST_F(WorkspaceRelaunch, LivesAsLongAsTheApplication) {
-  struct Case {
-    std::vector<std::string> words;
-    int signal;  // 0: the application ends by itself
-    std::string args, signals, folder = "";
-  };
-  const std::vector<Case> cases = {
-      {{"__bwk_workspace_open", "one", "two words"}, 0, "2\none\ntwo words\n", ""},
-      {{"__bwk_workspace_open_hidden"}, 0, "0\n", ""},
-      {{"__bwk_workspace_open"}, SIGTERM, "0\n", "TERM\n"},
-      {{"__bwk_workspace_open"}, SIGINT, "0\n", "INT\n"},
-      {{"__bwk_workspace_open"}, SIGHUP, "0\n", "HUP\n"},
+  // the words, the signal (0: the application ends by itself), the arguments and signals it saw, its folder
+  const std::tuple<std::vector<std::string>, int, std::string, std::string, std::string> cases[] = {
+      {{"__bwk_workspace_open", "one", "two words"}, 0, "2\none\ntwo words\n", "", ""},
+      {{"__bwk_workspace_open_hidden"}, 0, "0\n", "", ""},
+      {{"__bwk_workspace_open"}, SIGTERM, "0\n", "TERM\n", ""},
+      {{"__bwk_workspace_open"}, SIGINT, "0\n", "INT\n", ""},
+      {{"__bwk_workspace_open"}, SIGHUP, "0\n", "HUP\n", ""},
       // Not UTF-8 (an old archive's file name, a Latin-1 command line): the same bytes arrive.
       {{"__bwk_workspace_open", "caf\xe9"}, 0, "1\ncaf\xe9\n", "", "r\xe9sum\xe9"},
   };
-  for (const Case& c : cases) {
-    const std::string label = c.words.front() + " " + std::to_string(c.signal);
-    makeApp(c.signal ? 30 : 1, {{"CFBundleExecutable", "app"}}, c.folder);
-    pid_t launcher = startLauncher(c.words);
+  for (const auto& [words, signal, args, signals, folder] : cases) {
+    const std::string label = words.front() + " " + std::to_string(signal);
+    makeApp(signal ? 30 : 1, {{"CFBundleExecutable", "app"}}, folder);
+    pid_t launcher = startLauncher(words);
     pid_t app = waitForApp();
     ASSERT_NE(app, 0) << readFile(tmp / "err");
     std::string stat = readFile("/proc/" + std::to_string(app) + "/stat");
     EXPECT_EQ(text::split(stat.substr(stat.rfind(')') + 2), " ").at(3), std::to_string(app)) << "a session it leads";
-    if (c.signal) {
+    if (signal) {
       std::this_thread::sleep_for(std::chrono::milliseconds(100));  // the identifier is known by now
-      ASSERT_EQ(kill(launcher, c.signal), 0);
+      ASSERT_EQ(kill(launcher, signal), 0);
     }
     EXPECT_EQ(waitStatus(launcher), 0) << label << readFile(tmp / "err");
     EXPECT_NE(kill(app, 0), 0) << label << ": the application has ended";
-    EXPECT_EQ(readFile(tmp / "args"), c.args) << label;
-    EXPECT_EQ(readFile(tmp / "signals"), c.signals) << label;
+    EXPECT_EQ(readFile(tmp / "args"), args) << label;
+    EXPECT_EQ(readFile(tmp / "signals"), signals) << label;
   }
 }
 

@@ -1,8 +1,5 @@
 #include <zlib.h>
 
-#include <algorithm>
-
-#include "base/fs.h"
 #include "launch_fixture.h"
 #include "launcher/aot_cache.h"
 
@@ -29,6 +26,7 @@ class AotCache : public LaunchFixture {
   }
   ScopedEnvironment env;
   std::string appRootDir;
+  const PlistDict enabledInC{{"AotCacheEnabled", true}, {"AotCacheBuildId", "b"}, {"AotCachePath", tmp / "c/app"}};
 };
 
 const PlistDict enabled{{"AotCacheEnabled", true}, {"AotCacheBuildId", "b1"}};
@@ -58,15 +56,12 @@ TEST_F(AotCache, TrainsThenUsesTheDefaultLocation) {
 }
 
 TEST_F(AotCache, VersionKeys) {
-  struct Case {
-    const char* version;
-    const char* key;
-  } cases[] = {{"25.0.1", "25.0.1"}, {"25", "25"}, {"25.0.1.2", "25.0.1"}, {"25+36", "25.36"}, {"25-ea", "25"}};
-  for (const Case& c : cases) {
-    std::vector<std::string> options =
-        optionsFor({{"AotCacheEnabled", true}, {"AotCacheBuildId", "b"}, {"AotCachePath", tmp / "c/app"}}, c.version);
-    ASSERT_EQ(options.size(), 3u) << c.version;
-    EXPECT_EQ(options[2], "-XX:AOTCacheOutput=" + tmp / "c/app-b-" + c.key + "-" +
+  const std::pair<const char*, const char*> cases[] = {
+      {"25.0.1", "25.0.1"}, {"25", "25"}, {"25.0.1.2", "25.0.1"}, {"25+36", "25.36"}, {"25-ea", "25"}};
+  for (const auto& [version, key] : cases) {
+    std::vector<std::string> options = optionsFor(enabledInC, version);
+    ASSERT_EQ(options.size(), 3u) << version;
+    EXPECT_EQ(options[2], "-XX:AOTCacheOutput=" + tmp / "c/app-b-" + key + "-" +
                               std::to_string(crc(tmp / "jdk-25.jdk/Contents/Home")) + ".aot");
   }
 }
@@ -77,8 +72,7 @@ TEST_F(AotCache, TrainingRemovesStaleFilesOfTheStemOnly) {
   writeFile(tmp / "c/application.aot", "");  // no "-" after the stem: kept
   writeFile(tmp / "c/keep.aot", "");
   shell("mkdir -p " + tmp / "c/app-dir");
-  EXPECT_EQ(optionsFor({{"AotCacheEnabled", true}, {"AotCacheBuildId", "b"}, {"AotCachePath", tmp / "c/app"}}).size(),
-            3u);
+  EXPECT_EQ(optionsFor(enabledInC).size(), 3u);
   auto left = *fs::listDirectory(tmp / "c");
   std::sort(left.begin(), left.end());
   EXPECT_EQ(left, (std::vector<std::string>{"app-dir", "application.aot", "keep.aot"}));

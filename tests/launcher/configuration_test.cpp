@@ -1,15 +1,9 @@
-// From a configuration to values: the directory layouts, messages, variables, option files
-// and the Java parameters, each as a table.
-#include <algorithm>
-
-#include "base/errors.h"
-#include "base/strings.h"
+// From a configuration to values: the directory layouts, variables, option files and the
+// Java parameters, each as a table.
 #include "launch_fixture.h"
 #include "launcher/java_parameters.h"
-#include "launcher/messages.h"
 #include "launcher/option_files.h"
 #include "launcher/variables.h"
-#include "platform/platform.h"
 
 namespace bwk::test {
 namespace {
@@ -27,42 +21,37 @@ class Configuration : public LaunchFixture {
 };
 
 TEST_F(Configuration, DirectoryLayouts) {
-  struct Case {
-    const char* name;
-    PlistDict info;
-    std::string root, launcherDir, mainBundle;
-    OptionalString workingDirectory = std::nullopt;
-  };
   std::string apps = tmp / "Apps";
   ScopedEnvironment env{{"BWK_T_SUB", "sub"}};
-  const std::vector<Case> cases = {
+  auto workIn = [](const char* dir) { return PlistValue(PlistDict{{"WorkingDirectory", dir}}); };
+  // appRootDir, launcherDirInApp, mainBundlePath; the working directory (absent: the main bundle)
+  using Case = std::tuple<const char*, PlistDict, std::string, std::string, std::string, OptionalString>;
+  const Case cases[] = {
       Case("baseDir of another type, working directory beside the launcher",
-           {{"bwk.baseDir", 3}, {"JavaVM", PlistValue(PlistDict{{"WorkingDirectory", "work/../w"}})}}, appRoot, appRoot,
-           bundle, appRoot + "/w"),
+           {{"bwk.baseDir", 3}, {"JavaVM", workIn("work/../w")}}, appRoot, appRoot, bundle, appRoot + "/w"),
       Case("launcherDir with a variable, absolute working directory",
-           {{"bwk.launcherDir", "bin/${BWK_T_SUB}"}, {"JavaVM", PlistValue(PlistDict{{"WorkingDirectory", "/x//y/"}})}},
-           appRoot, appRoot + "/bin/sub", bundle, "/x/y"),
-      Case("baseDir beside the bundle", {{"bwk.baseDir", "./x/../Tool/"}}, apps + "/Tool", apps, bundle),
+           {{"bwk.launcherDir", "bin/${BWK_T_SUB}"}, {"JavaVM", workIn("/x//y/")}}, appRoot, appRoot + "/bin/sub",
+           bundle, "/x/y"),
+      Case("baseDir beside the bundle", {{"bwk.baseDir", "./x/../Tool/"}}, apps + "/Tool", apps, bundle, {}),
       Case("single bundle elsewhere", {{"bwk.baseDir", "Root/a/b/c"}, {"bwk.inSingleBundle", true}},
-           apps + "/Root/a/b/c", apps, apps + "/Root"),
+           apps + "/Root/a/b/c", apps, apps + "/Root", {}),
   };
-  for (const Case& c : cases) {
-    const LaunchContext& context = bundleLaunch(c.info);
-    const LaunchPaths& paths = context.paths;
-    EXPECT_EQ(workingDirectory(context, runtime()), c.workingDirectory.value_or(c.mainBundle)) << c.name;
-    EXPECT_EQ(paths.appRootDir, c.root) << c.name;
-    EXPECT_EQ(paths.launcherDirInApp, c.launcherDir) << c.name;
-    EXPECT_EQ(paths.mainBundlePath, c.mainBundle) << c.name;
+  for (const auto& [name, info, root, launcherDir, mainBundle, work] : cases) {
+    const LaunchContext& context = bundleLaunch(info);
+    EXPECT_EQ(workingDirectory(context, runtime()), work.value_or(mainBundle)) << name;
+    EXPECT_EQ(context.paths.appRootDir, root) << name;
+    EXPECT_EQ(context.paths.launcherDirInApp, launcherDir) << name;
+    EXPECT_EQ(context.paths.mainBundlePath, mainBundle) << name;
   }
 
   // A command-line launcher that does not know its own path has no directories, and nothing
   // is read from or resolved against the current directory in their place.
-  const LaunchContext& unknown =
-      commandLineLaunch({{"bwk.baseDir", "x"},
-                         {"JavaVM", PlistValue(PlistDict{{"ClassPath", "${launcher:sys.appRootDir}/*"},
-                                                         {"WorkingDirectory", "work"},
-                                                         {"VMOptionArray", list({"-include-options o.vmoptions"})}})}},
-                        std::nullopt, {"/tool"});
+  const LaunchContext& unknown = commandLineLaunch(
+      {{"bwk.baseDir", "x"},
+       {"JavaVM", PlistValue(PlistDict{{"ClassPath", "${launcher:sys.appRootDir}/*"},
+                                       {"WorkingDirectory", "work"},
+                                       {"VMOptionArray", stringArray({"-include-options o.vmoptions"})}})}},
+      std::nullopt, {"/tool"});
   EXPECT_EQ(unknown.paths.appRootDir, std::nullopt);
   EXPECT_EQ(unknown.paths.launcherDirInApp, std::nullopt);
   EXPECT_TRUE(optionFiles(unknown).empty());
@@ -77,11 +66,8 @@ TEST_F(Configuration, VariablesInOnePass) {
       {"BWK_T_PLAIN", "plain"}, {"BWK_T_DIR", "resolved"}, {"BWK_T_HOLDS_LAUNCHER", "${launcher:sys.appRootDir}"}};
   makeFakeRuntime(tmp / "rt.jdk", "17.0.2", "bundle");
   makeFakeRuntime(tmp / "plain", "17.0.2", "home");
-  struct Case {
-    OptionalString in;
-    OptionalString runtime;
-    OptionalString out;
-  } cases[] = {
+  const std::tuple<OptionalString, OptionalString, OptionalString> cases[] = {
+      // text, runtime, replaced
       {std::nullopt, std::nullopt, std::nullopt},
       {"${launcher:sys.appRootDir}/lib", {}, appRoot + "/lib"},
       {"${launcher:sys.mainBundle}", {}, bundle},
@@ -96,17 +82,15 @@ TEST_F(Configuration, VariablesInOnePass) {
       // An environment value is inserted after the launcher variables: it keeps its reference.
       {"${BWK_T_HOLDS_LAUNCHER}", {}, "${launcher:sys.appRootDir}"},
   };
-  for (const Case& c : cases)
-    EXPECT_EQ(replaceVariables(c.in, VariableScope{context.paths, c.runtime}), c.out) << c.in.value_or("(absent)");
+  for (const auto& [in, runtime, out] : cases)
+    EXPECT_EQ(replaceVariables(in, VariableScope{context.paths, runtime}), out) << in.value_or("(absent)");
 }
 
 TEST_F(Configuration, ArtifactPaths) {
   for (const char* file : {"x.jar", "y.JAR", "z.zip", "readme.txt", "dir.jar/inner"})
     writeFile(tmp / "lib/" + file, "");
   ScopedEnvironment env{{"BWK_T_CP", "/e/1.jar:/e/2.jar"}, {"BWK_T_UNSET", std::nullopt}};
-  struct Case {
-    OptionalString in, out;
-  } cases[] = {
+  const std::pair<OptionalString, OptionalString> cases[] = {
       {std::nullopt, std::nullopt},
       {"a.jar::b.jar", "a.jar::b.jar"},
       {"a.jar:$BWK_T_CP", "a.jar:/e/1.jar:/e/2.jar"},
@@ -114,7 +98,7 @@ TEST_F(Configuration, ArtifactPaths) {
       {"*", "*"},
       {tmp / "missing/*", std::nullopt},
   };
-  for (const Case& c : cases) EXPECT_EQ(resolveArtifactPath(c.in), c.out) << c.in.value_or("(absent)");
+  for (const auto& [in, out] : cases) EXPECT_EQ(resolveArtifactPath(in), out) << in.value_or("(absent)");
   // Listing order is the file system's: compare as sets.
   OptionalString listed = resolveArtifactPath(std::string("first.jar:" + tmp / "lib/*"));
   ASSERT_TRUE(listed);
@@ -127,13 +111,8 @@ TEST_F(Configuration, ArtifactPaths) {
 TEST_F(Configuration, OptionFileLinesAndClassPath) {
   VariableScope scope{bundleLaunch({}).paths, std::nullopt};
   ScopedEnvironment env{{"BWK_TEST_OPT", "from-env"}};
-  struct Case {
-    const char* name;
-    std::string contents;
-    OptionalString classPathBefore;
-    std::vector<std::string> options;
-    OptionalString classPathAfter;
-  } cases[] = {
+  // name, the file, the class path before, the options read, the class path after
+  const std::tuple<const char*, std::string, OptionalString, std::vector<std::string>, OptionalString> cases[] = {
       {"crlf same as lf", "-Xmx1g\r\n-Dx=1\n", std::nullopt, {"-Xmx1g", "-Dx=1"}, std::nullopt},
       {"blank, comment and trimmed", "  \t \n  # c\n\t-Da=#1  \n", std::nullopt, {"-Da=#1"}, std::nullopt},
       {"never split at blanks", "-Xmx1g -Xms1g\n", std::nullopt, {"-Xmx1g -Xms1g"}, std::nullopt},
@@ -146,12 +125,11 @@ TEST_F(Configuration, OptionFileLinesAndClassPath) {
       {"prefix needs its blank, case matters", "-classpath\n-ClassPath x\n", {}, {"-classpath", "-ClassPath x"}, {}},
       {"not UTF-8: nothing", "-Dname=Gr\xfc\xdf\x65\n", std::string("cp"), {}, std::string("cp")},
   };
-  for (const Case& c : cases) {
-    writeFile(tmp / "case.vmoptions", c.contents);
+  for (const auto& [name, contents, before, expected, after] : cases) {
+    writeFile(tmp / "case.vmoptions", contents);
     std::vector<std::string> options;
-    OptionalString classPath = readOptionsFile(tmp / "case.vmoptions", options, c.classPathBefore, scope);
-    EXPECT_EQ(options, c.options) << c.name;
-    EXPECT_EQ(classPath, c.classPathAfter) << c.name;
+    EXPECT_EQ(readOptionsFile(tmp / "case.vmoptions", options, before, scope), after) << name;
+    EXPECT_EQ(options, expected) << name;
   }
   std::vector<std::string> untouched;
   EXPECT_EQ(readOptionsFile(tmp / "missing.vmoptions", untouched, std::string("cp"), scope), std::string("cp"));
@@ -184,12 +162,13 @@ TEST_F(Configuration, OptionFileIncludes) {
 
 TEST_F(Configuration, ParametersFromStateAndFacts) {
   writeFile(tmp / "Apps/Tool.vmoptions", "-Dsame=1\n");
-  const LaunchContext& context = bundleLaunch({{"CFBundleName", "Tool"},
-                                               {"bwk.service", "legacy"},  // for command-line launchers only
-                                               {"JavaVM", PlistValue(PlistDict{{"VMOptionArray", list({"-Dsame=1"})},
-                                                                               {"ModulePath", "mods:$BWK_T_UNSET_MP"},
-                                                                               {"MainClass", "com.example.${NOT}"},
-                                                                               {"StartOnMainThread", true}})}});
+  const LaunchContext& context =
+      bundleLaunch({{"CFBundleName", "Tool"},
+                    {"bwk.service", "legacy"},  // for command-line launchers only
+                    {"JavaVM", PlistValue(PlistDict{{"VMOptionArray", stringArray({"-Dsame=1"})},
+                                                    {"ModulePath", "mods:$BWK_T_UNSET_MP"},
+                                                    {"MainClass", "com.example.${NOT}"},
+                                                    {"StartOnMainThread", true}})}});
   ChosenRuntime previous = runtime();
   previous.previousInstallation = true;
   LaunchFacts facts{{"-XX:AOTCache=/c.aot"}, std::nullopt, std::string("/b/jre.tar.gz")};
@@ -202,26 +181,24 @@ TEST_F(Configuration, ParametersFromStateAndFacts) {
 }
 
 TEST_F(Configuration, VersionSpecificPatterns) {
-  struct Case {
-    const char* version;
-    int major;
-    PlistArray pairs;
-    std::vector<std::string> expected;
-  } cases[] = {
-      {"17.0.2", 17, {"11-17", list({"-DA"}), "*17.0.*", list({"-DB"})}, {"-DA"}},
-      {"11.0.2", 11, {"11-17", list({"-DA"}), "*11.0.*", list({"-DB"})}, {"-DA"}},
-      {"17.0.2", 17, {"17", list({"-Dbad"}), "*17*", list({"-DB"})}, {"-DB"}},  // malformed skipped
-      {"21.0.1", 21, {"11-17", list({"-DA"}), "*17.0.*", list({"-DB"})}, {}},
-      {"1.8.0_291", 8, {"*1.8.0_2??", list({"-Dlike"}), "*1.8", list({"-Dwhole"})}, {"-Dlike"}},
-      {"17.0.2", 17, {"*17.0.[2]", list({"-Dbracket"}), "x-y", list({"-Dzero"}), "-17", list({"-Dopen"})}, {"-Dopen"}},
-      {"17.0.2", 17, {"1-2-3", list({"-Dthree"}), "11-17"}, {}},  // a single element is no pair
+  const std::tuple<const char*, int, PlistArray, std::vector<std::string>> cases[] = {
+      {"17.0.2", 17, {"11-17", stringArray({"-DA"}), "*17.0.*", stringArray({"-DB"})}, {"-DA"}},
+      {"11.0.2", 11, {"11-17", stringArray({"-DA"}), "*11.0.*", stringArray({"-DB"})}, {"-DA"}},
+      {"17.0.2", 17, {"17", stringArray({"-Dbad"}), "*17*", stringArray({"-DB"})}, {"-DB"}},  // malformed skipped
+      {"21.0.1", 21, {"11-17", stringArray({"-DA"}), "*17.0.*", stringArray({"-DB"})}, {}},
+      {"1.8.0_291", 8, {"*1.8.0_2??", stringArray({"-Dlike"}), "*1.8", stringArray({"-Dwhole"})}, {"-Dlike"}},
+      {"17.0.2",
+       17,
+       {"*17.0.[2]", stringArray({"-Dbracket"}), "x-y", stringArray({"-Dzero"}), "-17", stringArray({"-Dopen"})},
+       {"-Dopen"}},
+      {"17.0.2", 17, {"1-2-3", stringArray({"-Dthree"}), "11-17"}, {}},  // a single element is no pair
   };
-  for (const Case& c : cases) {
-    ChosenRuntime chosen = runtime(c.version, c.major);
+  for (const auto& [version, major, pairs, expected] : cases) {
+    ChosenRuntime chosen = runtime(version, major);
     std::vector<std::string> all =
-        options(bundleLaunch({{"JavaVM", PlistValue(PlistDict{{"VersionSpecificVMOptions", PlistValue(c.pairs)}})}}),
-                {}, &chosen);
-    EXPECT_EQ(std::vector<std::string>(all.begin() + 1, all.end()), c.expected) << c.version << " " << c.pairs.size();
+        options(bundleLaunch({{"JavaVM", PlistValue(PlistDict{{"VersionSpecificVMOptions", PlistValue(pairs)}})}}), {},
+                &chosen);
+    EXPECT_EQ(std::vector<std::string>(all.begin() + 1, all.end()), expected) << version << " " << pairs.size();
   }
 }
 
@@ -231,7 +208,7 @@ TEST_F(Configuration, CommandLineLauncherIdentityAndService) {
   const LaunchContext& context =
       commandLineLaunch({{"bwk.configFileId", "cfg-7"},
                          {"bwk.service", "legacy"},
-                         {"JavaVM", PlistValue(PlistDict{{"ArgumentArray", list({"configured"})}})}},
+                         {"JavaVM", PlistValue(PlistDict{{"ArgumentArray", stringArray({"configured"})}})}},
                         tmp / "bin/tool", {"/bin/tool", "start", "later"});
   EXPECT_EQ(context.paths.mainBundlePath, std::nullopt);
   EXPECT_EQ(context.paths.launcherDirInApp, tmp / "bin/tool.app/Contents/Resources/app");
@@ -245,25 +222,23 @@ TEST_F(Configuration, CommandLineLauncherIdentityAndService) {
 }
 
 TEST_F(Configuration, CommandLinePassThrough) {
-  struct Case {
-    std::optional<bool> passthrough;
-    std::vector<std::string> words;
-    std::vector<std::string> options, args;
-  } cases[] = {
+  using Words = std::vector<std::string>;
+  const std::tuple<std::optional<bool>, Words, Words, Words> cases[] = {
+      // passthrough, command line, options, args
       {std::nullopt, {"/p", "-J-Xmx2g", "x"}, {}, {"-J-Xmx2g", "x"}},  // off unless configured
       {false, {"/p", "-J-Xmx2g", "x"}, {}, {"-J-Xmx2g", "x"}},
       {true, {"/p", "-J-Xmx2g", "x", "-J"}, {"-Xmx2g", ""}, {"x"}},
       {true, {"/p", "-psn_0_1", "-psn_2"}, {}, {"-psn_2"}},
   };
-  for (const Case& c : cases) {
+  for (const auto& [passthrough, words, options, args] : cases) {
     PlistDict info;
-    if (c.passthrough) info["bwk.allowPassthrough"] = *c.passthrough;
-    JavaParameters p = readJavaParameters(bundleLaunch(info, c.words), runtime(), {});
-    EXPECT_EQ(std::vector<std::string>(p.options.begin() + 1, p.options.end()), c.options) << c.words[1];
-    EXPECT_EQ(p.args, c.args) << c.words[1];
+    if (passthrough) info["bwk.allowPassthrough"] = *passthrough;
+    JavaParameters p = readJavaParameters(bundleLaunch(info, words), runtime(), {});
+    EXPECT_EQ(Words(p.options.begin() + 1, p.options.end()), options) << words[1];
+    EXPECT_EQ(p.args, args) << words[1];
   }
   // The command line's arguments follow the configured ones, the first too.
-  PlistDict configured{{"JavaVM", PlistValue(PlistDict{{"ArgumentArray", list({"cfg"})}})}};
+  PlistDict configured{{"JavaVM", PlistValue(PlistDict{{"ArgumentArray", stringArray({"cfg"})}})}};
   EXPECT_EQ(readJavaParameters(bundleLaunch(configured, {"/p", "x"}), runtime(), {}).args,
             (std::vector<std::string>{"cfg", "x"}));
 }

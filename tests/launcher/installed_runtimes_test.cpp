@@ -1,14 +1,10 @@
 // The system's installed runtimes: runtimes made by the tests, mounted over the system's
 // runtime directory in a private mount namespace.
 #include <grp.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <cstdio>
 
-#include "base/fs.h"
 #include "base/path.h"
-#include "base/strings.h"
 #include "launch_fixture.h"
 #include "platform/platform.h"
 
@@ -46,12 +42,8 @@ TEST_F(InstalledRuntimes, FirstInOrderWithinTheRange) {
   writeFile(jvm + "/99-malformed/Contents/Info.plist", "<plist><dict><key>JavaVM</key>");
   writeFile(jvm + "/98-no-version/release", "IMPLEMENTOR=\"x\"\n");
   ASSERT_EQ(symlink((tmp / "nowhere").c_str(), (jvm + "/97-broken").c_str()), 0);
-  struct Case {
-    const char* min;
-    const char* max;
-    bool beta;
-    const char* expected;
-  } cases[] = {
+  const std::tuple<const char*, const char*, bool, const char*> cases[] = {
+      // min, max, beta, chosen
       {nullptr, nullptr, false, "jdk-17.0.2.jdk 17.0.2"},  // not temurin-21: names decide the order
       {nullptr, nullptr, true, "jdk-22-ea.jdk 22-ea"},
       {"18", nullptr, false, "temurin-21.jdk 21.0.1"},
@@ -60,15 +52,15 @@ TEST_F(InstalledRuntimes, FirstInOrderWithinTheRange) {
       {"22", nullptr, false, "none"},
   };
   std::vector<std::string> expected;
-  for (const Case& c : cases) expected.push_back(c.expected);
+  for (const auto& c : cases) expected.push_back(std::get<3>(c));
   for (const char* name : {"jdk-17.0.2.jdk", "openjdk-17.0.1.jdk", "jdk-11.0.12.jdk", "openjdk-11.jdk",
                            "jdk1.8.0_291.jdk", "zulu-17.jdk", "temurin-21.jdk"})
     expected.push_back(name);
   RunResult outcome = withInstalledRuntimes(jvm, [&] {
-    for (const Case& c : cases) {
-      PlistDict info{{"bwk.allowBeta", c.beta}};
-      if (c.min) info["bwk.minVersion"] = c.min;
-      if (c.max) info["bwk.maxVersion"] = c.max;
+    for (const auto& [min, max, beta, _] : cases) {
+      PlistDict info{{"bwk.allowBeta", beta}};
+      if (min) info["bwk.minVersion"] = min;
+      if (max) info["bwk.maxVersion"] = max;
       std::optional<ChosenRuntime> found = findJavaBundle(bundleLaunch(std::move(info)), std::nullopt);
       std::printf("chosen: %s\n",
                   found ? (path::lastComponent(found->path) + " " + found->shortVersion).c_str() : "none");

@@ -1,8 +1,6 @@
 // The key tables the tools write and check by stay true to the sources: every key the
 // launcher looks up in a configuration, and every message it shows, is listed.
-#include <gtest/gtest.h>
 
-#include <filesystem>
 #include <regex>
 #include <set>
 

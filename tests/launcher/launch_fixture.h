@@ -3,15 +3,11 @@
 // runtimes, and a child process with private mounts, so that a test can put its own runtimes
 // at the system's fixed runtime directory.
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sched.h>
 #include <sys/mount.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <cstdio>
-#include <functional>
 #include <memory>
 
 #include "launcher/launch_context.h"
@@ -40,13 +36,8 @@ class LaunchFixture : public ::testing::Test {
     std::optional<ChosenRuntime> runtime = findJavaBundle(context, installer);
     return runtime ? OptionalString(runtime->path) : std::nullopt;
   }
-  static PlistValue list(std::initializer_list<std::string> items) {
-    PlistArray a;
-    for (const std::string& s : items) a.emplace_back(s);
-    return PlistValue(std::move(a));
-  }
   static PlistValue searchSequence(std::initializer_list<std::string> entries) {
-    return PlistValue(PlistDict{{"SearchSequence", list(entries)}});
+    return PlistValue(PlistDict{{"SearchSequence", stringArray(entries)}});
   }
 
   TempDir tmp;

@@ -1,7 +1,6 @@
 // Runtimes of earlier installations, found through the installation records.
 #include <cstdlib>
 
-#include "base/fs.h"
 #include "launch_fixture.h"
 
 namespace bwk::test {
@@ -36,25 +35,18 @@ class PreviousInstallations : public LaunchFixture {
 TEST_F(PreviousInstallations, RuntimesOfRecordedDirectories) {
   const std::string third = tmp / "c", v = "/.brackwood/jre/brackwood_jre_version", j = "/.brackwood/jre.bundle";
   const std::string plugIn = "/Tool.app/Contents/PlugIns/jre.bundle";
-  struct Made {
-    std::string path, text;
-    bool runtimeBundle;  // else a file holding `text`; a bundle gets `text` as its version
-  };
-  struct Case {
-    const char* name;
-    std::vector<Made> made;
-    std::string dirs;
-    OptionalString expected;
-    bool previousInstallation;
-    bool bInSingleBundle = false;
-  } cases[] = {
+  // What is made: a path, a text, a runtime bundle (of the text's version) or else a file holding the text.
+  using Made = std::vector<std::tuple<std::string, std::string, bool>>;
+  // name, made, the recorded directories, the runtime chosen, from a previous installation, b a single bundle
+  using Case = std::tuple<const char*, Made, std::string, OptionalString, bool, bool>;
+  const Case cases[] = {
       // The loop goes on after a's runtime was accepted, but b is never opened.
       Case("a private runtime stops bundle checks", {{a + v, "1.8.0_291", false}, {b + j, "1.8.0_300", true}},
-           a + ";" + b, a + "/.brackwood/jre", false),
-      Case("the last private runtime decides", {{a + v, "1.8.0_291", false}}, b + ";" + a, a + "/.brackwood/jre",
+           a + ";" + b, a + "/.brackwood/jre", false, false),
+      Case("the last private runtime decides", {{a + v, "1.8.0_291", false}}, b + ";" + a, a + "/.brackwood/jre", false,
            false),
       Case("an out-of-range private runtime replaces an accepted one",
-           {{a + v, "1.8.0_291", false}, {b + v, "17.0.2", false}}, a + ";" + b, std::nullopt, false),
+           {{a + v, "1.8.0_291", false}, {b + v, "17.0.2", false}}, a + ";" + b, std::nullopt, false, false),
       Case("bundles in order until one is accepted",
            {{a + j, "17.0.2", true}, {b + plugIn, "1.8.0_291", true}, {third + j, "1.8.0_300", true}},
            ";" + a + ";" + b + ";" + third, b + plugIn, true, true),
@@ -64,46 +56,32 @@ TEST_F(PreviousInstallations, RuntimesOfRecordedDirectories) {
       // Neither a nor b turned bundle checks off, so c's bundle is found.
       Case("unusable version files",
            {{a + v + "/x", "", false}, {b + v, std::string("1.8.0\xff", 6), false}, {third + j, "1.8.0_300", true}},
-           a + ";" + b + ";" + third, third + j, true),
+           a + ";" + b + ";" + third, third + j, true, false),
   };
-  for (const Case& c : cases) {
+  for (const auto& [name, made, dirs, expected, previous, bInSingleBundle] : cases) {
     for (const std::string& dir : {a, b, third}) fs::removeItem(dir);
-    for (const Made& m : c.made)
-      m.runtimeBundle ? makeFakeRuntime(m.path, m.text, "bundle") : writeFile(m.path, m.text);
-    PlistDict records{{"allinstdirs1234-5678", c.dirs}};
-    if (c.bInSingleBundle) records["singleBundleName1234-5678_" + b] = "Tool.app";
+    for (const auto& [path, text, runtimeBundle] : made)
+      runtimeBundle ? makeFakeRuntime(path, text, "bundle") : writeFile(path, text);
+    PlistDict records{{"allinstdirs1234-5678", dirs}};
+    if (bInSingleBundle) records["singleBundleName1234-5678_" + b] = "Tool.app";
     writeRecords(records);
     std::optional<ChosenRuntime> chosen = search();
-    EXPECT_EQ(result, c.expected) << c.name;
+    EXPECT_EQ(result, expected) << name;
     if (chosen) {
-      EXPECT_EQ(chosen->shortVersion, "1.8.0") << c.name;
-      EXPECT_EQ(chosen->previousInstallation, c.previousInstallation) << c.name;
+      EXPECT_EQ(std::pair(chosen->shortVersion, chosen->previousInstallation),
+                std::pair(std::string("1.8.0"), previous))
+          << name;
     }
   }
 }
 
 TEST_F(PreviousInstallations, MissingPiecesFindNothing) {
   writeFile(a + "/.brackwood/jre/brackwood_jre_version", "1.8.0_291");
-  struct Case {
-    const char* name;
-    bool writeFile;
-    PlistDict records;
-    PlistDict extra;
-  } cases[] = {
-      {"no records file", false, {}, {}},
-      {"no application id", true, {{"allinstdirs1234-5678", a}}, {{"bwk.appId", 5}}},
-  };
-  for (Case& c : cases) {
-    SCOPED_TRACE(c.name);
-    fs::removeItem(tmp / "config");
-    if (c.writeFile) writeRecords(c.records);
-    search(c.extra);
-    EXPECT_EQ(result, std::nullopt);
-  }
-  // A records file that is not a property list.
+  EXPECT_FALSE(search()) << "no records file";
+  writeRecords({{"allinstdirs1234-5678", a}});
+  EXPECT_FALSE(search({{"bwk.appId", 5}})) << "no application id";
   writeFile(tmp / "config/brackwood/com.brackwood.installations.plist", "<plist><dict><key>x");
-  search();
-  EXPECT_EQ(result, std::nullopt);
+  EXPECT_FALSE(search()) << "a records file that is not a property list";
 }
 
 }  // namespace

@@ -1,18 +1,10 @@
 // Acceptance of a runtime against the configured range, and opening runtime directories.
-#include <gtest/gtest.h>
-#include <unistd.h>
-
-#include <cstring>
 
 #include "launcher/runtime_checks.h"
 #include "test_support.h"
 
-namespace bwk {
+namespace bwk::test {
 namespace {
-
-using test::TempDir;
-using test::writeFile;
-using test::writePlist;
 
 PlistValue javaVM(const std::string& version) { return PlistValue(PlistDict{{"JVMVersion", version}}); }
 
@@ -23,12 +15,8 @@ std::string outcome(const std::optional<AcceptedVersion>& accepted) {
 
 TEST(RuntimeChecks, BundleVersionAgainstRange) {
   using S = std::optional<std::string>;
-  struct Case {
-    S min, max;
-    bool allowBeta, plugin;
-    S version, evar, info;
-    const char* expected;
-  } cases[] = {
+  // min, max, allowBeta, plugin, version, EvarVersion, CFBundleGetInfoString, outcome
+  const std::tuple<S, S, bool, bool, S, S, S, const char*> cases[] = {
       {"1.8", "1.8", false, false, "1.8.0_291", {}, {}, "1.8.0 8"},
       {"1.8", "1.8", false, false, "11.0.2", {}, {}, "refused"},
       {{}, {}, false, false, "17.0.2+8", {}, {}, "17.0.2 17"},
@@ -47,36 +35,28 @@ TEST(RuntimeChecks, BundleVersionAgainstRange) {
       {{}, "1.8.0.100", false, true, "1.8.0.291", {}, {}, "refused"},
       {"1.7.0.80", "1.7.0.80", false, true, "1.7.80.15", {}, {}, "1.7.80.15 7"},
   };
-  for (const Case& c : cases) {
-    std::optional<AcceptedVersion> accepted =
-        checkBundleVersion(c.min, c.max, c.allowBeta, c.plugin, c.version, c.evar, c.info);
-    EXPECT_EQ(outcome(accepted), c.expected) << c.version.value_or("(absent)");
-    if (accepted) {
-      EXPECT_EQ(accepted->version, *c.version);
-    }
+  for (const auto& [min, max, allowBeta, plugin, version, evar, info, expected] : cases) {
+    std::optional<AcceptedVersion> accepted = checkBundleVersion(min, max, allowBeta, plugin, version, evar, info);
+    EXPECT_EQ(outcome(accepted), expected) << version.value_or("(absent)");
+    EXPECT_EQ(accepted ? std::optional(accepted->version) : std::nullopt, accepted ? version : std::nullopt);
   }
 }
 
 TEST(RuntimeChecks, JavaVersionReadsTheBundle) {
   TempDir tmp;
-  struct Case {
-    const char* name;
-    PlistDict info;
-    bool plugin;
-    const char* expected;
-  } cases[] = {
+  const std::tuple<const char*, PlistDict, bool, const char*> cases[] = {
+      // name, Info.plist, plugin, outcome
       {"jvm", {{"JavaVM", javaVM("17.0.2")}}, false, "17.0.2 17"},
       {"noJvmVersion", {{"JavaVM", PlistValue(PlistDict{})}, {"CFBundleVersion", "1.8.0"}}, false, "refused"},
       {"pluginFallback", {{"JavaVM", PlistValue(PlistDict{})}, {"CFBundleVersion", "1.8.0"}}, true, "1.8.0 8"},
       {"numberVersion", {{"JavaVM", PlistValue(PlistDict{{"JVMVersion", 17}})}}, false, "refused"},
       {"betaInfo", {{"JavaVM", javaVM("17.0.2")}, {"CFBundleGetInfoString", "Team build"}}, false, "refused"},
   };
-  for (Case& c : cases) {
-    writePlist(tmp / c.name + "/Contents/Info.plist", PlistValue(c.info));
-    std::shared_ptr<RuntimeBundle> runtime = RuntimeBundle::open(tmp / c.name);
+  for (const auto& [name, info, plugin, expected] : cases) {
+    writePlist(tmp / name + "/Contents/Info.plist", PlistValue(info));
+    std::shared_ptr<RuntimeBundle> runtime = RuntimeBundle::open(tmp / name);
     ASSERT_TRUE(runtime);
-    EXPECT_EQ(outcome(checkJavaVersion(runtime.get(), std::nullopt, std::nullopt, false, c.plugin)), c.expected)
-        << c.name;
+    EXPECT_EQ(outcome(checkJavaVersion(runtime.get(), std::nullopt, std::nullopt, false, plugin)), expected) << name;
   }
   EXPECT_EQ(outcome(checkJavaVersion(nullptr, std::nullopt, std::nullopt, true, true)), "refused");
   EXPECT_EQ(getJavaMinVersion(PlistValue(PlistDict{{"bwk.minVersion", "11.0.2"}})), "11.0.2");
@@ -93,8 +73,8 @@ std::string opened(const std::string& dir) {
 
 TEST(RuntimeBundle, OpensDirectoriesOnly) {
   TempDir tmp;
-  test::makeFakeRuntime(tmp / "home", "17.0.15");
-  test::makeFakeRuntime(tmp / "bundle", "11.0.2", "bundle");
+  makeFakeRuntime(tmp / "home", "17.0.15");
+  makeFakeRuntime(tmp / "bundle", "11.0.2", "bundle");
   writeFile(tmp / "malformed/Contents/Info.plist", "<plist><dict><key>JavaVM</key>");
   writeFile(tmp / "malformed/release", "JAVA_VERSION=\"17\"\n");
   writeFile(tmp / "bare/README", "");
@@ -116,4 +96,4 @@ TEST(RuntimeBundle, OpensDirectoriesOnly) {
 }
 
 }  // namespace
-}  // namespace bwk
+}  // namespace bwk::test

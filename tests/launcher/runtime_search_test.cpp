@@ -2,7 +2,6 @@
 // shipped and private runtimes, the search sequence, and the unpacking of fixed runtimes.
 #include <cstdlib>
 
-#include "base/fs.h"
 #include "launch_fixture.h"
 
 namespace bwk::test {
@@ -39,25 +38,22 @@ TEST_F(RuntimeSearch, AuthorizationRestartTakesTheGivenRuntimeOrThePrivateOne) {
 }
 
 TEST_F(RuntimeSearch, OverrideLastSourceWins) {
-  struct Case {
-    const char* name;
-    bool plist, file, commandLine;
-    const char* expected;
-  } cases[] = {
+  const std::tuple<const char*, bool, bool, bool, const char*> cases[] = {
+      // in the plist, file, command line
       {"all three", true, true, true, "/c"},
       {"plist and file", true, true, false, "/b"},
       {"plist only", true, false, false, "/a"},
       {"none", false, false, false, nullptr},
   };
-  for (const Case& c : cases) {
+  for (const auto& [name, plist, file, commandLine, expected] : cases) {
     fs::removeItem(tmp / "Apps/Tool.vmoptions");
-    if (c.file) writeFile(tmp / "Apps/Tool.vmoptions", "-Xmx1g\n-jvm=/b\n-Dx=1\n");
+    if (file) writeFile(tmp / "Apps/Tool.vmoptions", "-Xmx1g\n-jvm=/b\n-Dx=1\n");
     PlistDict javaVM;
-    if (c.plist) javaVM["VMOptionArray"] = list({"-jvm=/a", "-Xss1m"});
+    if (plist) javaVM["VMOptionArray"] = stringArray({"-jvm=/a", "-Xss1m"});
     const LaunchContext& context = bundleLaunch(
         {{"bwk.allowPassthrough", true}, {"JavaVM", PlistValue(javaVM)}},
-        c.commandLine ? std::vector<std::string>{"/prog", "-J-jvm=/c", "arg"} : std::vector<std::string>{"/prog"});
-    EXPECT_EQ(findOverrideJvm(context), c.expected ? OptionalString(c.expected) : std::nullopt) << c.name;
+        commandLine ? std::vector<std::string>{"/prog", "-J-jvm=/c", "arg"} : std::vector<std::string>{"/prog"});
+    EXPECT_EQ(findOverrideJvm(context), expected ? OptionalString(expected) : std::nullopt) << name;
   }
 }
 
@@ -109,13 +105,9 @@ TEST_F(RuntimeSearch, SearchSequenceEntries) {
   std::string r21 = runtime("r21", "21.0.1");
   std::string ea = runtime("ea", "22-ea");
   ScopedEnvironment env{{"BWK_TEST_RUNTIME", r17}, {"BWK_TEST_DIR", tmp.path()}, {"BWK_TEST_UNSET", std::nullopt}};
-  struct Case {
-    const char* name;
-    std::vector<std::string> entries;
-    const char* min;
-    bool beta;
-    OptionalString expected;
-  } cases[] = {
+  using Case = std::tuple<const char*, std::vector<std::string>, const char*, bool, OptionalString>;
+  const Case cases[] = {
+      // name, entries, bwk.minVersion, bwk.allowBeta, the runtime chosen
       Case("missing, empty and unknown entries are passed", {"R" + tmp / "missing", "", "Q" + r11, "R" + r11}, "",
            false, r11),
       {"first accepted wins", {"R" + r17, "R" + r21}, "", false, r17},
@@ -126,15 +118,14 @@ TEST_F(RuntimeSearch, SearchSequenceEntries) {
       {"beta refused", {"R" + ea}, "", false, std::nullopt},
       {"beta allowed", {"R" + ea}, "", true, ea},
   };
-  for (const Case& c : cases) {
-    PlistArray entries;
-    for (const std::string& e : c.entries) entries.emplace_back(e);
-    entries.emplace_back(int64_t{5});  // not a text: skipped
+  for (const auto& [name, entries, min, beta, expected] : cases) {
+    PlistArray sequence(entries.begin(), entries.end());
+    sequence.emplace_back(int64_t{5});  // not a text: skipped
     const LaunchContext& context =
-        bundleLaunch({{"bwk.minVersion", c.min},
-                      {"bwk.allowBeta", c.beta},
-                      {"JavaVM", PlistValue(PlistDict{{"SearchSequence", PlistValue(entries)}})}});
-    EXPECT_EQ(chosenPath(context), c.expected) << c.name;
+        bundleLaunch({{"bwk.minVersion", min},
+                      {"bwk.allowBeta", beta},
+                      {"JavaVM", PlistValue(PlistDict{{"SearchSequence", PlistValue(sequence)}})}});
+    EXPECT_EQ(chosenPath(context), expected) << name;
   }
 }
 

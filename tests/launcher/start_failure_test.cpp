@@ -1,9 +1,7 @@
 // Which ends of a process are failed starts, and the lines their alert shows.
 #include "launcher/start_failure.h"
 
-#include <gtest/gtest.h>
-
-#include "base/strings.h"
+#include "test_support.h"
 
 namespace bwk {
 namespace {
@@ -14,13 +12,8 @@ const std::string kThrown = "Exception in thread \"main\" java.lang.IllegalState
 const std::string kVmOption = "Unrecognized VM option 'Foo'\nError: Could not create the Java Virtual Machine.\n";
 
 TEST(StartFailure, OnlyAFailedStartGetsAnAlert) {
-  const struct {
-    const char* name;
-    std::string tail;
-    bool cut;
-    std::optional<int> status;
-    bool alert;
-  } cases[] = {
+  // name, the tail of standard error, cut at its start, exit status, an alert
+  const std::tuple<const char*, std::string, bool, std::optional<int>, bool> cases[] = {
       {"main class missing", "app line\n" + kMissingClass, false, 1, true},
       {"exception in main", kThrown, false, 1, true},
       {"virtual machine not created, CRLF", "Error occurred during initialization of VM\r\nToo small maximum heap\r\n",
@@ -36,11 +29,10 @@ TEST(StartFailure, OnlyAFailedStartGetsAnAlert) {
       {"no status: the runtime ends such a start itself", kVmOption, false, std::nullopt, true},
       {"no status: an exception in main is not told apart", kThrown, false, std::nullopt, false},
   };
-  for (const auto& c : cases)
-    EXPECT_EQ(
-        startFailureAlert(ProcessEnd{c.tail, c.cut, c.status}, "Tool", "/A/Tool.app/Contents/MacOS/Tool").has_value(),
-        c.alert)
-        << c.name;
+  for (const auto& [name, tail, cut, status, alert] : cases)
+    EXPECT_EQ(startFailureAlert(ProcessEnd{tail, cut, status}, "Tool", "/A/Tool.app/Contents/MacOS/Tool").has_value(),
+              alert)
+        << name;
 }
 
 // The failure line first, then the causes, the lines just before it, and stack frames last,

@@ -1,15 +1,26 @@
 #pragma once
-// Shared helpers of the tests: temporary directories, files, running programs.
+// Shared helpers of the tests: temporary directories, files, running programs. Brings in
+// what nearly every test uses, so that test files include only what is particular to them.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <sys/types.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
+#include <filesystem>
+#include <functional>
 #include <initializer_list>
 #include <map>
 #include <optional>
 #include <string>
+#include <thread>
+#include <tuple>
 #include <vector>
 
+#include "base/fs.h"
 #include "base/plist.h"
+#include "base/strings.h"
 
 namespace bwk::test {
 
@@ -48,6 +59,7 @@ std::string readFile(const std::string& path);
 // Writes a property list as XML.
 void writePlist(const std::string& path, const PlistValue& value);
 std::string toXmlPlist(const PlistValue& value);
+inline PlistValue stringArray(std::initializer_list<std::string> list) { return PlistArray(list.begin(), list.end()); }
 
 struct RunResult {
   int status = -1;  // exit status, or 128+signal

@@ -1,7 +1,6 @@
 // brackwood-bundle check: a sound bundle made by create has no findings; each row copies it,
 // does one damage, and expects exactly the findings check prints for it, as lines and as JSON.
 // Command lines it cannot use give 2.
-#include "base/fs.h"
 #include "base/plist_reader.h"
 #include "bundle_tool.h"
 

@@ -2,7 +2,6 @@
 // gets what `java -jar` gives it on the same runtime (main class, class path in order, opened
 // packages, the files beside its jar, the caller's directory), and the manifest is read as
 // the JDK reads it.
-#include "base/fs.h"
 #include "base/path.h"
 #include "bundle_tool.h"
 #include "jar_manifest.h"
@@ -65,11 +64,8 @@ class InstalledApplication : public ::testing::Test {
 };
 
 TEST_F(InstalledApplication, StartsAsJavaJarDoes) {
-  struct Case {
-    std::string name, manifest;
-    std::vector<std::string> expected;  // lines of both starts
-  };
-  const std::vector<Case> cases = {
+  // name, the main jar's manifest, lines of both starts
+  const std::tuple<std::string, std::string, std::vector<std::string>> cases[] = {
       {"class path of every kind",
        "Main-Class: p/Probe \nClass-Path: lib/a.jar lib/linked.jar file:lib/sp%20ace.jar missing.jar ../outside/up.jar " +
            tmp / "outside/abs.jar" + "\nAdd-Opens: java.base/java.lang java.desktop/java.awt\n",
@@ -78,10 +74,10 @@ TEST_F(InstalledApplication, StartsAsJavaJarDoes) {
         "2 class-path entries from outside"}},
       {"main class only", "Main-Class: p.Probe\n", {"jars [main.jar]", "opens false"}},
   };
-  for (const Case& c : cases) {
+  for (const auto& [name, manifest, expected] : cases) {
     shell("rm -rf " + tmp / "app " + tmp / "outside " + tmp / "out");
     std::string app = tmp / "app";
-    jar(app + "/main.jar", c.manifest, true);
+    jar(app + "/main.jar", manifest, true);
     jar(app + "/lib/a.jar", "Class-Path: c.jar\n");
     jar(app + "/lib/c.jar", "Class-Path: a.jar\n");  // a cycle back
     jar(app + "/lib/sp ace.jar", "");
@@ -93,58 +89,54 @@ TEST_F(InstalledApplication, StartsAsJavaJarDoes) {
     writeFile(tmp / "caller/notes.txt", "the user's notes");
 
     RunResult direct = run({runtime + "/bin/java", "-jar", app + "/main.jar", "notes.txt"}, {}, tmp / "caller");
-    ASSERT_EQ(direct.status, 0) << c.name << ": " << direct.err;
+    ASSERT_EQ(direct.status, 0) << name << ": " << direct.err;
     RunResult created = bundleTool({"create", "--name", "App", "--input", app, "--main-jar", "main.jar", "--runtime",
                                     runtime, "--output", tmp / "out"});
-    ASSERT_EQ(created.status, 0) << c.name << ": " << created.err;
+    ASSERT_EQ(created.status, 0) << name << ": " << created.err;
     EXPECT_TRUE(text::contains(created.err, "lib/broken.jar: a broken link, left out")) << created.err;
     shell("rm -rf " + app + " " + tmp / "outside");  // the bundle needs nothing of the installation
     RunResult started = startApp(tmp / "out/App.app", {"notes.txt"}, {}, tmp / "caller");
-    EXPECT_EQ(started.status, 0) << c.name << ": " << started.err;
-    EXPECT_EQ(started.out, direct.out) << c.name;
-    for (const std::string& line : c.expected)
-      EXPECT_TRUE(text::contains(direct.out + created.out + created.err, line)) << c.name << ": " << line << "\n"
+    EXPECT_EQ(started.status, 0) << name << ": " << started.err;
+    EXPECT_EQ(started.out, direct.out) << name;
+    for (const std::string& line : expected)
+      EXPECT_TRUE(text::contains(direct.out + created.out + created.err, line)) << line << "\n"
                                                                                 << direct.out << created.err;
     EXPECT_TRUE(text::contains(started.out, "beside hello from beside the jar\nfile notes.txt: the user's notes\n"))
         << started.out;
-    EXPECT_EQ(bundleTool({"check", tmp / "out/App.app"}).out, tmp / "out/App.app: no findings\n") << c.name;
+    EXPECT_EQ(bundleTool({"check", tmp / "out/App.app"}).out, tmp / "out/App.app: no findings\n") << name;
   }
 }
 
 // What create refuses (nothing written), and what it writes or warns about without a JVM.
 TEST_F(InstalledApplication, WhatCreateSays) {
   const std::string main = "Main-Class: p.Probe\n";
-  struct Case {
-    std::string manifest;
-    int status;
-    std::string message;  // in the error output, or else in Info.plist
-    std::vector<std::string> more = {};
-  };
-  const std::vector<Case> cases = {
-      {"Launcher-Agent-Class: p.Probe\n" + main, 1, "Launcher-Agent-Class p.Probe: the launcher cannot start"},
-      {"Created-By: hand\n", 2, "names no Main-Class in its manifest: give --main-class"},
+  // the main jar's manifest, status, the message (in the error output, or else in Info.plist), more words
+  using Case = std::tuple<std::string, int, std::string, std::vector<std::string>>;
+  const Case cases[] = {
+      {"Launcher-Agent-Class: p.Probe\n" + main, 1, "Launcher-Agent-Class p.Probe: the launcher cannot start", {}},
+      {"Created-By: hand\n", 2, "names no Main-Class in its manifest: give --main-class", {}},
       {main, 2, "with --input, further jars lie inside it", {"--jar", tmp / "elsewhere.jar"}},
       {main, 2, "lies inside --input", {"--output", tmp / "app/out"}},
       {main, 1, "/app/lib: no such jar", {"--main-jar", "lib"}},
-      {main + "Class-Path: " + tmp / "abs.jar lib/x.jar\n", 0, "abs.jar is searched after lib/x.jar in the bundle"},
-      {main + "Enable-Native-Access: ALL-UNNAMED\n", 0,
-       "<string>22-9999</string>\n      <array>\n        <string>--enable-native-access=ALL-UNNAMED</string>"},
+      {main + "Class-Path: " + tmp / "abs.jar lib/x.jar\n", 0, "abs.jar is searched after lib/x.jar in the bundle", {}},
+      Case(main + "Enable-Native-Access: ALL-UNNAMED\n", 0,
+           "<string>22-9999</string>\n      <array>\n        <string>--enable-native-access=ALL-UNNAMED</string>", {}),
   };
   jar(tmp / "abs.jar", "");
-  for (const Case& c : cases) {
+  for (const auto& [manifest, status, message, more] : cases) {
     shell("rm -rf " + tmp / "app " + tmp / "out");
-    jar(tmp / "app/main.jar", c.manifest, true);
+    jar(tmp / "app/main.jar", manifest, true);
     jar(tmp / "app/lib/x.jar", "");
     std::vector<std::string> words{"create", "--name", "App", "--input", tmp / "app"};
-    words.insert(words.end(), c.more.begin(), c.more.end());
+    words.insert(words.end(), more.begin(), more.end());
     for (const char* option : {"--main-jar", "--output"})
-      if (std::find(c.more.begin(), c.more.end(), option) == c.more.end())
+      if (std::find(more.begin(), more.end(), option) == more.end())
         words.insert(words.end(), {option, option == std::string("--output") ? tmp / "out" : "main.jar"});
     RunResult r = bundleTool(words);
-    EXPECT_EQ(r.status, c.status) << c.message << ": " << r.err;
-    std::string said = c.status ? r.err : r.err + readFile(tmp / "out/App.app/Contents/Info.plist");
-    EXPECT_TRUE(text::contains(said, c.message)) << c.message << ": " << said;
-    EXPECT_EQ(fs::exists(tmp / "out/App.app"), c.status == 0) << c.message;
+    EXPECT_EQ(r.status, status) << message << ": " << r.err;
+    std::string said = status ? r.err : r.err + readFile(tmp / "out/App.app/Contents/Info.plist");
+    EXPECT_TRUE(text::contains(said, message)) << message << ": " << said;
+    EXPECT_EQ(fs::exists(tmp / "out/App.app"), status == 0) << message;
   }
 }
 

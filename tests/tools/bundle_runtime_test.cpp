@@ -1,16 +1,12 @@
 // brackwood-bundle and the runtime a bundle ships: what is left out of a JDK, the runtime
 // linked of the modules the application uses, and the keys that decide how a start begins.
-#include <sys/stat.h>
 
-#include "base/fs.h"
 #include "base/plist_reader.h"
 #include "bundle_tool.h"
 #include "install/untar.h"
 
 namespace bwk::test {
 namespace {
-
-const std::string kJdk = "/usr/lib/jvm/java-17-openjdk-amd64";
 
 class BundleRuntime : public ::testing::Test {
  protected:
@@ -75,36 +71,39 @@ TEST_F(BundleRuntime, JdkShippedWithoutWhatNoStartNeeds) {
 
 TEST_F(BundleRuntime, StartChoicesBecomeKeys) {
   makeFakeRuntime(tmp / "jdk", "17.0.2");
-  struct Case {
-    std::vector<std::string> words;
-    std::optional<bool> initialProgress, reuse, aot;
-    std::string said;
-  };
   const std::vector<std::string> archive{"--runtime", tmp / "jdk", "--runtime-as", "archive"};
-  const std::vector<Case> cases = {
+  using B = std::optional<bool>;
+  // words; bwk.initialProgress, bwk.reuseUnpackedRuntime, AotCacheEnabled; what the summary says
+  using Case = std::tuple<std::vector<std::string>, B, B, B, std::string>;
+  const Case cases[] = {
       {{}, false, std::nullopt, std::nullopt, "start: fast, no progress window (nothing to unpack)"},
       {{"--runtime", tmp / "jdk"}, false, std::nullopt, std::nullopt, "no progress window"},
       {archive, true, std::nullopt, std::nullopt, "the progress window shows while the runtime archive is unpacked"},
-      {{"--runtime", tmp / "jdk", "--runtime-as", "archive", "--progress-window", "never", "--reuse-unpacked-runtime"},
-       false,
-       true,
-       std::nullopt,
-       "unpacked once into the user's cache"},
+      Case({"--runtime", tmp / "jdk", "--runtime-as", "archive", "--progress-window", "never",
+            "--reuse-unpacked-runtime"},
+           false, true, std::nullopt, "unpacked once into the user's cache"),
       {{"--progress-window", "always", "--aot-cache"}, true, std::nullopt, true, "AOT cache "},
-      {{"--embed", "--aot-cache"}, std::nullopt, std::nullopt, true, "a command-line launcher"},
+      {{"--embed", "--aot-cache", "--service", "legacy"}, std::nullopt, std::nullopt, true, "a command-line launcher"},
   };
-  for (const Case& c : cases) {
+  for (const auto& [words, initialProgress, reuse, aot, said] : cases) {
     shell("rm -rf " + tmp / "out");
-    RunResult r = createHello(tmp / "out", c.words);
-    ASSERT_EQ(r.status, 0) << c.said << ": " << r.err;
-    EXPECT_TRUE(text::contains(r.out, c.said)) << r.out;
-    if (!c.words.empty() && c.words.front() == "--embed")
-      continue;  // its configuration is embedded; the summary said it
-    PlistDict config = info(tmp / "out/Hello.app");
-    EXPECT_EQ(PlistValue(config).boolean("bwk.initialProgress"), c.initialProgress) << c.said;
-    EXPECT_EQ(PlistValue(config).boolean("bwk.reuseUnpackedRuntime"), c.reuse) << c.said;
-    EXPECT_EQ(config["JavaVM"].boolean("AotCacheEnabled"), c.aot) << c.said;
-    EXPECT_EQ(config["JavaVM"].string("AotCacheBuildId").has_value(), c.aot.has_value()) << c.said;
+    RunResult r = createHello(tmp / "out", words);
+    ASSERT_EQ(r.status, 0) << said << ": " << r.err;
+    EXPECT_TRUE(text::contains(r.out, said)) << r.out;
+    // A command-line launcher carries its configuration, with its service mode.
+    bool embedded = !words.empty() && words.front() == "--embed";
+    PlistValue config =
+        embedded ? readPropertyList(run({BWK_EMBED, "--print", tmp / "out/Hello/Hello"}).out).value_or(PlistValue())
+                 : PlistValue(info(tmp / "out/Hello.app"));
+    const PlistValue* javaVM = config.find("JavaVM");
+    ASSERT_TRUE(javaVM) << said;
+    EXPECT_EQ(config.string("bwk.service"), embedded ? std::optional<std::string>("legacy") : std::nullopt);
+    EXPECT_EQ(std::tuple(config.boolean("bwk.initialProgress"), config.boolean("bwk.reuseUnpackedRuntime")),
+              std::tuple(initialProgress, reuse))
+        << said;
+    EXPECT_EQ(std::pair(javaVM->boolean("AotCacheEnabled"), javaVM->string("AotCacheBuildId").has_value()),
+              std::pair(aot, aot.has_value()))
+        << said;
   }
 }
 
@@ -133,9 +132,9 @@ TEST_F(BundleRuntime, AotBuildIdFollowsTheJarsContents) {
 
 // A real JDK links the runtime; check then finds it complete.
 TEST_F(BundleRuntime, LinkedRuntimeRunsAndChecksComplete) {
-  if (!fs::exists(kJdk + "/jmods")) GTEST_SKIP() << "no JDK with jmods at " << kJdk;
-  RunResult r = createHello(tmp / "linked", {"--runtime", kJdk, "--jlink", "--add-modules", "java.sql", "--java-option",
-                                             "--add-opens=java.naming/javax.naming=ALL-UNNAMED"});
+  if (!fs::exists(kJdk17 + "/jmods")) GTEST_SKIP() << "no JDK with jmods at " << kJdk17;
+  RunResult r = createHello(tmp / "linked", {"--runtime", kJdk17, "--jlink", "--add-modules", "java.sql",
+                                             "--java-option", "--add-opens=java.naming/javax.naming=ALL-UNNAMED"});
   ASSERT_EQ(r.status, 0) << r.err;
   EXPECT_TRUE(text::contains(
       r.out, "java.base,java.management,java.naming,java.sql,jdk.charsets,jdk.crypto.ec,jdk.localedata,jdk.zipfs"))
@@ -158,7 +157,7 @@ TEST_F(BundleRuntime, LinkedRuntimeRunsAndChecksComplete) {
   EXPECT_TRUE(text::contains(started.out, "Hello from Java 17")) << started.out << started.err;
   RunResult checked = bundleTool({"check", app});
   EXPECT_EQ(checked.status, 0) << checked.out << checked.err;
-  EXPECT_NE(createHello(tmp / "x", {"--runtime", kJdk, "--jlink", "--add-modules", "java.nothing"}).status, 0);
+  EXPECT_NE(createHello(tmp / "x", {"--runtime", kJdk17, "--jlink", "--add-modules", "java.nothing"}).status, 0);
 }
 
 }  // namespace

@@ -1,6 +1,6 @@
 // What jdeps prints, read: the module of each dependence (internal APIs too, missing classes
 // and other jars not), the release of a version, the modules runtime options name.
-#include <gtest/gtest.h>
+#include "test_support.h"
 
 #include "module_deps.h"
 #include "runtime_link.h"
