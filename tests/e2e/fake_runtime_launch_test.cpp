@@ -78,6 +78,13 @@ TEST_F(FakeRuntimeLaunch, MinimalVectorArgumentFileAndStatus) {
             (std::vector<std::string>{bundlePath + "/Contents/MacOS/Tool", "-Dfenmo.moduleName=" + bundlePath,
                                       "-Dbwk.jreBundle=" + tmp / "jdk", "M", "-Dfrom.file", "file-arg", "last"}));
   EXPECT_EQ(rec.flags, "java java 0 0 0 0 0 0 1 0 1") << "expanded as the runtime's own launcher does";
+  // A library without argument files (before release 9) gets the argument as it is.
+  shell(std::string("cp " BWK_FAKE_JLI_WITHOUT_ARGUMENT_FILES " ") + tmp / "jdk/lib/libjli.so");
+  std::remove(record.c_str());
+  ASSERT_EQ(start(bundlePath, {"@" + tmp / "args.txt"}).status, 0);
+  rec = readRecord(record);
+  EXPECT_EQ(rec.argv.back(), "@" + tmp / "args.txt");
+  EXPECT_EQ(rec.flags, "java java 0 0 0 0 0 0 -1 -1 -1");
 }
 
 // No runtime in range: the bundle's message names the version and the application; nothing is

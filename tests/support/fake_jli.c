@@ -2,7 +2,8 @@
 /* A stand-in for the runtime's launcher library. JLI_Launch writes the two version texts
  * and every entry of the argument vector, one per line, to the file named by
  * FAKE_JLI_RECORD (appending), sleeps FAKE_JLI_SLEEP_MS milliseconds, and returns
- * FAKE_JLI_STATUS (default 0). Its @file expansion replaces "@name" by the lines of that file. */
+ * FAKE_JLI_STATUS (default 0). Its @file expansion replaces "@name" by the lines of that file;
+ * built with FAKE_JLI_WITHOUT_ARGUMENT_FILES it has none, as the libraries before release 9. */
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -64,6 +65,7 @@ void JLI_List_add(JLI_List l, char* s) {
   l->elements[l->size++] = s;
 }
 
+#ifndef FAKE_JLI_WITHOUT_ARGUMENT_FILES
 void JLI_InitArgProcessing(unsigned char hasJavaArgs, unsigned char disableArgFile) {
   initHasJavaArgs = hasJavaArgs;
   initDisableArgFile = disableArgFile;
@@ -83,3 +85,4 @@ JLI_List JLI_PreprocessArg(const char* arg, unsigned char expandSourceOpt) {
   fclose(f);
   return l;
 }
+#endif
