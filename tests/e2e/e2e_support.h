@@ -26,7 +26,8 @@ inline RunResult startApp(const std::string& app, const std::vector<std::string>
 // The argument vector the fake runtime library recorded for one launch.
 struct Recorded {
   std::string fullVersion, dotVersion;
-  std::string flags;  // program and launcher name, then JLI_Launch's and the argument-file functions' numbers
+  std::string flags;     // program and launcher name, then JLI_Launch's and the argument-file functions' numbers
+  std::string variable;  // FAKE_JLI_SHOW_VARIABLE's name=value
   std::vector<std::string> argv;
 };
 inline Recorded readRecord(const std::string& file) {
@@ -40,6 +41,8 @@ inline Recorded readRecord(const std::string& file) {
       r.dotVersion = line.substr(11);
     else if (text::startsWith(line, "flags="))
       r.flags = line.substr(6);
+    else if (text::startsWith(line, "variable="))
+      r.variable = line.substr(9);
     else
       r.argv.push_back(line);
   }

@@ -101,7 +101,7 @@ TEST_F(Window, OnlyAStartThatShowsTheWindowLoadsGtk) {
       {"no archive, window shown", false, std::nullopt, "", true},
       {"no archive, window hidden", false, false, "", false},
       {"archive, window hidden", true, false, "", false},
-      {"archive, window shown", true, std::nullopt, "", true},
+      {"archive, window shown, the user's GDK_GL", true, std::nullopt, "GDK_GL=disable", true},
       {"archive, no display", true, std::nullopt, "DISPLAY", false},
       {"archive, GTK unusable", true, std::nullopt, "LD_LIBRARY_PATH=" + tmp / "brokengtk", true},
   };
@@ -115,14 +115,17 @@ TEST_F(Window, OnlyAStartThatShowsTheWindowLoadsGtk) {
             "/Contents/Resources/app/jre.tar.gz");
     else
       makeFakeRuntime(app + "/Contents/Resources/jre.bundle", "17.0.2", "bundle");
-    Background launcher({app + "/Contents/MacOS/Slowpoke"},
-                        env({"FAKE_JLI_SLEEP_MS=3000", entry.empty() ? "BRACKWOOD_LOG" : entry}));
+    Background launcher(
+        {app + "/Contents/MacOS/Slowpoke"},
+        env({"FAKE_JLI_SLEEP_MS=3000", "FAKE_JLI_SHOW_VARIABLE=GDK_GL", entry.empty() ? "BRACKWOOD_LOG" : entry}));
     while (!fs::exists(record) && secondsSince(launcher.started()) < 20) sleepMs(20);
     std::string maps = readFile("/proc/" + std::to_string(launcher.pid()) + "/maps");
     Background::Result r = launcher.finish(20);
     EXPECT_EQ(r.status, 7) << name << "\n" << r.err;
     EXPECT_EQ(text::contains(maps, "/libgtk-3.so"), loadsGtk) << name;
     EXPECT_FALSE(text::contains(maps, "/libGL") || text::contains(maps, "_dri.so")) << name;
+    // What GTK was given for its start is not the runtime's; what the user set is.
+    EXPECT_EQ(readRecord(record).variable, text::startsWith(entry, "GDK_GL") ? entry : "GDK_GL=(unset)") << name;
   }
 }
 

@@ -2,8 +2,9 @@
 /* A stand-in for the runtime's launcher library. JLI_Launch writes the two version texts
  * and every entry of the argument vector, one per line, to the file named by
  * FAKE_JLI_RECORD (appending), sleeps FAKE_JLI_SLEEP_MS milliseconds, and returns
- * FAKE_JLI_STATUS (default 0). Its @file expansion replaces "@name" by the lines of that file;
- * built with FAKE_JLI_WITHOUT_ARGUMENT_FILES it has none, as the libraries before release 9. */
+ * FAKE_JLI_STATUS (default 0). FAKE_JLI_SHOW_VARIABLE names a variable whose value it records too. Its @file expansion
+ * replaces "@name" by the lines of that file; built with FAKE_JLI_WITHOUT_ARGUMENT_FILES it has none, as the libraries
+ * before release 9. */
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -32,6 +33,8 @@ int JLI_Launch(int argc, char** argv, int jargc, const char** jargv, int appclas
               dotversion ? dotversion : "(null)");
       fprintf(f, "flags=%s %s %d %d %d %d %d %d %d %d %d\n", pname, lname, jargc, appclassc, javaargs, cpwildcard,
               javaw, ergo, initHasJavaArgs, initDisableArgFile, preprocessExpandSource);
+      const char* shown = getenv("FAKE_JLI_SHOW_VARIABLE");
+      if (shown) fprintf(f, "variable=%s=%s\n", shown, getenv(shown) ? getenv(shown) : "(unset)");
       for (int i = 0; i < argc; ++i) fprintf(f, "%s\n", argv[i]);
       fprintf(f, "--\n");
       fclose(f);
