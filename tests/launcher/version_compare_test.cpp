@@ -86,29 +86,6 @@ TEST(RemoveJrePrefix, Prefixes) {
   for (const auto& [name, stripped] : cases) EXPECT_EQ(removeJrePrefix(name), stripped) << name;
 }
 
-// UTF-8 read at the ends of every range: the characters version texts split at.
-TEST(VersionCharacters, Utf8AtTheEndsOfTheRanges) {
-  const std::tuple<const char*, char32_t, size_t> cases[] = {
-      {"\x7F", 0x7F, 1},
-      {"\x80", 0xFFFD, 1},
-      {"\xE0\xA0\x80", 0x800, 3},
-      {"\xF0\x90\x80\x80", 0x10000, 4},
-      {"\xC2\x80", 0x80, 2},
-      {"\xC1\xBF", 0xFFFD, 1},
-      {"\xED\x9F\xBF", 0xD7FF, 3},
-      {"\xED\xA0\x80", 0xFFFD, 1},
-      {"\xED\xBF\xBF", 0xFFFD, 1},
-      {"\xEE\x80\x80", 0xE000, 3},
-      {"\xF4\x8F\xBF\xBF", 0x10FFFF, 4},
-      {"\xF4\x90\x80\x80", 0xFFFD, 1},
-      {"\xE2\x82", 0xFFFD, 1},
-  };
-  for (const auto& [bytes, codePoint, length] : cases) {
-    characters::Utf8Character read = characters::decodeUtf8(bytes, 0);
-    EXPECT_EQ(std::pair(read.codePoint, read.length), std::pair(codePoint, length)) << bytes;
-  }
-}
-
 TEST(VersionCharacters, ClassesAtTheEndsOfTheirRanges) {
   for (char32_t digit : {U'0', U'9', U'\u0660', U'\u0669', U'\uFF10', U'\uFF19'})
     EXPECT_TRUE(characters::isDecimalDigit(digit)) << static_cast<uint32_t>(digit);
