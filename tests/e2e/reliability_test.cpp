@@ -1,5 +1,5 @@
-// Faults around a start: temporary directories, include cycles, unpacking, signals, many
-// starts at once, copies left by killed starts, and failures that must say why.
+// Faults around a start: temporary directories, include cycles, unpacking, signals, copies
+// left by killed starts, and failures that must say why.
 #include <signal.h>
 
 #include "e2e_support.h"
@@ -127,29 +127,6 @@ TEST_F(Reliability, SignalsEndAStartWaitingForItsArchive) {
     EXPECT_EQ(r.out, std::to_string(128 + signal) + "\nstill-waiting\n") << r.err;
     EXPECT_EQ(left(temp), std::vector<std::string>{}) << signal;
   }
-}
-
-TEST_F(Reliability, ConcurrentStartsEachUseTheirOwnDirectory) {
-  std::string app = bundleWithArchive();
-  std::string tool = tmp / "tool";
-  writeFile(tmp / "tool.plist",
-            toXmlPlist(PlistValue(PlistDict{{"JavaVM", PlistValue(PlistDict{{"MainClass", "M"}})}})));
-  ASSERT_EQ(run({BWK_EMBED, BWK_LAUNCHER, tmp / "tool.plist", tool}).status, 0);
-  // 32 bundle starts that unpack the archive, then 32 command-line launcher starts.
-  std::string script = "cd " + cwd + "; for i in $(seq 32); do (" + app + "/Contents/MacOS/Tool; echo $? >> " +
-                       tmp / "st" + ") & done; wait; for i in $(seq 32); do (" + tool + " __bwk_auth_restart " +
-                       tmp / "jdk" + "; echo $? >> " + tmp / "st" + ") & done; wait";
-  RunResult r = run({"/bin/sh", "-c", script}, env({"FAKE_JLI_SLEEP_MS=200"}));
-  ASSERT_EQ(r.status, 0) << r.err;
-  std::vector<std::string> statuses = text::split(readFile(tmp / "st"), "\n");
-  EXPECT_EQ(std::count(statuses.begin(), statuses.end(), "0"), 64) << r.err;
-  std::vector<std::string> bundles;
-  for (const std::string& line : text::split(readFile(record), "\n"))
-    if (text::startsWith(line, "-Dbwk.jreBundle=" + temp)) bundles.push_back(line);
-  std::sort(bundles.begin(), bundles.end());
-  EXPECT_EQ(bundles.size(), 32u);
-  EXPECT_EQ(std::unique(bundles.begin(), bundles.end()), bundles.end()) << "each start has a directory of its own";
-  EXPECT_EQ(left(temp), std::vector<std::string>{});
 }
 
 TEST_F(Reliability, CopiesOfEndedStartsAreRemovedOthersKept) {

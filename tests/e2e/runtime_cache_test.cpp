@@ -2,7 +2,7 @@
 
 #include <fstream>
 
-#include "gui_support.h"
+#include "e2e_support.h"
 
 namespace bwk::test {
 namespace {
@@ -235,26 +235,6 @@ TEST_F(RuntimeCache, ConcurrentFirstStartsShareOneEntry) {
   EXPECT_TRUE(fs::exists(runtimeDir + "/" + entries[0] + "/jre.bundle/Contents/Home/lib/p0.jar"))
       << "unpacked before it was kept";
   EXPECT_TRUE(namesIn(tmp / "t").empty());
-}
-
-// Cancel while a first start unpacks: no entry is made and the copy is removed.
-TEST_F(RuntimeCache, CancelDuringTheFirstStartMakesNoEntry) {
-  Xvfb x;
-  if (!x.running()) GTEST_SKIP() << "no Xvfb here";
-  packRuntime("first", 4, 1.0);
-  writeFile(app + "/Contents/Resources/en.lproj/Localizable.strings",
-            "\"WizardCaption\" = \"Installing Cachy\";\n\"ButtonCancel\" = \"Cancel\";\n");
-  Background launcher({app + "/Contents/MacOS/Cachy"}, env({"DISPLAY=" + x.display(), "LANGUAGE=en"}));
-  std::string window = x.waitForWindow("^Installing Cachy$", 20);
-  ASSERT_FALSE(window.empty()) << launcher.finish(1).err;
-  std::this_thread::sleep_for(std::chrono::milliseconds(300));
-  ASSERT_EQ(namesIn(runtimeDir).size(), 1u) << "a copy of its own while unpacking";
-  EXPECT_TRUE(text::startsWith(namesIn(runtimeDir)[0], ".staging-"));
-  Xvfb::Geometry g = x.geometry(window);
-  x.xdotool("mousemove " + std::to_string(g.x + g.width - 45) + " " + std::to_string(g.y + g.height - 30) + " click 1");
-  Background::Result r = launcher.finish(30);
-  EXPECT_EQ(r.status, 1) << r.err;
-  EXPECT_TRUE(namesIn(runtimeDir).empty()) << "no entry and no copy";
 }
 
 }  // namespace

@@ -219,32 +219,6 @@ open(name, 'wb').write(data)
   }
 }
 
-// Each option the help names may be given once, except those the help calls repeatable.
-TEST(BundleOptions, OnlyThoseTheHelpCallsRepeatableRepeat) {
-  for (const char* help : {"--help", "-h", "help"})
-    EXPECT_TRUE(text::startsWith(bundleTool({help}).out, "usage: brackwood-bundle")) << help;
-  for (const std::string command : {"create", "check"}) {
-    size_t options = 0;
-    for (const std::string& line : text::split(bundleTool({command, "--help"}).out, "\n")) {
-      if (!text::startsWith(line, "  --")) continue;
-      ++options;
-      // "  --name NAME   help": the option and its value's name end at two spaces or at the line's end.
-      std::vector<std::string> left = text::split(line.substr(2, line.find("  ", 2) - 2), " ");
-      std::vector<std::string> once(left.begin(), left.begin() + 1);
-      if (left.size() > 1) once.push_back("x");
-      std::vector<std::string> twice{command};
-      for (int i = 0; i < 2; ++i) twice.insert(twice.end(), once.begin(), once.end());
-      RunResult r = bundleTool(twice);
-      bool refused = text::contains(r.err, left[0] + " is given twice");
-      EXPECT_EQ(refused, !text::contains(line, "repeatable")) << line << "\n" << r.err;
-      if (refused) {
-        EXPECT_EQ(r.status, 2) << line;
-      }
-    }
-    EXPECT_GT(options, 0u) << command;
-  }
-}
-
 // Members of the chosen size and their index; every other reader sees one .tar.gz with the
 // same entries; the launcher takes the indexed way and gets the same files.
 TEST(TarGzWriter, IndexedMembersThatEveryReaderReads) {

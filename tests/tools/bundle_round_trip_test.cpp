@@ -25,7 +25,8 @@ TEST(BundleRoundTrip, CreatedBundlesCheckCleanAndStart) {
                tmp / "embed/Hello/.brackwood/jre.bundle\n"),
   };
   for (const auto& [name, more, folder, runtimeLines] : cases) {
-    std::vector<std::string> words{"--java-option", "-Dhello.from=the tool", "--argument", "configured"};
+    std::vector<std::string> words{"--java-option",         "-Xss2m",     "--java-option",
+                                   "-Dhello.from=the tool", "--argument", "configured"};
     words.insert(words.end(), more.begin(), more.end());
     RunResult created = createHello(tmp / name, words);
     ASSERT_EQ(created.status, 0) << name << ": " << created.err;
