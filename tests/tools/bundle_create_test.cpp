@@ -1,6 +1,7 @@
 // brackwood-bundle create: refusals leave the output as it was; the parts it is built of.
 #include <dlfcn.h>
 
+#include "../install/icon_files.h"
 #include "base/plist_reader.h"
 #include "bundle_tool.h"
 #include "elf_strip.h"
@@ -79,11 +80,6 @@ TEST(ElfStrip, KeepsWhatIsLoaded) {
   EXPECT_NE(dlsym(library, "JLI_Launch"), nullptr);
   dlclose(library);
   EXPECT_FALSE(bundle::stripElf({reinterpret_cast<const uint8_t*>("#!/bin/sh\n"), 10}, &error));
-}
-
-std::string be32(uint32_t value) {
-  return {static_cast<char>(value >> 24), static_cast<char>(value >> 16), static_cast<char>(value >> 8),
-          static_cast<char>(value)};
 }
 
 // A PNG image's signature and header chunk: all the wrapping reads.
