@@ -33,25 +33,6 @@ TEST_F(RealJvm, ArgumentsArriveUnchanged) {
     EXPECT_TRUE(text::contains(r.out, line + "\n")) << line << "\n" << r.out;
 }
 
-// The runtime unpacked from the bundle's archive into a fresh temporary directory, gone at exit.
-TEST_F(RealJvm, RuntimeFromTheArchive) {
-  if (!fs::exists(kJdk17 + "/bin/jlink")) GTEST_SKIP() << "no OpenJDK 17 with jlink here";
-  std::string app = helloBundle(tmp / "none");
-  ASSERT_EQ(shell("mkdir -p " + tmp / "t && tar -czf " + app + "/Contents/Resources/app/jre.tar.gz -C " + jlinkStage() +
-                  " Contents")
-                .status,
-            0);
-  for (int status : {0, 5}) {
-    RunResult r = startApp(app, {"--exit=" + std::to_string(status)}, {"TMPDIR=" + tmp / "t"});
-    EXPECT_EQ(r.status, status) << r.err;
-    for (const std::string& part : std::vector<std::string>{
-             "property bwk.tarFile=" + app + "/Contents/Resources/app/jre.tar.gz\n",
-             "property bwk.jreBundle=" + tmp / "t/", "/jre.bundle\n", std::string("Hello from Java 17")})
-      EXPECT_TRUE(text::contains(r.out, part)) << part << "\n" << r.out;
-    EXPECT_EQ(fs::listDirectory(tmp / "t"), std::vector<std::string>{}) << "the temporary directory is removed at exit";
-  }
-}
-
 // The training start writes the cache where the next start looks for it.
 TEST_F(RealJvm, AotCacheIsTrained) {
   if (!fs::exists(kJdk25 + "/lib/libjli.so")) GTEST_SKIP() << "no runtime of version 25 here";
