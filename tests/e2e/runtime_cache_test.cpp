@@ -174,37 +174,23 @@ TEST_F(RuntimeCache, ArchiveFileKnownByItsStampUntilItIsWritten) {
 
 // Refused cache directories: unpacked into the temporary directory, nothing written there.
 TEST_F(RuntimeCache, RefusedCacheDirectoriesFallBackToTheTemporaryDirectory) {
-  const std::tuple<const char*, std::function<void(RuntimeCache&)>, const char*> cases[] = {
-      // name, prepare, reason
-      {"symbolic link",
-       [](RuntimeCache& t) {
-         fs::createDirectory(t.tmp / "elsewhere", false);
-         fs::createDirectory(t.tmp / "cache", false);
-         stdfs::create_directory_symlink(t.tmp / "elsewhere", t.tmp / "cache/brackwood");
-       },
+  // name, shell commands run in the test's directory, reason
+  const std::tuple<const char*, std::string, const char*> cases[] = {
+      {"symbolic link", "mkdir -p elsewhere cache && ln -s $PWD/elsewhere cache/brackwood",
        "brackwood is a symbolic link"},
-      {"writable by others",
-       [](RuntimeCache& t) {
-         fs::createDirectory(t.tmp / "cache/brackwood/Cachy", true);
-         ::chmod((t.tmp / "cache/brackwood/Cachy").c_str(), 0777);
-       },
+      {"writable by others", "mkdir -p cache/brackwood/Cachy && chmod 777 cache/brackwood/Cachy",
        "Cachy is writable by others"},
-      {"owned by another user",
-       [](RuntimeCache& t) {
-         fs::createDirectory(t.runtimeDir, true);
-         ASSERT_EQ(::chown(t.runtimeDir.c_str(), 65534, 65534), 0) << "the tests run as root";
-       },
+      {"owned by another user", "mkdir -p " + runtimeDir + " && chown 65534:65534 " + runtimeDir,  // run as root
        "runtime is not owned by the user"},
       // Last: it changes the bundle. ".." as a directory name would lead out of the cache.
-      {"a name that is no directory name",
-       [](RuntimeCache& t) { writePlist(t.app + "/Contents/Info.plist", info("..")); },
+      {"a name that is no directory name", "sed -i 's|>Cachy<|>..<|' Cachy.app/Contents/Info.plist",
        "no usable CFBundleIdentifier or CFBundleName"},
   };
   for (const auto& [name, prepare, reason] : cases) {
     stdfs::remove_all(tmp / "cache");
     stdfs::remove_all(tmp / "elsewhere");
     packRuntime("first");
-    prepare(*this);
+    ASSERT_EQ(shell("cd " + tmp.path() + " && " + prepare).status, 0) << name;
     Start s = start();
     EXPECT_TRUE(text::contains(s.log, "runtime cache refused") && text::contains(s.log, reason)) << name << "\n"
                                                                                                  << s.log;
