@@ -18,8 +18,9 @@ class BundleTest : public testing::Test {
   ScopedEnvironment env;
 };
 
-// Info.plist reads back; one that is missing or unusable gives an empty dictionary.
-TEST_F(BundleTest, InfoDictionary) {
+// Info.plist reads back; one that is missing or unusable gives an empty dictionary. Resources
+// by name and extension, in the language's folder too.
+TEST_F(BundleTest, InfoDictionaryAndResources) {
   TempDir dir;
   const PlistValue info = PlistDict{{"CFBundleName", "Tool"}, {"JavaVM", PlistDict{{"MainClass", "a.Main"}}}};
   writePlist(dir / "Xml.app/Contents/Info.plist", info);
@@ -29,10 +30,6 @@ TEST_F(BundleTest, InfoDictionary) {
   writeFile(dir / "Folder.app/Contents/Info.plist/x", "");
   for (const char* name : {"Missing.app", "Broken.app", "Array.app", "Folder.app"})
     EXPECT_EQ(Bundle(dir / name).infoDictionary(), PlistValue(PlistDict{})) << name;
-}
-
-TEST_F(BundleTest, PathForResource) {
-  TempDir dir;
   Bundle bundle(dir / "Tool.app");
   const std::string resources = dir / "Tool.app/Contents/Resources";
   EXPECT_EQ(bundle.resourcePath(), resources);

@@ -203,13 +203,6 @@ TEST(BinaryPropertyList, SharedObjectsAreNotReadOncePerPath) {
   EXPECT_EQ(*v, PlistValue(42));
 }
 
-// Booleans read from other types: strings by their first significant character.
-TEST(PlistValue, BooleanFromOtherTypes) {
-  const std::pair<PlistValue, bool> cases[] = {{"1", true},   {" +09", true}, {"9", true}, {"-0", false}, {"y", true},
-                                               {"no", false}, {"", false},    {2, true},   {0.0, false}};
-  for (const auto& [value, expected] : cases) EXPECT_EQ(PlistValue(PlistDict{{"k", value}}).boolean("k"), expected);
-}
-
 TEST(TextPropertyList, HandWrittenFile) {
   const char* source = R"(// a line comment
 {

@@ -5,7 +5,6 @@
 #include <climits>
 #include <cmath>
 
-#include "base/format.h"
 #include "base/plist_reader.h"
 #include "base/unicode.h"
 
@@ -25,6 +24,11 @@ TEST(RangeEnds, Nesting) {
 
 TEST(RangeEnds, ValuesReadAsOtherTypes) {
   auto value = [](PlistValue v) { return PlistValue(PlistDict{{"k", std::move(v)}}); };
+  // Booleans: strings by their first significant character.
+  const std::pair<PlistValue, bool> booleans[] = {{"1", true},   {" +09", true}, {"9", true},
+                                                  {"-0", false}, {"y", true},    {"no", false},
+                                                  {"", false},   {2, true},      {0.0, false}};
+  for (const auto& [v, expected] : booleans) EXPECT_EQ(value(v).boolean("k"), expected) << v.description();
   const std::vector<std::pair<PlistValue, std::optional<int64_t>>> integers = {
       {2.9, 2}, {-2.9, -2}, {std::nan(""), 0}, {true, 1}, {false, 0}, {" 12x", 12}, {PlistValue(PlistArray{}), {}}};
   for (const auto& [v, expected] : integers) EXPECT_EQ(value(v).integer("k"), expected) << v.description();
@@ -64,13 +68,6 @@ TEST(RangeEnds, Unicode) {
   EXPECT_EQ(unicode::utf16ToUtf8(std::string("\xD8\x00\xDC\x00\xDB\xFF\xDF\xFF", 8), true),
             "\xF0\x90\x80\x80\xF4\x8F\xBF\xBF");
   EXPECT_EQ(unicode::decodeText("\xFF\xFE"), "") << "a byte-order mark and nothing else";
-}
-
-TEST(RangeEnds, FormatConversionsOfOtherKinds) {
-  for (const char* fmt : {"x%l", "x%", "x%5"}) EXPECT_EQ(format(fmt), fmt);
-  const void* pointer = reinterpret_cast<const void*>(uintptr_t{0x1f});
-  EXPECT_EQ(format("%d %x %.1f %g %@ %p %@", 2.9, pointer, 3, 0.25, 1.5, nullptr, pointer),
-            "2 1f 3.0 0.25 1.5 0x0 0x1f");
 }
 
 }  // namespace

@@ -67,8 +67,9 @@ TEST_F(FakeRuntimeLaunch, RichConfigurationGivesTheVectorInOrder) {
                 "\ncom.example.Main\nconfigured\n:\nplain arg\nGrüße");
 }
 
-// The shortest configuration; an argument file is the runtime's to expand, the exit status is the runtime's.
-TEST_F(FakeRuntimeLaunch, MinimalVectorArgumentFileAndStatus) {
+// The shortest configuration; an argument file is the runtime's to expand, the exit status is the
+// runtime's. Then no runtime in range.
+TEST_F(FakeRuntimeLaunch, MinimalVectorArgumentFileStatusAndNoRuntimeInRange) {
   writeFile(tmp / "args.txt", "-Dfrom.file\nfile-arg\n");
   std::string bundlePath = plainBundle();
   RunResult r = start(bundlePath, {"@" + tmp / "args.txt", "last"}, {"FAKE_JLI_STATUS=3"});
@@ -78,15 +79,13 @@ TEST_F(FakeRuntimeLaunch, MinimalVectorArgumentFileAndStatus) {
             (std::vector<std::string>{bundlePath + "/Contents/MacOS/Tool", "-Dfenmo.moduleName=" + bundlePath,
                                       "-Dbwk.jreBundle=" + tmp / "jdk", "M", "-Dfrom.file", "file-arg", "last"}));
   EXPECT_EQ(rec.flags, "java java 0 0 0 0 0 0 1 0 1") << "expanded as the runtime's own launcher does";
-}
-
-// No runtime in range: the bundle's message names the version and the application; nothing is
-// launched. (A runtime whose library does not load is in the reliability tests.)
-TEST_F(FakeRuntimeLaunch, NoRuntimeInRangeIsReported) {
-  std::string bundlePath = plainBundle({{"CFBundleName", "Tool"}, {"bwk.minVersion", "99"}});
+  // No runtime in range: the bundle's message names the version and the application; nothing is
+  // launched. (A runtime whose library does not load is in the reliability tests.)
+  std::filesystem::remove(record);
+  plainBundle({{"CFBundleName", "Tool"}, {"bwk.minVersion", "99"}});
   writeFile(bundlePath + "/Contents/Resources/en.lproj/Localizable.strings",
             "\"AppleJavaMinVersionError\" = \"Needs Java %@ for %@.\";");
-  RunResult r = start(bundlePath, {}, {"LANG=en_US.UTF-8", "LANGUAGE", "LC_ALL", "LC_MESSAGES"});
+  r = start(bundlePath, {}, {"LANG=en_US.UTF-8", "LANGUAGE", "LC_ALL", "LC_MESSAGES"});
   EXPECT_EQ(r.status, 1);
   EXPECT_TRUE(text::contains(r.err, "ERROR: Needs Java 99 for Tool.\n")) << r.err;
   EXPECT_FALSE(fs::exists(record));

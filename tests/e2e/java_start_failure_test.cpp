@@ -46,7 +46,7 @@ class JavaStartFailure : public ::testing::Test {
   TempDir tmp;
 };
 
-TEST_F(JavaStartFailure, AlertHoldsTheRuntimesLines) {
+TEST_F(JavaStartFailure, AlertHoldsTheRuntimesLinesOnlyForAFailedStart) {
   // name, main class, arguments, progress window, a line of the runtime's, lines of the alert in this order
   using Case =
       std::tuple<const char*, std::string, std::vector<std::string>, bool, std::string, std::vector<std::string>>;
@@ -75,11 +75,8 @@ TEST_F(JavaStartFailure, AlertHoldsTheRuntimesLines) {
     EXPECT_EQ(a->command, "Failing\n") << "the process list shows the application's name";
     EXPECT_EQ(a->firstArgument, "Failing");
   }
-}
-
-// Everything reaches standard error in order, and an application that ran gets no alert,
-// whatever its status.
-TEST_F(JavaStartFailure, NoAlertForAnApplicationThatRan) {
+  // Everything reaches standard error in order, and an application that ran gets no alert,
+  // whatever its status.
   RunResult r = startApp(bundle("Hello", false), {"--stderr-megabytes=1", "--exit=3"}, {"DISPLAY=" + x.display()});
   ASSERT_EQ(r.status, 3) << r.err.substr(0, 2000);
   ASSERT_EQ(r.err.size(), 16384u * 64) << r.err.substr(0, 2000);

@@ -57,8 +57,8 @@ class WorkspaceRelaunch : public ::testing::Test {
 };
 
 // The hidden marker is given no arguments; a signal to the launcher reaches the application,
-// and the launcher ends only after it.
-TEST_F(WorkspaceRelaunch, LivesAsLongAsTheApplication) {
+// and the launcher ends only after it. A start that fails gives 1.
+TEST_F(WorkspaceRelaunch, LivesAsLongAsTheApplicationThatStarted) {
   // the words, the signal (0: the application ends by itself), the arguments and signals it saw, its folder
   const std::tuple<std::vector<std::string>, int, std::string, std::string, std::string> cases[] = {
       {{"__bwk_workspace_open", "one", "two words"}, 0, "2\none\ntwo words\n", "", ""},
@@ -86,9 +86,6 @@ TEST_F(WorkspaceRelaunch, LivesAsLongAsTheApplication) {
     EXPECT_EQ(readFile(tmp / "args"), args) << label;
     EXPECT_EQ(readFile(tmp / "signals"), signals) << label;
   }
-}
-
-TEST_F(WorkspaceRelaunch, AStartThatFailsGivesStatusOne) {
   makeApp(0, {{"CFBundleExecutable", "nothing-here"}});
   EXPECT_EQ(waitStatus(startLauncher({"__bwk_workspace_open", "x"})), 1);
   std::string log = readFile(tmp / "err");

@@ -57,8 +57,12 @@ TEST_F(RuntimeSearch, OverrideLastSourceWins) {
 }
 
 // An override in range beats the shipped runtime; out of range, the shipped one is used
-// whatever its version.
+// whatever its version, unless it has none.
 TEST_F(RuntimeSearch, OverrideThenShippedRuntime) {
+  // A shipped runtime without a version is refused, and the search sequence is not tried.
+  writeFile(bundle + "/Contents/Resources/jre.bundle/Contents/Info.plist", "<plist><dict>");
+  std::string good = runtime("good", "17.0.2");
+  EXPECT_EQ(chosenPath(bundleLaunch({{"JavaVM", searchSequence({"R" + good})}})), std::nullopt);
   std::string inResources = shipped("Resources", "11.0.2");
   std::string override17 = runtime("override", "17.0.2");
   writeFile(tmp / "Apps/Tool.vmoptions", "-jvm=" + override17 + "\n");
@@ -84,13 +88,6 @@ TEST_F(RuntimeSearch, FixedLocationsInOrder) {
     EXPECT_EQ(chosenPath(context, first == 0 ? OptionalString(tmp / "installer") : std::nullopt), expected[first])
         << first;
   }
-}
-
-TEST_F(RuntimeSearch, RefusedShippedRuntimeIsNotReplaced) {
-  // A shipped runtime without a version is refused, and the search sequence is not tried.
-  writeFile(bundle + "/Contents/Resources/jre.bundle/Contents/Info.plist", "<plist><dict>");
-  std::string good = runtime("good", "17.0.2");
-  EXPECT_EQ(chosenPath(bundleLaunch({{"JavaVM", searchSequence({"R" + good})}})), std::nullopt);
 }
 
 TEST_F(RuntimeSearch, SearchSequenceEntries) {

@@ -20,6 +20,16 @@ TEST(TypeOfCharacter, Classes) {
       {"9ea", 0},      {"ea9", 1}, {"-9", 2},
   };
   for (const auto& [text, type] : cases) EXPECT_EQ(typeOfCharacter(text), type) << text;
+  for (char32_t digit : {U'0', U'9', U'\u0660', U'\u0669', U'\uFF10', U'\uFF19'})
+    EXPECT_TRUE(characters::isDecimalDigit(digit)) << static_cast<uint32_t>(digit);
+  for (char32_t other : {U'/', U':', U'\u065F', U'\u066A'})
+    EXPECT_FALSE(characters::isDecimalDigit(other)) << static_cast<uint32_t>(other);
+  for (char32_t separator : {U'\t', U'\r', U' ', U'!', U'#', U'\uFF01', U'\uFF03', U'\uFF65'})
+    EXPECT_TRUE(characters::isSeparator(separator)) << static_cast<uint32_t>(separator);
+  for (char32_t other : {U'\u0008', U'\u000E', U'\uFF04', U'\uFF66', U'a'})
+    EXPECT_FALSE(characters::isSeparator(other)) << static_cast<uint32_t>(other);
+  // A byte that starts no character keeps its own value: 0x80 is not the replacement character.
+  EXPECT_NE(compareVersion("1a\x80", "1a\xEF\xBF\xBD"), 0);
 }
 
 // Numbers beyond 64 bits saturate, so both are the largest value.
@@ -84,19 +94,6 @@ TEST(RemoveJrePrefix, Prefixes) {
       {"jre-jdk-1", "-1"},  // each step works on the previous one's result
   };
   for (const auto& [name, stripped] : cases) EXPECT_EQ(removeJrePrefix(name), stripped) << name;
-}
-
-TEST(VersionCharacters, ClassesAtTheEndsOfTheirRanges) {
-  for (char32_t digit : {U'0', U'9', U'\u0660', U'\u0669', U'\uFF10', U'\uFF19'})
-    EXPECT_TRUE(characters::isDecimalDigit(digit)) << static_cast<uint32_t>(digit);
-  for (char32_t other : {U'/', U':', U'\u065F', U'\u066A'})
-    EXPECT_FALSE(characters::isDecimalDigit(other)) << static_cast<uint32_t>(other);
-  for (char32_t separator : {U'\t', U'\r', U' ', U'!', U'#', U'\uFF01', U'\uFF03', U'\uFF65'})
-    EXPECT_TRUE(characters::isSeparator(separator)) << static_cast<uint32_t>(separator);
-  for (char32_t other : {U'\u0008', U'\u000E', U'\uFF04', U'\uFF66', U'a'})
-    EXPECT_FALSE(characters::isSeparator(other)) << static_cast<uint32_t>(other);
-  // A byte that starts no character keeps its own value: 0x80 is not the replacement character.
-  EXPECT_NE(compareVersion("1a\x80", "1a\xEF\xBF\xBD"), 0);
 }
 
 }  // namespace
