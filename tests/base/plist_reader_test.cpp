@@ -186,10 +186,7 @@ TEST(BinaryPropertyList, HandBuiltObjects) {
        "bad offset size"},
   };
   expectOutcomes(cases, readBinaryPropertyList);
-}
-
-// Each array holds the next one twice: 2^60 paths, 61 objects. Shared objects are read once.
-TEST(BinaryPropertyList, SharedObjectsAreNotReadOncePerPath) {
+  // Each array holds the next one twice: 2^60 paths, 61 objects. Shared objects are read once.
   std::vector<std::string> objects;
   for (int i = 0; i < 60; ++i) objects.push_back(bytes({0xA2, i + 1, i + 1}));
   objects.push_back(bytes({0x10, 0x2A}));
@@ -249,7 +246,7 @@ std::string utf16File(const std::u16string& text, bool bigEndian) {
 }
 
 // Byte-order marks choose the encoding, for tables and XML alike.
-TEST(TextPropertyList, FilesInEveryEncoding) {
+TEST(TextPropertyList, FilesInEveryEncodingAndShortInputs) {
   const std::u16string table =
       u"/* Localizable */\n\"greeting\" = \"Grüße 日本 😀\";\nkey = \"value\";\n\"shorthand\";\n";
   const PlistValue expected =
@@ -269,9 +266,6 @@ TEST(TextPropertyList, FilesInEveryEncoding) {
     std::string error;
     EXPECT_EQ(readPropertyListFile(dir / "Localizable.strings", &error), std::optional(expected)) << name << error;
   }
-}
-
-TEST(TextPropertyList, ShortInputs) {
   const ReadCase cases[] = {
       {"nothing", "", nullptr, PlistDict{}},
       {"invalid UTF-8 is read as Latin-1", "k = \"caf\xE9\";", nullptr, PlistDict{{"k", "café"}}},

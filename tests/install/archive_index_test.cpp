@@ -50,23 +50,21 @@ struct Archive {
   }
 };
 
-TEST(ArchiveIndex, ReadsBackWhatWasWritten) {
-  Archive a;
-  auto members = readArchiveIndex(a.bytes.data(), a.bytes.size());
+TEST(ArchiveIndex, ReadsBackWhatWasWrittenOnlyWhenItFitsTheFile) {
+  Archive written;
+  auto members = readArchiveIndex(written.bytes.data(), written.bytes.size());
   ASSERT_TRUE(members);
-  const uint32_t l0 = static_cast<uint32_t>(a.members[0].size()), l1 = static_cast<uint32_t>(a.members[1].size());
+  const uint32_t l0 = static_cast<uint32_t>(written.members[0].size()),
+                 l1 = static_cast<uint32_t>(written.members[1].size());
   std::vector<std::tuple<uint64_t, uint32_t, uint32_t, uint64_t>> fields;  // offset, length, size, position
   for (const IndexedMember& m : *members) fields.emplace_back(m.offset, m.length, m.size, m.position);
   EXPECT_EQ(fields, (decltype(fields){{0, l0, 3000, 0},
                                       {l0, l1, 3, 3000},
-                                      {l0 + l1, static_cast<uint32_t>(a.members[2].size()), 70000, 3003}}));
+                                      {l0 + l1, static_cast<uint32_t>(written.members[2].size()), 70000, 3003}}));
   EXPECT_TRUE(encodeArchiveIndex({}).empty());
   EXPECT_TRUE(
       encodeArchiveIndex(std::vector<std::pair<uint32_t, uint32_t>>(kIndexedMemberMaxCount + 1, {20, 1})).empty());
   EXPECT_FALSE(encodeArchiveIndex(std::vector<std::pair<uint32_t, uint32_t>>(kIndexedMemberMaxCount, {20, 1})).empty());
-}
-
-TEST(ArchiveIndex, AnIndexThatDoesNotFitTheFileIsIgnored) {
   const std::vector<std::pair<const char*, std::function<void(Archive&)>>> cases = {
       {"count 2^32", [](Archive& a) { a.bytes[a.entries - 4] = 1; }},
       {"count 0", [](Archive& a) { a.bytes[a.entries - 8] = 0; }},

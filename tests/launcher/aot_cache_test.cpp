@@ -52,7 +52,7 @@ TEST_F(AotCache, OnlyWhenEveryConditionHoldsTrainsThenUsesTheDefaultLocation) {
   EXPECT_TRUE(optionsFor(enabled, "25.0.1", 25, "moved.jdk").empty());
 }
 
-TEST_F(AotCache, VersionKeys) {
+TEST_F(AotCache, VersionKeysAndStaleFilesOfTheStem) {
   const std::pair<const char*, const char*> cases[] = {
       {"25.0.1", "25.0.1"}, {"25", "25"}, {"25.0.1.2", "25.0.1"}, {"25+36", "25.36"}, {"25-ea", "25"}};
   for (const auto& [version, key] : cases) {
@@ -61,9 +61,6 @@ TEST_F(AotCache, VersionKeys) {
     EXPECT_EQ(options[2], "-XX:AOTCacheOutput=" + tmp / "c/app-b-" + key + "-" +
                               std::to_string(crc(tmp / "jdk-25.jdk/Contents/Home")) + ".aot");
   }
-}
-
-TEST_F(AotCache, TrainingRemovesStaleFilesOfTheStemOnly) {
   writeFile(tmp / "c/app-old-21-1.aot", "");
   writeFile(tmp / "c/app-other.aot", "");    // shares the prefix: removed too
   writeFile(tmp / "c/application.aot", "");  // no "-" after the stem: kept

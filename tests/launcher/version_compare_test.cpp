@@ -33,7 +33,7 @@ TEST(TypeOfCharacter, Classes) {
 }
 
 // Numbers beyond 64 bits saturate, so both are the largest value.
-TEST(CompareVersion, Ordering) {
+TEST(CompareVersion, OrderingAndBounds) {
   const std::tuple<const char*, const char*, int> cases[] = {
       {"1.8.0_291", "1.8.0_301", -1},
       {"1.8", "1_8", 0},
@@ -53,10 +53,7 @@ TEST(CompareVersion, Ordering) {
     EXPECT_EQ(compareVersion(std::string_view(a), std::string_view(b)), result) << a << " vs " << b;
     EXPECT_EQ(compareVersion(std::string_view(b), std::string_view(a)), -result) << b << " vs " << a;
   }
-}
-
-TEST(CompareVersion, BoundTest) {
-  const std::tuple<Tokens, std::optional<std::string>, bool, bool> cases[] = {
+  const std::tuple<Tokens, std::optional<std::string>, bool, bool> bounds[] = {
       // candidate, bound, max, in
       {{"1", "8", "0", "291"}, "1.8", false, true},
       {{"17", "0", "2"}, "11", true, false},
@@ -70,7 +67,7 @@ TEST(CompareVersion, BoundTest) {
       {{}, "1", false, false},
       {{"x"}, "0", false, true},
   };
-  for (const auto& [candidate, bound, max, in] : cases)
+  for (const auto& [candidate, bound, max, in] : bounds)
     EXPECT_EQ(compareVersion(bound, candidate, max), in) << bound.value_or("(absent)") << (max ? " max" : " min");
 }
 
