@@ -8,7 +8,7 @@
 namespace bwk {
 namespace {
 
-TEST(Path, Standardize) {
+TEST(Path, StandardizeAppendComponentsParentAndExtension) {
   const std::string home = platform::homeDirectory();
   const std::pair<std::string, std::string> cases[] = {
       {"", ""},
@@ -25,9 +25,6 @@ TEST(Path, Standardize) {
       {"/a/~/b", "/a/~/b"},
   };
   for (const auto& [input, expected] : cases) EXPECT_EQ(path::standardize(input), expected) << input;
-}
-
-TEST(Path, AppendComponentsParentAndExtension) {
   const std::vector<std::vector<std::string>> appended = {
       // base, component, result
       {"/a", "b", "/a/b"}, {"/a", "/b", "/a/b"}, {"/", "b", "/b"},          {"", "b", "b"},
@@ -37,7 +34,7 @@ TEST(Path, AppendComponentsParentAndExtension) {
   EXPECT_EQ(path::join({"/", "a", "b/", "c"}), "/a/b/c");
   EXPECT_EQ(path::join({"a", "", "b"}), "a/b");
   // path, last, parent, extension
-  const std::tuple<std::string, std::string, std::string, std::string> cases[] = {
+  const std::tuple<std::string, std::string, std::string, std::string> parts[] = {
       {"/a/b.txt", "b.txt", "/a", "txt"},
       {"/a/b/", "b", "/a", ""},
       {"/a", "a", "/", ""},
@@ -48,7 +45,7 @@ TEST(Path, AppendComponentsParentAndExtension) {
       {"/x/jre.tar.gz", "jre.tar.gz", "/x", "gz"},
       {"/x/.hidden", ".hidden", "/x", ""},
   };
-  for (const auto& [input, last, parent, extension] : cases)
+  for (const auto& [input, last, parent, extension] : parts)
     EXPECT_EQ(std::tuple(path::lastComponent(input), path::parent(input), path::extension(input)),
               std::tuple(last, parent, extension))
         << input;

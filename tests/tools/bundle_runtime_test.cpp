@@ -27,7 +27,7 @@ class BundleRuntime : public ::testing::Test {
 
 // In either form the shipped runtime keeps its files, modes and inner links (the archive read
 // back by the launcher's own extraction), and leaves out what no start needs.
-TEST_F(BundleRuntime, JdkShippedWithoutWhatNoStartNeeds) {
+TEST_F(BundleRuntime, JdkShippedWithoutWhatNoStartNeedsStartChoicesAsKeys) {
   std::string home = tmp / "jdk";
   makeFakeRuntime(home, "17.0.2");
   const std::string deep = "lib/" + std::string(60, 'd') + "/" + std::string(60, 'e') + "/f";  // over 100 bytes
@@ -67,9 +67,6 @@ TEST_F(BundleRuntime, JdkShippedWithoutWhatNoStartNeeds) {
     EXPECT_TRUE(text::contains(checked.err, "were not checked: its release file names no MODULES"))
         << form << ": " << checked.err;
   }
-}
-
-TEST_F(BundleRuntime, StartChoicesBecomeKeys) {
   makeFakeRuntime(tmp / "jdk", "17.0.2");
   const std::vector<std::string> archive{"--runtime", tmp / "jdk", "--runtime-as", "archive"};
   using B = std::optional<bool>;
