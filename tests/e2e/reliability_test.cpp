@@ -74,9 +74,8 @@ TEST_F(Reliability, UnusableTemporaryFileSystemsEndWithAMessage) {
 }
 
 TEST_F(Reliability, IncludeCycleEndsWithAMessage) {
-  std::string app = bundleWithArchive();
   writeFile(tmp / "Tool.vmoptions", "-Dx\n-include-options Tool.vmoptions\n");
-  RunResult r = start(app);
+  RunResult r = start(bundleWithArchive());
   EXPECT_EQ(r.status, 1);
   EXPECT_TRUE(text::contains(r.err, "ERROR: Internal error: " + tmp / "Tool.vmoptions\n")) << r.err;
   EXPECT_TRUE(text::contains(r.err, "nested deeper than 32")) << r.err;
@@ -84,27 +83,21 @@ TEST_F(Reliability, IncludeCycleEndsWithAMessage) {
   EXPECT_EQ(left(temp), std::vector<std::string>{});
 }
 
-// The runtime's unpack200 run on its one packed jar.
+// The runtime's unpack200 failing on its one packed jar, or interrupted (unpacking that works is
+// in the runtime cache tests).
 TEST_F(Reliability, UnpackingPackedJars) {
   const std::tuple<std::string, int, const char*, size_t> cases[] = {
       // unpack200, status, message, entries left
       {"kill -INT $PPID; mv \"$2\" \"$3\"", 128 + SIGINT, "", 0},
       {"exit 2", 1, "ERROR: Internal error: could not run unpack200\n", 1},  // this failure leaves the directory behind
-      {"[ \"$1\" = -r ] && cp \"$2\" \"$3\" && rm \"$2\"", 0, "", 0},
   };
   for (const auto& [script, status, message, entries] : cases) {
     shell("rm -rf " + tmp / "Tool.app " + record + " " + temp + "/*");
-    std::string app = bundleWithArchive(script);
-    RunResult r = start(app);
+    RunResult r = start(bundleWithArchive(script));
     EXPECT_EQ(r.status, status) << script << "\n" << r.err;
     EXPECT_TRUE(text::contains(r.err, message)) << script << "\n" << r.err;
     EXPECT_EQ(left(temp).size(), entries) << script;
-    EXPECT_EQ(fs::exists(record), status == 0) << "launched after " << script;
-    if (status != 0) continue;
-    std::vector<std::string> argv = readRecord(record).argv;
-    ASSERT_GE(argv.size(), 3u);
-    EXPECT_EQ(argv[argv.size() - 3], "-Dbwk.tarFile=" + app + "/Contents/Resources/app/jre.tar.gz");
-    EXPECT_TRUE(text::startsWith(argv[argv.size() - 2], "-Dbwk.jreBundle=" + temp + "/")) << argv[argv.size() - 2];
+    EXPECT_FALSE(fs::exists(record)) << "launched after " << script;
   }
 }
 
