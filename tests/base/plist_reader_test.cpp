@@ -31,7 +31,7 @@ void expectOutcomes(const ReadCase (&cases)[N], Reader read) {
   }
 }
 
-TEST(PropertyListReader, ChoosesTheFormatByContent) {
+TEST(PropertyListReader, ChoosesTheFormatByContentAndReadsXml) {
   const std::string plist = "<plist version=\"1.0\"><dict><key>a</key><string>b</string></dict></plist>";
   const PlistValue ab = PlistDict{{"a", "b"}};
   const ReadCase cases[] = {
@@ -46,10 +46,7 @@ TEST(PropertyListReader, ChoosesTheFormatByContent) {
       {"empty input", "", "property list: empty input"},
   };
   expectOutcomes(cases, readPropertyList);
-}
-
-TEST(XmlPropertyList, ValuesAndMalformedDocuments) {
-  const ReadCase cases[] = {
+  const ReadCase xml[] = {
       // input: inside <plist>
       {"duplicate key: last wins", "<dict><key>k</key><string>1</string><key>k</key><string>2</string></dict>", nullptr,
        PlistDict{{"k", "2"}}},
@@ -91,7 +88,7 @@ TEST(XmlPropertyList, ValuesAndMalformedDocuments) {
       {"empty plist", "", "empty <plist>"},
       {"syntax errors carry the line", "<dict>\n<key>a</key>\n<string>b</strin>\n</dict>", "at line 4"},
   };
-  expectOutcomes(cases, [](const std::string& input, std::string* error) {
+  expectOutcomes(xml, [](const std::string& input, std::string* error) {
     return readXmlPropertyList(
         "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\">" + input + "</plist>\n", error);
   });
@@ -200,7 +197,17 @@ TEST(BinaryPropertyList, HandBuiltObjects) {
   EXPECT_EQ(*v, PlistValue(42));
 }
 
-TEST(TextPropertyList, HandWrittenFile) {
+std::string utf16File(const std::u16string& text, bool bigEndian) {
+  std::string out = bigEndian ? "\xFE\xFF" : "\xFF\xFE";
+  for (char16_t u : text) {
+    char hi = static_cast<char>(u >> 8), lo = static_cast<char>(u & 0xFF);
+    out += bigEndian ? hi : lo;
+    out += bigEndian ? lo : hi;
+  }
+  return out;
+}
+
+TEST(TextPropertyList, HandWrittenFileEveryEncodingAndShortInputs) {
   const char* source = R"(// a line comment
 {
   name = "Tool";            /* a block
@@ -218,7 +225,7 @@ TEST(TextPropertyList, HandWrittenFile) {
   "Grüße" = "日本";
 }
 )";
-  PlistDict expected{
+  PlistDict written{
       {"name", "Tool"},
       {"unquoted", "some_path/to:file.txt-1+$"},
       {"number", "42"},
@@ -231,22 +238,9 @@ TEST(TextPropertyList, HandWrittenFile) {
       {"dup", "second"},
       {"Grüße", "日本"},
   };
-  std::string error;
-  EXPECT_EQ(readTextPropertyList(source, &error), std::optional(PlistValue(expected))) << error;
-}
-
-std::string utf16File(const std::u16string& text, bool bigEndian) {
-  std::string out = bigEndian ? "\xFE\xFF" : "\xFF\xFE";
-  for (char16_t u : text) {
-    char hi = static_cast<char>(u >> 8), lo = static_cast<char>(u & 0xFF);
-    out += bigEndian ? hi : lo;
-    out += bigEndian ? lo : hi;
-  }
-  return out;
-}
-
-// Byte-order marks choose the encoding, for tables and XML alike.
-TEST(TextPropertyList, FilesInEveryEncodingAndShortInputs) {
+  std::string problem;
+  EXPECT_EQ(readTextPropertyList(source, &problem), std::optional(PlistValue(written))) << problem;
+  // Byte-order marks choose the encoding, for tables and XML alike.
   const std::u16string table =
       u"/* Localizable */\n\"greeting\" = \"Grüße 日本 😀\";\nkey = \"value\";\n\"shorthand\";\n";
   const PlistValue expected =

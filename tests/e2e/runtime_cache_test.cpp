@@ -79,7 +79,7 @@ class RuntimeCache : public ::testing::Test {
 };
 
 // `between` changes things after a first start; the second uses, makes or bypasses the entry.
-TEST_F(RuntimeCache, LaterStartsUseTheEntryWhileItIsSoundAndTheArchiveTheSame) {
+TEST_F(RuntimeCache, LaterStartsUseTheEntryWhileItIsSoundAndTheArchiveFileTheSame) {
   enum class Second { kUses, kMakes, kTemporary };
   // name, what changes between the starts, what the second does, a line it logs
   const std::tuple<const char*, std::function<void(RuntimeCache&, const std::string& entry)>, Second, const char*>
@@ -140,10 +140,7 @@ TEST_F(RuntimeCache, LaterStartsUseTheEntryWhileItIsSoundAndTheArchiveTheSame) {
         << name << ": the entry is named after the archive's content";
     EXPECT_TRUE(namesIn(tmp / "t").empty()) << name;
   }
-}
-
-// A settled archive file is known by its stamp until any write, even one that restores its mtime.
-TEST_F(RuntimeCache, ArchiveFileKnownByItsStampUntilItIsWritten) {
+  // A settled archive file is known by its stamp until any write, even one that restores its mtime.
   std::string archive = app + "/Contents/Resources/app/jre.tar.gz";
   stdfs::rename(archive, tmp / "first.tar.gz");
   packRuntime("other");  // the same length as "first"

@@ -50,7 +50,7 @@ struct Archive {
   }
 };
 
-TEST(ArchiveIndex, ReadsBackWhatWasWrittenOnlyWhenItFitsTheFile) {
+TEST(ArchiveIndex, ReadsBackWhatWasWrittenOnlyWhenItFitsAndThreadsAskedFor) {
   Archive written;
   auto members = readArchiveIndex(written.bytes.data(), written.bytes.size());
   ASSERT_TRUE(members);
@@ -94,19 +94,16 @@ TEST(ArchiveIndex, ReadsBackWhatWasWrittenOnlyWhenItFitsTheFile) {
     spoil(a);
     EXPECT_FALSE(readArchiveIndex(a.bytes.data(), a.bytes.size())) << name;
   }
-}
-
-// BRACKWOOD_UNPACK_THREADS may only lower the number of threads, and only as a whole number from 1.
-TEST(ArchiveIndex, ThreadsAskedFor) {
+  // BRACKWOOD_UNPACK_THREADS may only lower the number of threads, and only as a whole number from 1.
   ScopedEnvironment env;
   env.set("BRACKWOOD_UNPACK_THREADS", std::nullopt);
   const unsigned all = inflatingThreads();
   EXPECT_EQ(all, std::clamp(std::thread::hardware_concurrency(), 1u, 8u));
-  const std::pair<const char*, unsigned> cases[] = {{"1", 1u},   {"0", all}, {"-1", all},
+  const std::pair<const char*, unsigned> asked[] = {{"1", 1u},   {"0", all}, {"-1", all},
                                                     {"1x", all}, {"", all},  {"100", all}};
-  for (const auto& [asked, threads] : cases) {
-    env.set("BRACKWOOD_UNPACK_THREADS", asked);
-    EXPECT_EQ(inflatingThreads(), threads) << asked;
+  for (const auto& [value, threads] : asked) {
+    env.set("BRACKWOOD_UNPACK_THREADS", value);
+    EXPECT_EQ(inflatingThreads(), threads) << value;
   }
 }
 
