@@ -71,16 +71,13 @@ TEST(CompareVersion, OrderingAndBounds) {
     EXPECT_EQ(compareVersion(bound, candidate, max), in) << bound.value_or("(absent)") << (max ? " max" : " min");
 }
 
-TEST(IsBetaVersion, SubstringMarkers) {
+TEST(VersionTexts, BetaMarkersAndJrePrefixes) {
   const std::pair<std::optional<std::string>, bool> cases[] = {
       {std::nullopt, false}, {"1.8.0-rc1", true}, {"17-ea", true}, {"9-beta", true},  {"src", true},
       {"Release", true},     {"Team", true},      {"RC1", false},  {"17.0.2", false}, {"BETA", false},
   };
   for (const auto& [text, beta] : cases) EXPECT_EQ(isBetaVersion(text), beta) << text.value_or("(absent)");
-}
-
-TEST(RemoveJrePrefix, Prefixes) {
-  const std::pair<const char*, const char*> cases[] = {
+  const std::pair<const char*, const char*> prefixes[] = {
       {"jdk1.8.0_291.jdk", "1.8.0_291.jdk"},
       {"jdk-17.0.2.jdk", "17.0.2.jdk"},
       {"openjdk-11.jdk", "11.jdk"},
@@ -90,7 +87,7 @@ TEST(RemoveJrePrefix, Prefixes) {
       {"jre", ""},
       {"jre-jdk-1", "-1"},  // each step works on the previous one's result
   };
-  for (const auto& [name, stripped] : cases) EXPECT_EQ(removeJrePrefix(name), stripped) << name;
+  for (const auto& [name, stripped] : prefixes) EXPECT_EQ(removeJrePrefix(name), stripped) << name;
 }
 
 }  // namespace

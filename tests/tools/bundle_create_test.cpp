@@ -136,7 +136,7 @@ TEST(XmlPropertyListWriter, ReadsBackAsWritten) {
 }
 
 // Class-Path entries are URLs: %XX escapes of either case decoded, only local file URLs taken.
-TEST(JarClassPath, EntriesAreFileUrlsRelativeToTheJar) {
+TEST(JarReading, ClassPathUrlsRelativeToTheJarEntriesAndDamage) {
   TempDir tmp;
   shell(
       "cd " + tmp.path() + " && mkdir -p 'd~~ZZ++09?_' && python3 -c \"import zipfile; " +
@@ -152,12 +152,8 @@ TEST(JarClassPath, EntriesAreFileUrlsRelativeToTheJar) {
                                       "http://h/y.jar" + by + "not a file URL, left out as the runtime skips it",
                                       "/goneA.jar" + by + "no such file, left out as the runtime skips it",
                                       tmp / "m%zz.jar" + by + "no such file, left out as the runtime skips it"}));
-}
-
-// Jars as the tool reads them: entries stored or deflated, zip64 end records, and each
-// kind of damage named.
-TEST(ZipDirectory, EntriesAndDamage) {
-  TempDir tmp;
+  // Jars as the tool reads them: entries stored or deflated, zip64 end records, and each
+  // kind of damage named.
   // zip.py NAME [patches]: a.txt deflated and b.txt stored; each patch "SIGNATURE+OFFSET=HEX"
   // overwrites bytes after the first record with that signature (L local, C central, E end, 6 zip64 end).
   writeFile(tmp / "zip.py", R"(import io, sys, zipfile
