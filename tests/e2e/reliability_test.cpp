@@ -48,7 +48,7 @@ class Reliability : public ::testing::Test {
 };
 
 // TMPDIR a small or a noexec file system of its own, listed from inside its namespace.
-TEST_F(Reliability, UnusableTemporaryFileSystemsEndWithAMessage) {
+TEST_F(Reliability, UnusableTemporaryFileSystemsAndIncludeCyclesEndWithAMessage) {
   // 20 MB of zeros: a small archive that does not fit into 8 MB.
   writeFile(tmp / "stage/Contents/Home/lib/modules", std::string(20000000, '\0'));
   std::string app = bundleWithArchive();
@@ -71,9 +71,6 @@ TEST_F(Reliability, UnusableTemporaryFileSystemsEndWithAMessage) {
     EXPECT_FALSE(fs::exists(record)) << "nothing is launched";
     EXPECT_EQ(readFile(tmp / "listing"), "") << options;
   }
-}
-
-TEST_F(Reliability, IncludeCycleEndsWithAMessage) {
   writeFile(tmp / "Tool.vmoptions", "-Dx\n-include-options Tool.vmoptions\n");
   RunResult r = start(bundleWithArchive());
   EXPECT_EQ(r.status, 1);

@@ -183,7 +183,7 @@ TEST_F(EmbedTool, MachOCopiesCarryTheConfigurationOrAreRefused) {
 }
 
 // Linkers sign arm64 output: the signature goes as if the file had never had one.
-TEST_F(EmbedTool, MachOSignaturesAreRemovedUniversalFilesCarryItInEachSlice) {
+TEST_F(EmbedTool, MachOSignaturesRemovedSignedAgainAndUniversalFilesCarryItInEachSlice) {
   Bytes plain = machOExecutable(0x800, true, 0x120);
   ASSERT_EQ(embedBytes(plain, "config.plist", "expected").status, 0);
   // Data of 24 bytes: a signature made after it starts 8 bytes past its end.
@@ -214,10 +214,7 @@ TEST_F(EmbedTool, MachOSignaturesAreRemovedUniversalFilesCarryItInEachSlice) {
     EXPECT_EQ(fileBytes(tmp / "out"),
               universalFile({{0x01000007, 12, embedded(intel)}, {0x0100000c, 14, embedded(arm)}}, wide));
   }
-}
-
-// Mach-O copies are signed again by codesign when it is on PATH, unless told not to.
-TEST_F(EmbedTool, MachOCopiesAreSignedAgain) {
+  // Mach-O copies are signed again by codesign when it is on PATH, unless told not to.
   writeBytes(tmp / "tool", machOExecutable());
   std::string bin = tmp / "bin";
   // codesign's status (-1: none on PATH), --no-sign, the tool's status, its message.

@@ -27,7 +27,7 @@ class BundleRuntime : public ::testing::Test {
 
 // In either form the shipped runtime keeps its files, modes and inner links (the archive read
 // back by the launcher's own extraction), and leaves out what no start needs.
-TEST_F(BundleRuntime, JdkShippedWithoutWhatNoStartNeedsStartChoicesAsKeys) {
+TEST_F(BundleRuntime, JdkShippedWithoutWhatNoStartNeedsStartChoicesAndBuildIdAsKeys) {
   std::string home = tmp / "jdk";
   makeFakeRuntime(home, "17.0.2");
   const std::string deep = "lib/" + std::string(60, 'd') + "/" + std::string(60, 'e') + "/f";  // over 100 bytes
@@ -102,10 +102,7 @@ TEST_F(BundleRuntime, JdkShippedWithoutWhatNoStartNeedsStartChoicesAsKeys) {
               std::pair(aot, aot.has_value()))
         << said;
   }
-}
-
-// The identifier names the code shipped: the same jars give the same one, any changed byte another.
-TEST_F(BundleRuntime, AotBuildIdFollowsTheJarsContents) {
+  // The identifier names the code shipped: the same jars give the same one, any changed byte another.
   auto buildId = [&](const std::string& jar, const std::string& input = "") {
     shell("rm -rf " + tmp / "out");
     std::vector<std::string> words{"create", "--name", "Hello", "--output", tmp / "out", "--aot-cache"};
