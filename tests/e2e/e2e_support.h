@@ -29,21 +29,12 @@ struct Recorded {
   std::string flags;  // program and launcher name, then JLI_Launch's and the argument-file functions' numbers
   std::vector<std::string> argv;
 };
+// Its lines: "fullversion=", "dotversion=", "flags=", the vector, "--".
 inline Recorded readRecord(const std::string& file) {
-  Recorded r;
   std::vector<std::string> lines = text::split(readFile(file), "\n");
-  for (const std::string& line : lines) {
-    if (line == "--") break;
-    if (text::startsWith(line, "fullversion="))
-      r.fullVersion = line.substr(12);
-    else if (text::startsWith(line, "dotversion="))
-      r.dotVersion = line.substr(11);
-    else if (text::startsWith(line, "flags="))
-      r.flags = line.substr(6);
-    else
-      r.argv.push_back(line);
-  }
-  return r;
+  auto end = std::find(lines.begin(), lines.end(), "--");
+  if (end - lines.begin() < 3) return {};
+  return {lines[0].substr(12), lines[1].substr(11), lines[2].substr(6), {lines.begin() + 3, end}};
 }
 
 // A jlink image for the demo program as a bundle-shaped folder, made once per build tree

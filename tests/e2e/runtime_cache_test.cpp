@@ -24,18 +24,16 @@ class RuntimeCache : public ::testing::Test {
   }
 
   // A stand-in runtime as the archive, stored uncompressed (same content length, same size),
-  // with `packedJars` packed jars and an unpack200 taking `unpackSeconds` for each.
-  void packRuntime(const std::string& content, int packedJars = 0, double unpackSeconds = 0) {
+  // with a packed jar and an unpack200 that takes a second for it when `slowUnpack`.
+  void packRuntime(const std::string& content, bool slowUnpack = false) {
     std::string src = tmp / "src";
     stdfs::remove_all(src);
     makeFakeRuntime(src, "17.0.2", "bundle");
     writeFile(src + "/Contents/Home/content.txt", content);
-    if (packedJars > 0) {
-      writeFile(src + "/Contents/Home/bin/unpack200",
-                "#!/bin/sh\nsleep " + std::to_string(unpackSeconds) + "\nmv \"$2\" \"$3\"\n");
+    if (slowUnpack) {
+      writeFile(src + "/Contents/Home/bin/unpack200", "#!/bin/sh\nsleep 1\nmv \"$2\" \"$3\"\n");
       ::chmod((src + "/Contents/Home/bin/unpack200").c_str(), 0755);
-      for (int i = 0; i < packedJars; ++i)
-        writeFile(src + "/Contents/Home/lib/p" + std::to_string(i) + ".jar.pack", "jar");
+      writeFile(src + "/Contents/Home/lib/p0.jar.pack", "jar");
     }
     fs::createDirectory(app + "/Contents/Resources/app", true);
     RunResult r = shell("tar cf - -C " + src +
@@ -168,14 +166,14 @@ TEST_F(RuntimeCache, LaterStartsUseTheEntryWhileItIsSoundAndTheArchiveFileTheSam
       << "the new content runs";
   EXPECT_EQ(namesIn(runtimeDir).size(), 1u) << "the older entry and its note are removed";
   // Simultaneous first starts (kept side by side by a slow unpack200): one rename wins, the rest use it.
-  packRuntime("first", 1, 1.0);
+  packRuntime("first", true);
   std::vector<std::unique_ptr<Background>> starts;
   for (int i = 0; i < 3; ++i)
     starts.push_back(std::make_unique<Background>(std::vector<std::string>{app + "/Contents/MacOS/Cachy"},
                                                   env({"FAKE_JLI_RECORD=" + tmp / ("record" + std::to_string(i))})));
   int made = 0, usedTheirs = 0;
   for (auto& s : starts) {
-    Background::Result r = s->finish(60);
+    RunResult r = s->finish(60);
     EXPECT_EQ(r.status, 7) << r.err;
     made += text::contains(r.err, "runtime cache made");
     usedTheirs += text::contains(r.err, "made by another start meanwhile");

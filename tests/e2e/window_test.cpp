@@ -81,7 +81,7 @@ TEST_F(Window, ShowsProgressAndCancelEndsTheStart) {
 
   // Cancel sits at the bottom right, inside the window's border.
   x.xdotool("mousemove " + std::to_string(g.x + g.width - 45) + " " + std::to_string(g.y + g.height - 30) + " click 1");
-  Background::Result r = launcher.finish(20);
+  RunResult r = launcher.finish(20);
   EXPECT_EQ(r.status, 1) << r.err;
   EXPECT_EQ(entriesIn(tmp / "t"), 0u) << "the temporary directory is removed";
   EXPECT_FALSE(fs::exists(record)) << "nothing was launched";
@@ -119,7 +119,7 @@ TEST_F(Window, OnlyAStartThatShowsTheWindowLoadsGtk) {
                         env({"FAKE_JLI_SLEEP_MS=3000", entry.empty() ? "BRACKWOOD_LOG" : entry}));
     while (!fs::exists(record) && secondsSince(launcher.started()) < 20) sleepMs(20);
     std::string maps = readFile("/proc/" + std::to_string(launcher.pid()) + "/maps");
-    Background::Result r = launcher.finish(20);
+    RunResult r = launcher.finish(20);
     EXPECT_EQ(r.status, 7) << name << "\n" << r.err;
     EXPECT_EQ(text::contains(maps, "/libgtk-3.so"), loadsGtk) << name;
     EXPECT_FALSE(text::contains(maps, "/libGL") || text::contains(maps, "_dri.so")) << name;

@@ -80,7 +80,6 @@ class Background {
   std::string line(double seconds);
   // Waits at most `seconds` from the start (0: no limit); status -1 when it did not end.
   RunResult finish(double seconds);
-  using Result = RunResult;
 
  private:
   TempDir dir_;
