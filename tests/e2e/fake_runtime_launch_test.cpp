@@ -54,8 +54,7 @@ TEST_F(FakeRuntimeLaunch, RichConfigurationGivesTheVectorInOrder) {
   RunResult r = start(bundlePath, {"-psn_0_42", "-J-Dpassed=1", "-J-jvm=/cl", "plain arg", "Grüße"});
   ASSERT_EQ(r.status, 0) << r.err;
   Recorded rec = readRecord(record);
-  EXPECT_EQ(rec.fullVersion, "17.0.2");
-  EXPECT_EQ(rec.dotVersion, "17.0.2");
+  EXPECT_EQ(std::pair(rec.fullVersion, rec.dotVersion), std::pair(std::string("17.0.2"), std::string("17.0.2")));
   EXPECT_EQ(rec.flags, "java java 0 0 0 0 0 0 -1 -1 -1") << "no argument file: nothing expanded";
   // One entry a line.
   EXPECT_EQ(text::join(rec.argv, "\n"),

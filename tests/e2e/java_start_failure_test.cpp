@@ -36,8 +36,7 @@ class JavaStartFailure : public ::testing::Test {
       if (text::startsWith(entry, std::string(platform::kNoticeVariable) + "="))
         a.notice = platform::decodeNotice(entry.substr(entry.find('=') + 1));
     a.command = readFile("/proc/" + pid + "/comm");
-    a.firstArgument = readFile("/proc/" + pid + "/cmdline");
-    a.firstArgument = a.firstArgument.substr(0, a.firstArgument.find('\0'));
+    a.firstArgument = readFile("/proc/" + pid + "/cmdline").c_str();  // up to the first NUL
     if (!pid.empty()) ::kill(std::stoi(pid), SIGTERM);
     return a;
   }

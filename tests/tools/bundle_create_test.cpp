@@ -226,11 +226,10 @@ TEST(TarGzWriter, IndexedMembersThatEveryReaderReads) {
 
   std::string archive = readFile(tmp / "a.tar.gz");
   auto members = readArchiveIndex(archive.data(), archive.size());
-  ASSERT_TRUE(members);
-  ASSERT_EQ(members->size(), 3u);
-  EXPECT_EQ((*members)[0].size, bundle::TarGzWriter::kMemberSize);
-  EXPECT_EQ((*members)[1].size, bundle::TarGzWriter::kMemberSize);
-  EXPECT_EQ((*members)[2].position + (*members)[2].size, writer.uncompressedSize());
+  std::vector<uint64_t> sizes;
+  for (const IndexedMember& m : members.value_or(std::vector<IndexedMember>{})) sizes.push_back(m.size);
+  const uint64_t full = bundle::TarGzWriter::kMemberSize;
+  EXPECT_EQ(sizes, (std::vector<uint64_t>{full, full, writer.uncompressedSize() - 2 * full}));
 
   const std::string names = "d/\nd/big\nd/small\nd/l\n";
   EXPECT_EQ(
