@@ -42,12 +42,11 @@ inline Recorded readRecord(const std::string& file) {
 inline const std::string kJdk17 = "/usr/lib/jvm/java-17-openjdk-amd64";
 
 inline std::string jlinkStage() {
-  const std::string& jdk = kJdk17;
   std::string stage = std::string(BWK_BINARY_DIR) + "/test-cache/jlink-17";
   if (!fs::exists(stage + "/Contents/Home/lib/libjli.so")) {
     std::string fresh = stage + ".new-" + std::to_string(getpid());
     shell(
-        "rm -rf " + fresh + " && mkdir -p " + fresh + "/Contents && " + jdk +
+        "rm -rf " + fresh + " && mkdir -p " + fresh + "/Contents && " + kJdk17 +
         "/bin/jlink --add-modules java.base,java.management --strip-debug --no-header-files --no-man-pages --output " +
         fresh + "/Contents/Home && (mv -T " + fresh + " " + stage + " 2>/dev/null || rm -rf " + fresh + ")");
   }

@@ -27,10 +27,8 @@ class Window : public ::testing::Test {
     if (tarSize > 0) info["bwk.jreUncompressedSize"] = PlistValue(tarSize);
     for (auto& [k, v] : extra) info[k] = v;
     std::string app = makeBundle(tmp.path(), "Slowpoke", PlistValue(info));
-    writeFile(
-        app + "/Contents/Resources/en.lproj/Localizable.strings",
-        "\"WizardCaption\" = \"Installing Slowpoke\";\n\"PrepareInstaller\" = \"Preparing %@ for its first start\";\n"
-        "\"ButtonCancel\" = \"Cancel\";\n\"AppleJavaMinVersionError\" = \"Java %@ or newer is needed by %@.\";\n");
+    writeFile(app + "/Contents/Resources/en.lproj/Localizable.strings",
+              "\"WizardCaption\" = \"Installing Slowpoke\";\n\"ButtonCancel\" = \"Cancel\";\n");
     writeFile(app + "/Contents/Resources/app.icns",
               icnsContainer({{"icp4", solidPng(16, 0, 255, 0)}, {"ic07", solidPng(128, 255, 0, 255)}}));
     return app;

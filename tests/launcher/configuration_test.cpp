@@ -14,10 +14,6 @@ class Configuration : public LaunchFixture {
   ChosenRuntime runtime(const std::string& version = "17.0.2", int major = 17) {
     return ChosenRuntime{tmp / "jdk", nullptr, version, major, version, false, false};
   }
-  std::vector<std::string> options(const LaunchContext& context, const LaunchFacts& facts = {},
-                                   const ChosenRuntime* chosen = nullptr) {
-    return readJavaParameters(context, chosen ? *chosen : runtime(), facts).options;
-  }
 };
 
 TEST_F(Configuration, DirectoryLayouts) {
@@ -188,10 +184,9 @@ TEST_F(Configuration, VersionSpecificPatterns) {
       {"17.0.2", 17, {"1-2-3", stringArray({"-Dthree"}), "11-17"}, {}},  // a single element is no pair
   };
   for (const auto& [version, major, pairs, expected] : cases) {
-    ChosenRuntime chosen = runtime(version, major);
-    std::vector<std::string> all =
-        options(bundleLaunch({{"JavaVM", PlistValue(PlistDict{{"VersionSpecificVMOptions", PlistValue(pairs)}})}}), {},
-                &chosen);
+    const LaunchContext& context =
+        bundleLaunch({{"JavaVM", PlistValue(PlistDict{{"VersionSpecificVMOptions", PlistValue(pairs)}})}});
+    std::vector<std::string> all = readJavaParameters(context, runtime(version, major), {}).options;
     EXPECT_EQ(std::vector<std::string>(all.begin() + 1, all.end()), expected) << version << " " << pairs.size();
   }
 }
