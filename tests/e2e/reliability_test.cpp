@@ -42,9 +42,7 @@ class Reliability : public ::testing::Test {
   }
 
   TempDir tmp;
-  std::string temp = tmp / "t";
-  std::string cwd = tmp / "cwd";
-  std::string record = tmp / "record.txt";
+  std::string temp = tmp / "t", cwd = tmp / "cwd", record = tmp / "record.txt";
 };
 
 // TMPDIR a small or a noexec file system of its own, listed from inside its namespace.

@@ -71,8 +71,7 @@ class RuntimeCache : public ::testing::Test {
   }
 
   TempDir tmp;
-  std::string runtimeDir;
-  std::string app;
+  std::string runtimeDir, app;
   std::unique_ptr<Background> holder;  // a process that holds an entry in use
 };
 

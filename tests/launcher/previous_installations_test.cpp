@@ -27,8 +27,7 @@ class PreviousInstallations : public LaunchFixture {
     return chosen;
   }
 
-  std::string a = tmp / "a";
-  std::string b = tmp / "b";
+  std::string a = tmp / "a", b = tmp / "b";
   OptionalString result;
 };
 

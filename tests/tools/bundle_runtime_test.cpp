@@ -14,15 +14,12 @@ class BundleRuntime : public ::testing::Test {
   // The shipped runtime's home, unpacked first when it is an archive.
   std::string shippedHome(const std::string& app, const std::string& form) {
     if (form == "bundle") return app + "/Contents/Resources/jre.bundle/Contents/Home";
-    std::string unpacked = tmp / ("unpacked-" + std::to_string(++unpacks_));
-    shell("mkdir -p " + unpacked);
+    std::string unpacked = tmp / "unpacked";
+    shell("rm -rf " + unpacked + " && mkdir " + unpacked);
     EXPECT_TRUE(UnTar::untar(app + "/Contents/Resources/app/jre.tar.gz", unpacked, 0, nullptr).complete);
     return unpacked + "/Contents/Home";
   }
   TempDir tmp;
-
- private:
-  int unpacks_ = 0;
 };
 
 // In either form the shipped runtime keeps its files, modes and inner links (the archive read
