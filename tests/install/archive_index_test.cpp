@@ -1,12 +1,6 @@
 // The index of an archive in gzip members: read back as written, and ignored whenever it does
 // not describe the file exactly.
-#include <gtest/gtest.h>
 #include <zlib.h>
-
-#include <algorithm>
-#include <functional>
-#include <thread>
-#include <tuple>
 
 #include "install/archive_index.h"
 #include "install/indexed_tar_stream.h"

@@ -1,6 +1,4 @@
 // Progress reports, and cancelling from the callback, on both inflation paths.
-#include <filesystem>
-#include <optional>
 
 #include "base/errors.h"
 #include "untar_fixture.h"
