@@ -3,6 +3,8 @@
 #include <cctype>
 #include <climits>
 
+#include "base/unicode.h"
+
 namespace bwk::text {
 
 std::vector<std::string> split(std::string_view s, std::string_view separator) {
@@ -85,35 +87,10 @@ long long integerValue(std::string_view s) {
 }
 
 bool isValidUtf8(std::string_view s) {
-  size_t i = 0;
-  while (i < s.size()) {
-    unsigned char c = static_cast<unsigned char>(s[i]);
-    size_t n;
-    unsigned int cp;
-    if (c < 0x80) {
-      ++i;
-      continue;
-    }
-    if ((c & 0xE0) == 0xC0) {
-      n = 1;
-      cp = c & 0x1F;
-    } else if ((c & 0xF0) == 0xE0) {
-      n = 2;
-      cp = c & 0x0F;
-    } else if ((c & 0xF8) == 0xF0) {
-      n = 3;
-      cp = c & 0x07;
-    } else
-      return false;
-    if (i + n >= s.size()) return false;
-    for (size_t k = 1; k <= n; ++k) {
-      unsigned char cc = static_cast<unsigned char>(s[i + k]);
-      if ((cc & 0xC0) != 0x80) return false;
-      cp = (cp << 6) | (cc & 0x3F);
-    }
-    if ((n == 1 && cp < 0x80) || (n == 2 && cp < 0x800) || (n == 3 && (cp < 0x10000 || cp > 0x10FFFF))) return false;
-    if (cp >= 0xD800 && cp <= 0xDFFF) return false;
-    i += n + 1;
+  for (size_t i = 0; i < s.size();) {
+    unicode::Utf8Character c = unicode::decodeUtf8(s, i);
+    if (c.codePoint == U'\uFFFD' && c.length == 1) return false;
+    i += c.length;
   }
   return true;
 }

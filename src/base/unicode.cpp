@@ -4,6 +4,34 @@
 
 namespace bwk::unicode {
 
+Utf8Character decodeUtf8(std::string_view text, size_t offset) {
+  constexpr Utf8Character invalid{U'\uFFFD', 1};
+  auto byte = [&](size_t i) { return static_cast<unsigned char>(text[i]); };
+  unsigned char lead = byte(offset);
+  if (lead < 0x80) return {lead, 1};
+  size_t length;
+  char32_t codePoint;
+  char32_t minimum;
+  if ((lead & 0xE0) == 0xC0) {
+    length = 2, codePoint = lead & 0x1F, minimum = 0x80;
+  } else if ((lead & 0xF0) == 0xE0) {
+    length = 3, codePoint = lead & 0x0F, minimum = 0x800;
+  } else if ((lead & 0xF8) == 0xF0) {
+    length = 4, codePoint = lead & 0x07, minimum = 0x10000;
+  } else {
+    return invalid;
+  }
+  if (offset + length > text.size()) return invalid;
+  for (size_t i = 1; i < length; ++i) {
+    unsigned char next = byte(offset + i);
+    if ((next & 0xC0) != 0x80) return invalid;
+    codePoint = (codePoint << 6) | (next & 0x3F);
+  }
+  // Overlong forms, surrogates and values past the last code point are not characters.
+  if (codePoint < minimum || codePoint > 0x10FFFF || (codePoint >= 0xD800 && codePoint <= 0xDFFF)) return invalid;
+  return {codePoint, length};
+}
+
 void appendUtf8(std::string& out, char32_t cp) {
   if ((cp >= 0xD800 && cp <= 0xDFFF) || cp > 0x10FFFF) cp = 0xFFFD;
   if (cp < 0x80) {

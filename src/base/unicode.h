@@ -2,11 +2,21 @@
 // Conversions between the encodings the property-list readers meet: UTF-16 (binary
 // strings, .strings files with a byte-order mark, \U escapes) and Latin-1 fallbacks, all
 // turned into UTF-8.
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
 
 namespace bwk::unicode {
+
+// One character of UTF-8 text: its code point and how many bytes it takes. A byte that
+// does not start a valid sequence (overlong, a surrogate, past U+10FFFF, cut short)
+// counts as one character U+FFFD of length 1.
+struct Utf8Character {
+  char32_t codePoint;
+  size_t length;
+};
+Utf8Character decodeUtf8(std::string_view text, size_t offset);
 
 // Appends one code point as UTF-8; surrogates and values above U+10FFFF become U+FFFD.
 void appendUtf8(std::string& out, char32_t codePoint);

@@ -1,4 +1,4 @@
-// Character tables for version texts, and a UTF-8 decoder.
+// Character tables for version texts.
 //
 // The tables cover the Basic Multilingual Plane only: version characters are compared as
 // UTF-16 units, and a character beyond U+FFFF begins with a surrogate unit, which is
@@ -64,33 +64,5 @@ bool inRanges(const CodeRange (&ranges)[N], char32_t codePoint) {
 
 bool isDecimalDigit(char32_t codePoint) { return inRanges(kDecimalDigits, codePoint); }
 bool isSeparator(char32_t codePoint) { return inRanges(kSeparators, codePoint); }
-
-Utf8Character decodeUtf8(std::string_view text, size_t offset) {
-  constexpr Utf8Character invalid{U'\uFFFD', 1};
-  auto byte = [&](size_t i) { return static_cast<unsigned char>(text[i]); };
-  unsigned char lead = byte(offset);
-  if (lead < 0x80) return {lead, 1};
-  size_t length;
-  char32_t codePoint;
-  char32_t minimum;
-  if ((lead & 0xE0) == 0xC0) {
-    length = 2, codePoint = lead & 0x1F, minimum = 0x80;
-  } else if ((lead & 0xF0) == 0xE0) {
-    length = 3, codePoint = lead & 0x0F, minimum = 0x800;
-  } else if ((lead & 0xF8) == 0xF0) {
-    length = 4, codePoint = lead & 0x07, minimum = 0x10000;
-  } else {
-    return invalid;
-  }
-  if (offset + length > text.size()) return invalid;
-  for (size_t i = 1; i < length; ++i) {
-    unsigned char next = byte(offset + i);
-    if ((next & 0xC0) != 0x80) return invalid;
-    codePoint = (codePoint << 6) | (next & 0x3F);
-  }
-  // Overlong forms, surrogates and values past the last code point are not characters.
-  if (codePoint < minimum || codePoint > 0x10FFFF || (codePoint >= 0xD800 && codePoint <= 0xDFFF)) return invalid;
-  return {codePoint, length};
-}
 
 }  // namespace bwk::characters

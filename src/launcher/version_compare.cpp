@@ -6,6 +6,7 @@
 #include <string>
 
 #include "base/strings.h"
+#include "base/unicode.h"
 #include "launcher/character_classes.h"
 #include "launcher/version_compare.h"
 
@@ -31,7 +32,7 @@ int classOfCodePoint(char32_t c) {
 std::u16string utf16Units(std::string_view s) {
   std::u16string units;
   for (size_t i = 0; i < s.size();) {
-    characters::Utf8Character c = characters::decodeUtf8(s, i);
+    unicode::Utf8Character c = unicode::decodeUtf8(s, i);
     if (c.codePoint == U'\uFFFD' && c.length == 1 && static_cast<unsigned char>(s[i]) >= 0x80) {
       units.push_back(static_cast<char16_t>(0xDC00 + static_cast<unsigned char>(s[i])));
     } else if (c.codePoint > 0xFFFF) {
@@ -53,17 +54,17 @@ int sign(int value) { return (value > 0) - (value < 0); }
 int typeOfCharacter(std::string_view s) {
   if (s == ".") return kSeparator;
   if (s.empty()) return kAlphabetic;
-  return classOfCodePoint(characters::decodeUtf8(s, 0).codePoint);
+  return classOfCodePoint(unicode::decodeUtf8(s, 0).codePoint);
 }
 
 std::vector<std::string> splitVersionString(std::string_view s) {
   std::vector<std::string> tokens;
   if (s.empty()) return tokens;
-  characters::Utf8Character first = characters::decodeUtf8(s, 0);
+  unicode::Utf8Character first = unicode::decodeUtf8(s, 0);
   std::string current(s.substr(0, first.length));
   int previousClass = classOfCodePoint(first.codePoint);
   for (size_t i = first.length; i < s.size();) {
-    characters::Utf8Character c = characters::decodeUtf8(s, i);
+    unicode::Utf8Character c = unicode::decodeUtf8(s, i);
     std::string_view character = s.substr(i, c.length);
     int type = classOfCodePoint(c.codePoint);
     // Every separator is a token by itself; a change of class ends a run.

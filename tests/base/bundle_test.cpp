@@ -18,25 +18,18 @@ class BundleTest : public testing::Test {
   ScopedEnvironment env;
 };
 
-// Info.plist reads back; one that is missing or unusable gives an empty dictionary.
-TEST_F(BundleTest, InfoDictionary) {
+// Info.plist reads back; one that is missing or unusable gives an empty dictionary. Resources
+// by name and extension, in the language's folder too.
+TEST_F(BundleTest, InfoDictionaryAndResources) {
   TempDir dir;
-  const std::string info = "Contents/Info.plist";
-  writePlist(dir / ("Xml.app/" + info),
-             PlistDict{{"CFBundleName", "Tool"}, {"JavaVM", PlistDict{{"MainClass", "a.Main"}}}});
-  Bundle xml(dir / "Xml.app");
-  EXPECT_EQ(xml.infoDictionary().string("CFBundleName"), "Tool");
-  ASSERT_TRUE(xml.infoDictionary().find("JavaVM"));
-  EXPECT_EQ(xml.infoDictionary().find("JavaVM")->string("MainClass"), "a.Main");
+  const PlistValue info = PlistDict{{"CFBundleName", "Tool"}, {"JavaVM", PlistDict{{"MainClass", "a.Main"}}}};
+  writePlist(dir / "Xml.app/Contents/Info.plist", info);
+  EXPECT_EQ(Bundle(dir / "Xml.app").infoDictionary(), info);
   writeFile(dir / "Broken.app/Contents/Info.plist", "<?xml version=\"1.0\"?><plist><dict><key>a</key>");
   writeFile(dir / "Array.app/Contents/Info.plist", "(a, b)");
   writeFile(dir / "Folder.app/Contents/Info.plist/x", "");
   for (const char* name : {"Missing.app", "Broken.app", "Array.app", "Folder.app"})
     EXPECT_EQ(Bundle(dir / name).infoDictionary(), PlistValue(PlistDict{})) << name;
-}
-
-TEST_F(BundleTest, PathForResource) {
-  TempDir dir;
   Bundle bundle(dir / "Tool.app");
   const std::string resources = dir / "Tool.app/Contents/Resources";
   EXPECT_EQ(bundle.resourcePath(), resources);

@@ -8,7 +8,7 @@
 namespace bwk {
 namespace {
 
-TEST(Path, Standardize) {
+TEST(Path, StandardizeAppendComponentsParentAndExtension) {
   const std::string home = platform::homeDirectory();
   const std::pair<std::string, std::string> cases[] = {
       {"", ""},
@@ -25,22 +25,16 @@ TEST(Path, Standardize) {
       {"/a/~/b", "/a/~/b"},
   };
   for (const auto& [input, expected] : cases) EXPECT_EQ(path::standardize(input), expected) << input;
-}
-
-TEST(Path, Append) {
-  const std::vector<std::vector<std::string>> cases = {
+  const std::vector<std::vector<std::string>> appended = {
       // base, component, result
       {"/a", "b", "/a/b"}, {"/a", "/b", "/a/b"}, {"/", "b", "/b"},          {"", "b", "b"},
       {"", "", ""},        {"a/", "", "a"},      {"/a", "../b", "/a/../b"},
   };
-  for (const auto& c : cases) EXPECT_EQ(path::append(c[0], c[1]), c[2]) << c[0] << " + " << c[1];
+  for (const auto& c : appended) EXPECT_EQ(path::append(c[0], c[1]), c[2]) << c[0] << " + " << c[1];
   EXPECT_EQ(path::join({"/", "a", "b/", "c"}), "/a/b/c");
   EXPECT_EQ(path::join({"a", "", "b"}), "a/b");
-}
-
-TEST(Path, ComponentsParentAndExtension) {
   // path, last, parent, extension
-  const std::tuple<std::string, std::string, std::string, std::string> cases[] = {
+  const std::tuple<std::string, std::string, std::string, std::string> parts[] = {
       {"/a/b.txt", "b.txt", "/a", "txt"},
       {"/a/b/", "b", "/a", ""},
       {"/a", "a", "/", ""},
@@ -51,7 +45,7 @@ TEST(Path, ComponentsParentAndExtension) {
       {"/x/jre.tar.gz", "jre.tar.gz", "/x", "gz"},
       {"/x/.hidden", ".hidden", "/x", ""},
   };
-  for (const auto& [input, last, parent, extension] : cases)
+  for (const auto& [input, last, parent, extension] : parts)
     EXPECT_EQ(std::tuple(path::lastComponent(input), path::parent(input), path::extension(input)),
               std::tuple(last, parent, extension))
         << input;
@@ -63,7 +57,7 @@ TEST(Path, ComponentsParentAndExtension) {
 TEST(Format, Conversions) {
   const std::optional<std::string> absent;
   const std::optional<std::string> present = "here";
-
+  const void* pointer = reinterpret_cast<const void*>(uintptr_t{0x1f});
   const std::pair<std::string, std::string> cases[] = {
       {format("%@", absent), "(null)"},
       {format("%@", present), "here"},
@@ -74,6 +68,9 @@ TEST(Format, Conversions) {
       {format("100%% %s", "sure"), "100% sure"},
       {format("%d and %@"), " and "},  // conversions without arguments write nothing
       {format("tail %"), "tail %"},
+      {format("x%l"), "x%l"},
+      {format("x%5"), "x%5"},
+      {format("%d %x %.1f %g %@ %p %@", 2.9, pointer, 3, 0.25, 1.5, nullptr, pointer), "2 1f 3.0 0.25 1.5 0x0 0x1f"},
       {format("%@", PlistValue(PlistDict{{"k", 1}})), "{\n    k = 1;\n}"},
   };
   for (const auto& [got, expected] : cases) EXPECT_EQ(got, expected);

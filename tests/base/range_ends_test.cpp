@@ -5,7 +5,6 @@
 #include <climits>
 #include <cmath>
 
-#include "base/format.h"
 #include "base/plist_reader.h"
 #include "base/unicode.h"
 
@@ -25,7 +24,11 @@ TEST(RangeEnds, Nesting) {
 
 TEST(RangeEnds, ValuesReadAsOtherTypes) {
   auto value = [](PlistValue v) { return PlistValue(PlistDict{{"k", std::move(v)}}); };
-  EXPECT_EQ(value("9").boolean("k"), true);
+  // Booleans: strings by their first significant character.
+  const std::pair<PlistValue, bool> booleans[] = {{"1", true},   {" +09", true}, {"9", true},
+                                                  {"-0", false}, {"y", true},    {"no", false},
+                                                  {"", false},   {2, true},      {0.0, false}};
+  for (const auto& [v, expected] : booleans) EXPECT_EQ(value(v).boolean("k"), expected) << v.description();
   const std::vector<std::pair<PlistValue, std::optional<int64_t>>> integers = {
       {2.9, 2}, {-2.9, -2}, {std::nan(""), 0}, {true, 1}, {false, 0}, {" 12x", 12}, {PlistValue(PlistArray{}), {}}};
   for (const auto& [v, expected] : integers) EXPECT_EQ(value(v).integer("k"), expected) << v.description();
@@ -43,13 +46,6 @@ TEST(RangeEnds, ValuesReadAsOtherTypes) {
 }
 
 TEST(RangeEnds, Unicode) {
-  const std::vector<std::pair<std::string, bool>> utf8 = {
-      {"\xC2\x80", true},         {"\xDF\xBF", true},          {"\xE0\xA0\x80", true},  {"\xED\x9F\xBF", true},
-      {"\xEE\x80\x80", true},     {"\xF4\x8F\xBF\xBF", true},  {"\xED\xA0\x80", false}, {"\xED\xBF\xBF", false},
-      {"\xF0\x90\x80\x80", true}, {"\xC1\xBF", false},         {"\xE0\x9F\xBF", false}, {"\xF0\x8F\xBF\xBF", false},
-      {"\xC3\x41", false},        {"\xF4\x90\x80\x80", false}, {"\xC3", false},
-  };
-  for (const auto& [bytes, valid] : utf8) EXPECT_EQ(text::isValidUtf8(bytes), valid) << text::join({bytes}, "");
   std::string replaced;
   for (char32_t cp :
        {0x7Fu, 0x80u, 0x7FFu, 0x800u, 0xD7FFu, 0xD800u, 0xDFFFu, 0xE000u, 0xFFFFu, 0x10000u, 0x10FFFFu, 0x110000u})
@@ -57,16 +53,22 @@ TEST(RangeEnds, Unicode) {
   EXPECT_EQ(replaced,
             "\x7F\xC2\x80\xDF\xBF\xE0\xA0\x80\xED\x9F\xBF\xEF\xBF\xBD\xEF\xBF\xBD\xEE\x80\x80\xEF\xBF\xBF"
             "\xF0\x90\x80\x80\xF4\x8F\xBF\xBF\xEF\xBF\xBD");
+  EXPECT_TRUE(text::isValidUtf8(replaced));
+  std::vector<char32_t> decoded;
+  for (size_t i = 0; i < replaced.size(); i += unicode::decodeUtf8(replaced, i).length)
+    decoded.push_back(unicode::decodeUtf8(replaced, i).codePoint);
+  EXPECT_EQ(decoded, (std::vector<char32_t>{0x7F, 0x80, 0x7FF, 0x800, 0xD7FF, 0xFFFD, 0xFFFD, 0xE000, 0xFFFF, 0x10000,
+                                            0x10FFFF, 0xFFFD}));
+  // Overlong, a surrogate, past U+10FFFF, no continuation, cut short: no character, one byte long.
+  for (std::string bytes : {"\x80", "\xC1\xBF", "\xC3\x41", "\xE0\x9F\xBF", "\xED\xA0\x80", "\xED\xBF\xBF", "\xE2\x82",
+                            "\xF0\x8F\xBF\xBF", "\xF4\x90\x80\x80", "\xF8\x88\x80\x80\x80"}) {
+    unicode::Utf8Character read = unicode::decodeUtf8(bytes, 0);
+    EXPECT_EQ(std::pair(read.codePoint, read.length), std::pair(U'\uFFFD', size_t{1})) << bytes;
+    EXPECT_FALSE(text::isValidUtf8(bytes)) << bytes;
+  }
   EXPECT_EQ(unicode::utf16ToUtf8(std::string("\xD8\x00\xDC\x00\xDB\xFF\xDF\xFF", 8), true),
             "\xF0\x90\x80\x80\xF4\x8F\xBF\xBF");
   EXPECT_EQ(unicode::decodeText("\xFF\xFE"), "") << "a byte-order mark and nothing else";
-}
-
-TEST(RangeEnds, FormatConversionsOfOtherKinds) {
-  for (const char* fmt : {"x%l", "x%", "x%5"}) EXPECT_EQ(format(fmt), fmt);
-  const void* pointer = reinterpret_cast<const void*>(uintptr_t{0x1f});
-  EXPECT_EQ(format("%d %x %.1f %g %@ %p %@", 2.9, pointer, 3, 0.25, 1.5, nullptr, pointer),
-            "2 1f 3.0 0.25 1.5 0x0 0x1f");
 }
 
 }  // namespace

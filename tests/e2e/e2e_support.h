@@ -30,23 +30,14 @@ struct Recorded {
   std::string variable;  // FAKE_JLI_SHOW_VARIABLE's name=value
   std::vector<std::string> argv;
 };
+// Its lines: "fullversion=", "dotversion=", "flags=", perhaps "variable=", the vector, "--".
 inline Recorded readRecord(const std::string& file) {
-  Recorded r;
   std::vector<std::string> lines = text::split(readFile(file), "\n");
-  for (const std::string& line : lines) {
-    if (line == "--") break;
-    if (text::startsWith(line, "fullversion="))
-      r.fullVersion = line.substr(12);
-    else if (text::startsWith(line, "dotversion="))
-      r.dotVersion = line.substr(11);
-    else if (text::startsWith(line, "flags="))
-      r.flags = line.substr(6);
-    else if (text::startsWith(line, "variable="))
-      r.variable = line.substr(9);
-    else
-      r.argv.push_back(line);
-  }
-  return r;
+  auto end = std::find(lines.begin(), lines.end(), "--");
+  if (end - lines.begin() < 3) return {};
+  auto argv = lines.begin() + 3;
+  std::string variable = argv != end && text::startsWith(*argv, "variable=") ? (argv++)->substr(9) : "";
+  return {lines[0].substr(12), lines[1].substr(11), lines[2].substr(6), variable, {argv, end}};
 }
 
 // A jlink image for the demo program as a bundle-shaped folder, made once per build tree
@@ -54,12 +45,11 @@ inline Recorded readRecord(const std::string& file) {
 inline const std::string kJdk17 = "/usr/lib/jvm/java-17-openjdk-amd64";
 
 inline std::string jlinkStage() {
-  const std::string& jdk = kJdk17;
   std::string stage = std::string(BWK_BINARY_DIR) + "/test-cache/jlink-17";
   if (!fs::exists(stage + "/Contents/Home/lib/libjli.so")) {
     std::string fresh = stage + ".new-" + std::to_string(getpid());
     shell(
-        "rm -rf " + fresh + " && mkdir -p " + fresh + "/Contents && " + jdk +
+        "rm -rf " + fresh + " && mkdir -p " + fresh + "/Contents && " + kJdk17 +
         "/bin/jlink --add-modules java.base,java.management --strip-debug --no-header-files --no-man-pages --output " +
         fresh + "/Contents/Home && (mv -T " + fresh + " " + stage + " 2>/dev/null || rm -rf " + fresh + ")");
   }

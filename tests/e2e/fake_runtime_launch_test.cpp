@@ -54,8 +54,7 @@ TEST_F(FakeRuntimeLaunch, RichConfigurationGivesTheVectorInOrder) {
   RunResult r = start(bundlePath, {"-psn_0_42", "-J-Dpassed=1", "-J-jvm=/cl", "plain arg", "Grüße"});
   ASSERT_EQ(r.status, 0) << r.err;
   Recorded rec = readRecord(record);
-  EXPECT_EQ(rec.fullVersion, "17.0.2");
-  EXPECT_EQ(rec.dotVersion, "17.0.2");
+  EXPECT_EQ(std::pair(rec.fullVersion, rec.dotVersion), std::pair(std::string("17.0.2"), std::string("17.0.2")));
   EXPECT_EQ(rec.flags, "java java 0 0 0 0 0 0 -1 -1 -1") << "no argument file: nothing expanded";
   // One entry a line.
   EXPECT_EQ(text::join(rec.argv, "\n"),
@@ -67,8 +66,9 @@ TEST_F(FakeRuntimeLaunch, RichConfigurationGivesTheVectorInOrder) {
                 "\ncom.example.Main\nconfigured\n:\nplain arg\nGrüße");
 }
 
-// The shortest configuration; an argument file is the runtime's to expand, the exit status is the runtime's.
-TEST_F(FakeRuntimeLaunch, MinimalVectorArgumentFileAndStatus) {
+// The shortest configuration; an argument file is the runtime's to expand (when its library can),
+// the exit status is the runtime's. Then no runtime in range.
+TEST_F(FakeRuntimeLaunch, MinimalVectorArgumentFileStatusAndNoRuntimeInRange) {
   writeFile(tmp / "args.txt", "-Dfrom.file\nfile-arg\n");
   std::string bundlePath = plainBundle();
   RunResult r = start(bundlePath, {"@" + tmp / "args.txt", "last"}, {"FAKE_JLI_STATUS=3"});
@@ -80,22 +80,19 @@ TEST_F(FakeRuntimeLaunch, MinimalVectorArgumentFileAndStatus) {
   EXPECT_EQ(rec.flags, "java java 0 0 0 0 0 0 1 0 1") << "expanded as the runtime's own launcher does";
   // A library without argument files (before release 9) gets the argument as it is.
   shell(std::string("cp " BWK_FAKE_JLI_WITHOUT_ARGUMENT_FILES " ") + tmp / "jdk/lib/libjli.so");
-  std::remove(record.c_str());
+  std::filesystem::remove(record);
   ASSERT_EQ(start(bundlePath, {"@" + tmp / "args.txt"}).status, 0);
   rec = readRecord(record);
   EXPECT_EQ(rec.argv.back(), "@" + tmp / "args.txt");
   EXPECT_EQ(rec.flags, "java java 0 0 0 0 0 0 -1 -1 -1");
-}
-
-// No runtime in range: the bundle's message names the version and the application; nothing is
-// launched. (A runtime whose library does not load is in the reliability tests.)
-TEST_F(FakeRuntimeLaunch, NoRuntimeInRangeIsReported) {
-  std::string bundlePath = plainBundle({{"CFBundleName", "Tool"}, {"bwk.minVersion", "99"}});
+  // No runtime in range: the bundle's message names the version and the application; nothing is
+  // launched. (A runtime whose library does not load is in the reliability tests.)
+  std::filesystem::remove(record);
+  plainBundle({{"CFBundleName", "Tool"}, {"bwk.minVersion", "99"}});
   writeFile(bundlePath + "/Contents/Resources/en.lproj/Localizable.strings",
             "\"AppleJavaMinVersionError\" = \"Needs Java %@ for %@.\";");
-  RunResult r = start(bundlePath, {}, {"LANG=en_US.UTF-8", "LANGUAGE", "LC_ALL", "LC_MESSAGES"});
-  EXPECT_EQ(r.status, 1);
-  EXPECT_TRUE(text::contains(r.err, "ERROR: Needs Java 99 for Tool.\n")) << r.err;
+  r = start(bundlePath, {}, {"LANG=en_US.UTF-8", "LANGUAGE", "LC_ALL", "LC_MESSAGES"});
+  EXPECT_TRUE(r.status == 1 && text::contains(r.err, "ERROR: Needs Java 99 for Tool.\n")) << r.err;
   EXPECT_FALSE(fs::exists(record));
 }
 

@@ -1,5 +1,5 @@
-// Faults around a start: temporary directories, include cycles, unpacking, signals, many
-// starts at once, copies left by killed starts, and failures that must say why.
+// Faults around a start: temporary directories, include cycles, unpacking, signals, copies
+// left by killed starts, and failures that must say why.
 #include <signal.h>
 
 #include "e2e_support.h"
@@ -42,13 +42,11 @@ class Reliability : public ::testing::Test {
   }
 
   TempDir tmp;
-  std::string temp = tmp / "t";
-  std::string cwd = tmp / "cwd";
-  std::string record = tmp / "record.txt";
+  std::string temp = tmp / "t", cwd = tmp / "cwd", record = tmp / "record.txt";
 };
 
 // TMPDIR a small or a noexec file system of its own, listed from inside its namespace.
-TEST_F(Reliability, UnusableTemporaryFileSystemsEndWithAMessage) {
+TEST_F(Reliability, UnusableTemporaryFileSystemsAndIncludeCyclesEndWithAMessage) {
   // 20 MB of zeros: a small archive that does not fit into 8 MB.
   writeFile(tmp / "stage/Contents/Home/lib/modules", std::string(20000000, '\0'));
   std::string app = bundleWithArchive();
@@ -71,40 +69,28 @@ TEST_F(Reliability, UnusableTemporaryFileSystemsEndWithAMessage) {
     EXPECT_FALSE(fs::exists(record)) << "nothing is launched";
     EXPECT_EQ(readFile(tmp / "listing"), "") << options;
   }
-}
-
-TEST_F(Reliability, IncludeCycleEndsWithAMessage) {
-  std::string app = bundleWithArchive();
   writeFile(tmp / "Tool.vmoptions", "-Dx\n-include-options Tool.vmoptions\n");
-  RunResult r = start(app);
-  EXPECT_EQ(r.status, 1);
-  EXPECT_TRUE(text::contains(r.err, "ERROR: Internal error: " + tmp / "Tool.vmoptions\n")) << r.err;
+  RunResult r = start(bundleWithArchive());
+  EXPECT_TRUE(r.status == 1 && text::contains(r.err, "ERROR: Internal error: " + tmp / "Tool.vmoptions\n")) << r.err;
   EXPECT_TRUE(text::contains(r.err, "nested deeper than 32")) << r.err;
   EXPECT_FALSE(fs::exists(record));
   EXPECT_EQ(left(temp), std::vector<std::string>{});
 }
 
-// The runtime's unpack200 run on its one packed jar.
+// The runtime's unpack200 failing on its one packed jar, or interrupted (unpacking that works is
+// in the runtime cache tests).
 TEST_F(Reliability, UnpackingPackedJars) {
   const std::tuple<std::string, int, const char*, size_t> cases[] = {
       // unpack200, status, message, entries left
       {"kill -INT $PPID; mv \"$2\" \"$3\"", 128 + SIGINT, "", 0},
       {"exit 2", 1, "ERROR: Internal error: could not run unpack200\n", 1},  // this failure leaves the directory behind
-      {"[ \"$1\" = -r ] && cp \"$2\" \"$3\" && rm \"$2\"", 0, "", 0},
   };
   for (const auto& [script, status, message, entries] : cases) {
     shell("rm -rf " + tmp / "Tool.app " + record + " " + temp + "/*");
-    std::string app = bundleWithArchive(script);
-    RunResult r = start(app);
-    EXPECT_EQ(r.status, status) << script << "\n" << r.err;
-    EXPECT_TRUE(text::contains(r.err, message)) << script << "\n" << r.err;
+    RunResult r = start(bundleWithArchive(script));
+    EXPECT_TRUE(r.status == status && text::contains(r.err, message)) << script << "\n" << r.status << r.err;
     EXPECT_EQ(left(temp).size(), entries) << script;
-    EXPECT_EQ(fs::exists(record), status == 0) << "launched after " << script;
-    if (status != 0) continue;
-    std::vector<std::string> argv = readRecord(record).argv;
-    ASSERT_GE(argv.size(), 3u);
-    EXPECT_EQ(argv[argv.size() - 3], "-Dbwk.tarFile=" + app + "/Contents/Resources/app/jre.tar.gz");
-    EXPECT_TRUE(text::startsWith(argv[argv.size() - 2], "-Dbwk.jreBundle=" + temp + "/")) << argv[argv.size() - 2];
+    EXPECT_FALSE(fs::exists(record)) << "launched after " << script;
   }
 }
 
@@ -127,29 +113,6 @@ TEST_F(Reliability, SignalsEndAStartWaitingForItsArchive) {
     EXPECT_EQ(r.out, std::to_string(128 + signal) + "\nstill-waiting\n") << r.err;
     EXPECT_EQ(left(temp), std::vector<std::string>{}) << signal;
   }
-}
-
-TEST_F(Reliability, ConcurrentStartsEachUseTheirOwnDirectory) {
-  std::string app = bundleWithArchive();
-  std::string tool = tmp / "tool";
-  writeFile(tmp / "tool.plist",
-            toXmlPlist(PlistValue(PlistDict{{"JavaVM", PlistValue(PlistDict{{"MainClass", "M"}})}})));
-  ASSERT_EQ(run({BWK_EMBED, BWK_LAUNCHER, tmp / "tool.plist", tool}).status, 0);
-  // 32 bundle starts that unpack the archive, then 32 command-line launcher starts.
-  std::string script = "cd " + cwd + "; for i in $(seq 32); do (" + app + "/Contents/MacOS/Tool; echo $? >> " +
-                       tmp / "st" + ") & done; wait; for i in $(seq 32); do (" + tool + " __bwk_auth_restart " +
-                       tmp / "jdk" + "; echo $? >> " + tmp / "st" + ") & done; wait";
-  RunResult r = run({"/bin/sh", "-c", script}, env({"FAKE_JLI_SLEEP_MS=200"}));
-  ASSERT_EQ(r.status, 0) << r.err;
-  std::vector<std::string> statuses = text::split(readFile(tmp / "st"), "\n");
-  EXPECT_EQ(std::count(statuses.begin(), statuses.end(), "0"), 64) << r.err;
-  std::vector<std::string> bundles;
-  for (const std::string& line : text::split(readFile(record), "\n"))
-    if (text::startsWith(line, "-Dbwk.jreBundle=" + temp)) bundles.push_back(line);
-  std::sort(bundles.begin(), bundles.end());
-  EXPECT_EQ(bundles.size(), 32u);
-  EXPECT_EQ(std::unique(bundles.begin(), bundles.end()), bundles.end()) << "each start has a directory of its own";
-  EXPECT_EQ(left(temp), std::vector<std::string>{});
 }
 
 TEST_F(Reliability, CopiesOfEndedStartsAreRemovedOthersKept) {

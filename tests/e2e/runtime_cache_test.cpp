@@ -2,7 +2,7 @@
 
 #include <fstream>
 
-#include "gui_support.h"
+#include "e2e_support.h"
 
 namespace bwk::test {
 namespace {
@@ -24,18 +24,16 @@ class RuntimeCache : public ::testing::Test {
   }
 
   // A stand-in runtime as the archive, stored uncompressed (same content length, same size),
-  // with `packedJars` packed jars and an unpack200 taking `unpackSeconds` for each.
-  void packRuntime(const std::string& content, int packedJars = 0, double unpackSeconds = 0) {
+  // with a packed jar and an unpack200 that takes a second for it when `slowUnpack`.
+  void packRuntime(const std::string& content, bool slowUnpack = false) {
     std::string src = tmp / "src";
     stdfs::remove_all(src);
     makeFakeRuntime(src, "17.0.2", "bundle");
     writeFile(src + "/Contents/Home/content.txt", content);
-    if (packedJars > 0) {
-      writeFile(src + "/Contents/Home/bin/unpack200",
-                "#!/bin/sh\nsleep " + std::to_string(unpackSeconds) + "\nmv \"$2\" \"$3\"\n");
+    if (slowUnpack) {
+      writeFile(src + "/Contents/Home/bin/unpack200", "#!/bin/sh\nsleep 1\nmv \"$2\" \"$3\"\n");
       ::chmod((src + "/Contents/Home/bin/unpack200").c_str(), 0755);
-      for (int i = 0; i < packedJars; ++i)
-        writeFile(src + "/Contents/Home/lib/p" + std::to_string(i) + ".jar.pack", "jar");
+      writeFile(src + "/Contents/Home/lib/p0.jar.pack", "jar");
     }
     fs::createDirectory(app + "/Contents/Resources/app", true);
     RunResult r = shell("tar cf - -C " + src +
@@ -73,13 +71,12 @@ class RuntimeCache : public ::testing::Test {
   }
 
   TempDir tmp;
-  std::string runtimeDir;
-  std::string app;
+  std::string runtimeDir, app;
   std::unique_ptr<Background> holder;  // a process that holds an entry in use
 };
 
 // `between` changes things after a first start; the second uses, makes or bypasses the entry.
-TEST_F(RuntimeCache, LaterStartsUseTheEntryWhileItIsSoundAndTheArchiveTheSame) {
+TEST_F(RuntimeCache, LaterStartsUseTheEntryWhileItIsSoundAndTheArchiveFileTheSameFirstStartsShareIt) {
   enum class Second { kUses, kMakes, kTemporary };
   // name, what changes between the starts, what the second does, a line it logs
   const std::tuple<const char*, std::function<void(RuntimeCache&, const std::string& entry)>, Second, const char*>
@@ -140,10 +137,7 @@ TEST_F(RuntimeCache, LaterStartsUseTheEntryWhileItIsSoundAndTheArchiveTheSame) {
         << name << ": the entry is named after the archive's content";
     EXPECT_TRUE(namesIn(tmp / "t").empty()) << name;
   }
-}
-
-// A settled archive file is known by its stamp until any write, even one that restores its mtime.
-TEST_F(RuntimeCache, ArchiveFileKnownByItsStampUntilItIsWritten) {
+  // A settled archive file is known by its stamp until any write, even one that restores its mtime.
   std::string archive = app + "/Contents/Resources/app/jre.tar.gz";
   stdfs::rename(archive, tmp / "first.tar.gz");
   packRuntime("other");  // the same length as "first"
@@ -170,60 +164,15 @@ TEST_F(RuntimeCache, ArchiveFileKnownByItsStampUntilItIsWritten) {
   EXPECT_TRUE(text::contains(readFile(third.runtime + "/Contents/Home/content.txt"), "other"))
       << "the new content runs";
   EXPECT_EQ(namesIn(runtimeDir).size(), 1u) << "the older entry and its note are removed";
-}
-
-// Refused cache directories: unpacked into the temporary directory, nothing written there.
-TEST_F(RuntimeCache, RefusedCacheDirectoriesFallBackToTheTemporaryDirectory) {
-  const std::tuple<const char*, std::function<void(RuntimeCache&)>, const char*> cases[] = {
-      // name, prepare, reason
-      {"symbolic link",
-       [](RuntimeCache& t) {
-         fs::createDirectory(t.tmp / "elsewhere", false);
-         fs::createDirectory(t.tmp / "cache", false);
-         stdfs::create_directory_symlink(t.tmp / "elsewhere", t.tmp / "cache/brackwood");
-       },
-       "brackwood is a symbolic link"},
-      {"writable by others",
-       [](RuntimeCache& t) {
-         fs::createDirectory(t.tmp / "cache/brackwood/Cachy", true);
-         ::chmod((t.tmp / "cache/brackwood/Cachy").c_str(), 0777);
-       },
-       "Cachy is writable by others"},
-      {"owned by another user",
-       [](RuntimeCache& t) {
-         fs::createDirectory(t.runtimeDir, true);
-         ASSERT_EQ(::chown(t.runtimeDir.c_str(), 65534, 65534), 0) << "the tests run as root";
-       },
-       "runtime is not owned by the user"},
-      // Last: it changes the bundle. ".." as a directory name would lead out of the cache.
-      {"a name that is no directory name",
-       [](RuntimeCache& t) { writePlist(t.app + "/Contents/Info.plist", info("..")); },
-       "no usable CFBundleIdentifier or CFBundleName"},
-  };
-  for (const auto& [name, prepare, reason] : cases) {
-    stdfs::remove_all(tmp / "cache");
-    stdfs::remove_all(tmp / "elsewhere");
-    packRuntime("first");
-    prepare(*this);
-    Start s = start();
-    EXPECT_TRUE(text::contains(s.log, "runtime cache refused") && text::contains(s.log, reason)) << name << "\n"
-                                                                                                 << s.log;
-    EXPECT_EQ(s.status, 7) << name << "\n" << s.log;
-    EXPECT_TRUE(text::startsWith(s.runtime, tmp / "t/")) << name << " " << s.runtime;
-    EXPECT_EQ(namesIn(tmp / "elsewhere").size() + namesIn(runtimeDir).size() + namesIn(tmp / "t").size(), 0u) << name;
-  }
-}
-
-// Simultaneous first starts (kept side by side by a slow unpack200): one rename wins, the rest use it.
-TEST_F(RuntimeCache, ConcurrentFirstStartsShareOneEntry) {
-  packRuntime("first", 1, 1.0);
+  // Simultaneous first starts (kept side by side by a slow unpack200): one rename wins, the rest use it.
+  packRuntime("first", true);
   std::vector<std::unique_ptr<Background>> starts;
   for (int i = 0; i < 3; ++i)
     starts.push_back(std::make_unique<Background>(std::vector<std::string>{app + "/Contents/MacOS/Cachy"},
                                                   env({"FAKE_JLI_RECORD=" + tmp / ("record" + std::to_string(i))})));
   int made = 0, usedTheirs = 0;
   for (auto& s : starts) {
-    Background::Result r = s->finish(60);
+    RunResult r = s->finish(60);
     EXPECT_EQ(r.status, 7) << r.err;
     made += text::contains(r.err, "runtime cache made");
     usedTheirs += text::contains(r.err, "made by another start meanwhile");
@@ -237,24 +186,32 @@ TEST_F(RuntimeCache, ConcurrentFirstStartsShareOneEntry) {
   EXPECT_TRUE(namesIn(tmp / "t").empty());
 }
 
-// Cancel while a first start unpacks: no entry is made and the copy is removed.
-TEST_F(RuntimeCache, CancelDuringTheFirstStartMakesNoEntry) {
-  Xvfb x;
-  if (!x.running()) GTEST_SKIP() << "no Xvfb here";
-  packRuntime("first", 4, 1.0);
-  writeFile(app + "/Contents/Resources/en.lproj/Localizable.strings",
-            "\"WizardCaption\" = \"Installing Cachy\";\n\"ButtonCancel\" = \"Cancel\";\n");
-  Background launcher({app + "/Contents/MacOS/Cachy"}, env({"DISPLAY=" + x.display(), "LANGUAGE=en"}));
-  std::string window = x.waitForWindow("^Installing Cachy$", 20);
-  ASSERT_FALSE(window.empty()) << launcher.finish(1).err;
-  std::this_thread::sleep_for(std::chrono::milliseconds(300));
-  ASSERT_EQ(namesIn(runtimeDir).size(), 1u) << "a copy of its own while unpacking";
-  EXPECT_TRUE(text::startsWith(namesIn(runtimeDir)[0], ".staging-"));
-  Xvfb::Geometry g = x.geometry(window);
-  x.xdotool("mousemove " + std::to_string(g.x + g.width - 45) + " " + std::to_string(g.y + g.height - 30) + " click 1");
-  Background::Result r = launcher.finish(30);
-  EXPECT_EQ(r.status, 1) << r.err;
-  EXPECT_TRUE(namesIn(runtimeDir).empty()) << "no entry and no copy";
+// Refused cache directories: unpacked into the temporary directory, nothing written there.
+TEST_F(RuntimeCache, RefusedCacheDirectoriesFallBackToTheTemporaryDirectory) {
+  // name, shell commands run in the test's directory, reason
+  const std::tuple<const char*, std::string, const char*> cases[] = {
+      {"symbolic link", "mkdir -p elsewhere cache && ln -s $PWD/elsewhere cache/brackwood",
+       "brackwood is a symbolic link"},
+      {"writable by others", "mkdir -p cache/brackwood/Cachy && chmod 777 cache/brackwood/Cachy",
+       "Cachy is writable by others"},
+      {"owned by another user", "mkdir -p " + runtimeDir + " && chown 65534:65534 " + runtimeDir,  // run as root
+       "runtime is not owned by the user"},
+      // Last: it changes the bundle. ".." as a directory name would lead out of the cache.
+      {"a name that is no directory name", "sed -i 's|>Cachy<|>..<|' Cachy.app/Contents/Info.plist",
+       "no usable CFBundleIdentifier or CFBundleName"},
+  };
+  for (const auto& [name, prepare, reason] : cases) {
+    stdfs::remove_all(tmp / "cache");
+    stdfs::remove_all(tmp / "elsewhere");
+    packRuntime("first");
+    ASSERT_EQ(shell("cd " + tmp.path() + " && " + prepare).status, 0) << name;
+    Start s = start();
+    EXPECT_TRUE(text::contains(s.log, "runtime cache refused") && text::contains(s.log, reason)) << name << "\n"
+                                                                                                 << s.log;
+    EXPECT_EQ(s.status, 7) << name << "\n" << s.log;
+    EXPECT_TRUE(text::startsWith(s.runtime, tmp / "t/")) << name << " " << s.runtime;
+    EXPECT_EQ(namesIn(tmp / "elsewhere").size() + namesIn(runtimeDir).size() + namesIn(tmp / "t").size(), 0u) << name;
+  }
 }
 
 }  // namespace

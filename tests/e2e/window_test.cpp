@@ -27,10 +27,8 @@ class Window : public ::testing::Test {
     if (tarSize > 0) info["bwk.jreUncompressedSize"] = PlistValue(tarSize);
     for (auto& [k, v] : extra) info[k] = v;
     std::string app = makeBundle(tmp.path(), "Slowpoke", PlistValue(info));
-    writeFile(
-        app + "/Contents/Resources/en.lproj/Localizable.strings",
-        "\"WizardCaption\" = \"Installing Slowpoke\";\n\"PrepareInstaller\" = \"Preparing %@ for its first start\";\n"
-        "\"ButtonCancel\" = \"Cancel\";\n\"AppleJavaMinVersionError\" = \"Java %@ or newer is needed by %@.\";\n");
+    writeFile(app + "/Contents/Resources/en.lproj/Localizable.strings",
+              "\"WizardCaption\" = \"Installing Slowpoke\";\n\"ButtonCancel\" = \"Cancel\";\n");
     writeFile(app + "/Contents/Resources/app.icns",
               icnsContainer({{"icp4", solidPng(16, 0, 255, 0)}, {"ic07", solidPng(128, 255, 0, 255)}}));
     return app;
@@ -81,7 +79,7 @@ TEST_F(Window, ShowsProgressAndCancelEndsTheStart) {
 
   // Cancel sits at the bottom right, inside the window's border.
   x.xdotool("mousemove " + std::to_string(g.x + g.width - 45) + " " + std::to_string(g.y + g.height - 30) + " click 1");
-  Background::Result r = launcher.finish(20);
+  RunResult r = launcher.finish(20);
   EXPECT_EQ(r.status, 1) << r.err;
   EXPECT_EQ(entriesIn(tmp / "t"), 0u) << "the temporary directory is removed";
   EXPECT_FALSE(fs::exists(record)) << "nothing was launched";
@@ -120,7 +118,7 @@ TEST_F(Window, OnlyAStartThatShowsTheWindowLoadsGtk) {
         env({"FAKE_JLI_SLEEP_MS=3000", "FAKE_JLI_SHOW_VARIABLE=GDK_GL", entry.empty() ? "BRACKWOOD_LOG" : entry}));
     while (!fs::exists(record) && secondsSince(launcher.started()) < 20) sleepMs(20);
     std::string maps = readFile("/proc/" + std::to_string(launcher.pid()) + "/maps");
-    Background::Result r = launcher.finish(20);
+    RunResult r = launcher.finish(20);
     EXPECT_EQ(r.status, 7) << name << "\n" << r.err;
     EXPECT_EQ(text::contains(maps, "/libgtk-3.so"), loadsGtk) << name;
     EXPECT_FALSE(text::contains(maps, "/libGL") || text::contains(maps, "_dri.so")) << name;

@@ -1,7 +1,6 @@
 // Workspace relaunch through the real launcher: the bundle's executable is started as a
 // process of its own, and the launcher lives as long as it, passing termination signals on.
 #include <signal.h>
-#include <sys/wait.h>
 
 #include "../e2e/e2e_support.h"
 
@@ -25,18 +24,11 @@ class WorkspaceRelaunch : public ::testing::Test {
     std::filesystem::permissions(bundle + "/Contents/MacOS/app", std::filesystem::perms(0755));
   }
 
-  // Starts the launcher with standard error in tmp/err; returns its process id.
-  pid_t startLauncher(std::vector<std::string> argv, const std::vector<std::string>& env = {"BRACKWOOD_LOG=yes"}) {
-    argv.insert(argv.begin(), bundle + "/Contents/MacOS/Tool");
-    std::string command = "exec env -u DISPLAY -u WAYLAND_DISPLAY -u BRACKWOOD_LOG";
-    for (const std::string& e : env) command += " '" + e + "'";
-    for (const std::string& a : argv) command += " '" + a + "'";
-    pid_t pid = fork();
-    if (pid == 0) {
-      execl("/bin/sh", "sh", "-c", (command + " </dev/null >/dev/null 2>" + tmp / "err").c_str(), nullptr);
-      _exit(127);
-    }
-    return pid;
+  // The bundle's launcher with these words, its debug log on and no display.
+  std::unique_ptr<Background> startLauncher(std::vector<std::string> words) {
+    words.insert(words.begin(), bundle + "/Contents/MacOS/Tool");
+    return std::make_unique<Background>(words,
+                                        std::vector<std::string>{"DISPLAY", "WAYLAND_DISPLAY", "BRACKWOOD_LOG=yes"});
   }
 
   // The application's process id once it runs, 0 after 10 s without.
@@ -46,19 +38,13 @@ class WorkspaceRelaunch : public ::testing::Test {
     return 0;
   }
 
-  static int waitStatus(pid_t pid) {
-    int status = 0;
-    waitpid(pid, &status, 0);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-  }
-
   TempDir tmp;
   std::string bundle;
 };
 
 // The hidden marker is given no arguments; a signal to the launcher reaches the application,
-// and the launcher ends only after it.
-TEST_F(WorkspaceRelaunch, LivesAsLongAsTheApplication) {
+// and the launcher ends only after it. A start that fails gives 1.
+TEST_F(WorkspaceRelaunch, LivesAsLongAsTheApplicationThatStarted) {
   // the words, the signal (0: the application ends by itself), the arguments and signals it saw, its folder
   const std::tuple<std::vector<std::string>, int, std::string, std::string, std::string> cases[] = {
       {{"__bwk_workspace_open", "one", "two words"}, 0, "2\none\ntwo words\n", "", ""},
@@ -72,28 +58,25 @@ TEST_F(WorkspaceRelaunch, LivesAsLongAsTheApplication) {
   for (const auto& [words, signal, args, signals, folder] : cases) {
     const std::string label = words.front() + " " + std::to_string(signal);
     makeApp(signal ? 30 : 1, {{"CFBundleExecutable", "app"}}, folder);
-    pid_t launcher = startLauncher(words);
+    std::unique_ptr<Background> launcher = startLauncher(words);
     pid_t app = waitForApp();
-    ASSERT_NE(app, 0) << readFile(tmp / "err");
+    ASSERT_NE(app, 0) << launcher->finish(1).err;
     std::string stat = readFile("/proc/" + std::to_string(app) + "/stat");
     EXPECT_EQ(text::split(stat.substr(stat.rfind(')') + 2), " ").at(3), std::to_string(app)) << "a session it leads";
     if (signal) {
       std::this_thread::sleep_for(std::chrono::milliseconds(100));  // the identifier is known by now
-      ASSERT_EQ(kill(launcher, signal), 0);
+      ASSERT_EQ(kill(launcher->pid(), signal), 0);
     }
-    EXPECT_EQ(waitStatus(launcher), 0) << label << readFile(tmp / "err");
+    RunResult ended = launcher->finish(0);
+    EXPECT_EQ(ended.status, 0) << label << ended.err;
     EXPECT_NE(kill(app, 0), 0) << label << ": the application has ended";
     EXPECT_EQ(readFile(tmp / "args"), args) << label;
     EXPECT_EQ(readFile(tmp / "signals"), signals) << label;
   }
-}
-
-TEST_F(WorkspaceRelaunch, AStartThatFailsGivesStatusOne) {
   makeApp(0, {{"CFBundleExecutable", "nothing-here"}});
-  EXPECT_EQ(waitStatus(startLauncher({"__bwk_workspace_open", "x"})), 1);
-  std::string log = readFile(tmp / "err");
-  EXPECT_TRUE(text::contains(log, "] Launch failed: ")) << log;
-  EXPECT_FALSE(text::contains(log, "process identifier")) << log;
+  RunResult failed = startLauncher({"__bwk_workspace_open", "x"})->finish(0);
+  EXPECT_TRUE(failed.status == 1 && text::contains(failed.err, "] Launch failed: ")) << failed.err;
+  EXPECT_FALSE(text::contains(failed.err, "process identifier")) << failed.err;
 }
 
 }  // namespace

@@ -1,12 +1,6 @@
 // The index of an archive in gzip members: read back as written, and ignored whenever it does
 // not describe the file exactly.
-#include <gtest/gtest.h>
 #include <zlib.h>
-
-#include <algorithm>
-#include <functional>
-#include <thread>
-#include <tuple>
 
 #include "install/archive_index.h"
 #include "install/indexed_tar_stream.h"
@@ -50,23 +44,21 @@ struct Archive {
   }
 };
 
-TEST(ArchiveIndex, ReadsBackWhatWasWritten) {
-  Archive a;
-  auto members = readArchiveIndex(a.bytes.data(), a.bytes.size());
+TEST(ArchiveIndex, ReadsBackWhatWasWrittenOnlyWhenItFitsAndThreadsAskedFor) {
+  Archive written;
+  auto members = readArchiveIndex(written.bytes.data(), written.bytes.size());
   ASSERT_TRUE(members);
-  const uint32_t l0 = static_cast<uint32_t>(a.members[0].size()), l1 = static_cast<uint32_t>(a.members[1].size());
+  const uint32_t l0 = static_cast<uint32_t>(written.members[0].size()),
+                 l1 = static_cast<uint32_t>(written.members[1].size());
   std::vector<std::tuple<uint64_t, uint32_t, uint32_t, uint64_t>> fields;  // offset, length, size, position
   for (const IndexedMember& m : *members) fields.emplace_back(m.offset, m.length, m.size, m.position);
   EXPECT_EQ(fields, (decltype(fields){{0, l0, 3000, 0},
                                       {l0, l1, 3, 3000},
-                                      {l0 + l1, static_cast<uint32_t>(a.members[2].size()), 70000, 3003}}));
+                                      {l0 + l1, static_cast<uint32_t>(written.members[2].size()), 70000, 3003}}));
   EXPECT_TRUE(encodeArchiveIndex({}).empty());
   EXPECT_TRUE(
       encodeArchiveIndex(std::vector<std::pair<uint32_t, uint32_t>>(kIndexedMemberMaxCount + 1, {20, 1})).empty());
   EXPECT_FALSE(encodeArchiveIndex(std::vector<std::pair<uint32_t, uint32_t>>(kIndexedMemberMaxCount, {20, 1})).empty());
-}
-
-TEST(ArchiveIndex, AnIndexThatDoesNotFitTheFileIsIgnored) {
   const std::vector<std::pair<const char*, std::function<void(Archive&)>>> cases = {
       {"count 2^32", [](Archive& a) { a.bytes[a.entries - 4] = 1; }},
       {"count 0", [](Archive& a) { a.bytes[a.entries - 8] = 0; }},
@@ -96,19 +88,16 @@ TEST(ArchiveIndex, AnIndexThatDoesNotFitTheFileIsIgnored) {
     spoil(a);
     EXPECT_FALSE(readArchiveIndex(a.bytes.data(), a.bytes.size())) << name;
   }
-}
-
-// BRACKWOOD_UNPACK_THREADS may only lower the number of threads, and only as a whole number from 1.
-TEST(ArchiveIndex, ThreadsAskedFor) {
+  // BRACKWOOD_UNPACK_THREADS may only lower the number of threads, and only as a whole number from 1.
   ScopedEnvironment env;
   env.set("BRACKWOOD_UNPACK_THREADS", std::nullopt);
   const unsigned all = inflatingThreads();
   EXPECT_EQ(all, std::clamp(std::thread::hardware_concurrency(), 1u, 8u));
-  const std::pair<const char*, unsigned> cases[] = {{"1", 1u},   {"0", all}, {"-1", all},
+  const std::pair<const char*, unsigned> asked[] = {{"1", 1u},   {"0", all}, {"-1", all},
                                                     {"1x", all}, {"", all},  {"100", all}};
-  for (const auto& [asked, threads] : cases) {
-    env.set("BRACKWOOD_UNPACK_THREADS", asked);
-    EXPECT_EQ(inflatingThreads(), threads) << asked;
+  for (const auto& [value, threads] : asked) {
+    env.set("BRACKWOOD_UNPACK_THREADS", value);
+    EXPECT_EQ(inflatingThreads(), threads) << value;
   }
 }
 

@@ -4,9 +4,7 @@
 #include "install/error_pass_through.h"
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include "test_support.h"
 

@@ -9,12 +9,13 @@
 
 namespace bwk::test {
 
+// Four bytes, most significant first.
+inline std::string be32(uint32_t v) {
+  return {static_cast<char>(v >> 24), static_cast<char>(v >> 16), static_cast<char>(v >> 8), static_cast<char>(v)};
+}
+
 // A PNG of one colour, `size` pixels square.
 inline std::string solidPng(uint32_t size, unsigned char r, unsigned char g, unsigned char b) {
-  auto be32 = [](uint32_t v) {
-    return std::string{static_cast<char>(v >> 24), static_cast<char>(v >> 16), static_cast<char>(v >> 8),
-                       static_cast<char>(v)};
-  };
   auto chunk = [&](const std::string& type, const std::string& data) {
     std::string body = type + data;
     uLong crc = crc32(0, reinterpret_cast<const Bytef*>(body.data()), static_cast<uInt>(body.size()));
@@ -36,10 +37,6 @@ inline std::string solidPng(uint32_t size, unsigned char r, unsigned char g, uns
 
 // An .icns container of (type, data) chunks.
 inline std::string icnsContainer(const std::vector<std::pair<std::string, std::string>>& chunks) {
-  auto be32 = [](uint32_t v) {
-    return std::string{static_cast<char>(v >> 24), static_cast<char>(v >> 16), static_cast<char>(v >> 8),
-                       static_cast<char>(v)};
-  };
   std::string body;
   for (const auto& [type, data] : chunks) body += type + be32(static_cast<uint32_t>(data.size() + 8)) + data;
   return "icns" + be32(static_cast<uint32_t>(body.size() + 8)) + body;

@@ -8,7 +8,7 @@
 namespace bwk::platform {
 namespace {
 
-TEST(NoticeText, RoundTripKeepsEveryByteUpToTheLimit) {
+TEST(NoticeText, RoundTripKeepsEveryByteUpToTheLimitAndNamesTheProcess) {
   std::string allBytes;
   for (int c = 1; c < 256; ++c) allBytes += static_cast<char>(c);
   const std::vector<std::pair<NoticeText, NoticeText>> cases = {
@@ -27,9 +27,6 @@ TEST(NoticeText, RoundTripKeepsEveryByteUpToTheLimit) {
   for (const std::string& value : std::vector<std::string>{"", "41", "41:4", "41:4G", "zz:41", "41:4A", "-:41:42",
                                                            "4:41", "-:" + std::string(kNoticeTextLimit * 2 + 2, '4')})
     EXPECT_FALSE(decodeNotice(value)) << value.substr(0, 20);
-}
-
-TEST(NoticeText, ProcessNamedByTheHeaderElseTheExecutable) {
   EXPECT_EQ(noticeProcessName({"Tool", "m"}), "Tool");
   EXPECT_EQ(noticeProcessName({"", "m"}), "test_install");
   EXPECT_EQ(noticeProcessName({std::nullopt, "m"}), "test_install");

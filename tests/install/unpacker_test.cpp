@@ -1,12 +1,7 @@
 // Unpacking a runtime's packed jars with stand-ins for bin/unpack200 that log their runs.
-#include <gtest/gtest.h>
-#include <sys/stat.h>
 
-#include <filesystem>
-
-#include "base/errors.h"
-#include "base/strings.h"
 #include "launcher/unpacker.h"
+#include "base/errors.h"
 #include "test_support.h"
 
 namespace bwk::test {

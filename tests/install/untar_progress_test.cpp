@@ -1,6 +1,4 @@
 // Progress reports, and cancelling from the callback, on both inflation paths.
-#include <filesystem>
-#include <optional>
 
 #include "base/errors.h"
 #include "untar_fixture.h"
@@ -33,9 +31,14 @@ class ProgressTest : public UntarFixture, public ::testing::WithParamInterface<U
 INSTANTIATE_TEST_SUITE_P(Inflations, ProgressTest, ::testing::ValuesIn(kInflations),
                          [](const auto& test) { return inflationName(test.param); });
 
+size_t openDescriptors() {
+  auto entries = std::filesystem::directory_iterator("/proc/self/fd");
+  return static_cast<size_t>(std::distance(begin(entries), end(entries)));
+}
+
 // The destination first, a report before each file and each 32768-byte piece that moves the
 // value, 100 with "" at the end.
-TEST_P(ProgressTest, ReportsStreamPositionsInSinglePrecision) {
+TEST_P(ProgressTest, ReportsStreamPositionsInSinglePrecisionAndCancelsFromTheCallback) {
   std::istringstream files(
       buildArchive("file('a', noise(100000)); file('empty'); dir('d'); file('d/b', noise(70000, 2)); link('l', 'a')\n"
                    "file('c', noise(40000, 3))"));
@@ -57,16 +60,13 @@ TEST_P(ProgressTest, ReportsStreamPositionsInSinglePrecision) {
   EXPECT_TRUE(outcome.complete);
   EXPECT_EQ(outcome.used, inflation);
   EXPECT_EQ(recorder.calls, expected);
-}
-
-// Without a length only start and end; no end after a failure, nothing for a missing archive.
-TEST_P(ProgressTest, StartAndEndOnly) {
+  // Without a length only start and end; no end after a failure, nothing for a missing archive.
   const std::vector<Call> startAndEnd{{0.0, dest}, {100.0, ""}};
   buildArchive("file('a', noise(100000)); file('b', 'b')");
-  for (int32_t length : {0, -5}) {
-    Recorder recorder;
-    EXPECT_TRUE(extract(length, &recorder.callback).complete);
-    EXPECT_EQ(recorder.calls, startAndEnd) << length;
+  for (int32_t none : {0, -5}) {
+    Recorder plain;
+    EXPECT_TRUE(extract(none, &plain.callback).complete);
+    EXPECT_EQ(plain.calls, startAndEnd) << none;
   }
 
   buildArchive("file('a', 'complete'); GZ_DROP = 8");
@@ -78,20 +78,12 @@ TEST_P(ProgressTest, StartAndEndOnly) {
 
   archive = root + "/missing.tar.gz";
   Recorder missing;
-  Outcome outcome = extract(1000, &missing.callback);
+  outcome = extract(1000, &missing.callback);
   EXPECT_FALSE(outcome.complete);
   EXPECT_EQ(outcome.problems, std::vector<std::string>{"error reading JRE " + archive + ": No such file or directory"});
   EXPECT_TRUE(missing.calls.empty());
-}
-
-size_t openDescriptors() {
-  auto entries = std::filesystem::directory_iterator("/proc/self/fd");
-  return static_cast<size_t>(std::distance(begin(entries), end(entries)));
-}
-
-// Cancelling from the callback at the start, before and inside a file: the exception
-// reaches the caller and every descriptor is closed.
-TEST_P(ProgressTest, AnExceptionFromTheCallbackReleasesEverything) {
+  // Cancelling from the callback at the start, before and inside a file: the exception
+  // reaches the caller and every descriptor is closed.
   buildArchive("file('a', noise(10)); file('big', noise(300000)); file('zeros', bytes(8000000))");
   for (int throwAt : {1, 2, 3, 5, 0}) {
     size_t descriptors = openDescriptors();

@@ -31,15 +31,10 @@ class AotCache : public LaunchFixture {
 
 const PlistDict enabled{{"AotCacheEnabled", true}, {"AotCacheBuildId", "b1"}};
 
-TEST_F(AotCache, NothingUnlessEveryConditionHolds) {
+TEST_F(AotCache, OnlyWhenEveryConditionHoldsTrainsThenUsesTheDefaultLocation) {
   EXPECT_TRUE(optionsFor({{"AotCacheBuildId", "b1"}}).empty());
   EXPECT_TRUE(optionsFor({{"AotCacheEnabled", true}}).empty());
   EXPECT_TRUE(optionsFor(enabled, "24.0.2", 24).empty());
-  env.set("BRACKWOOD_NO_AOT_CACHE", "");
-  EXPECT_TRUE(optionsFor(enabled).empty());
-}
-
-TEST_F(AotCache, TrainsThenUsesTheDefaultLocation) {
   std::vector<std::string> training = optionsFor(enabled);
   std::string dir = tmp / ("home/Library/Caches/brackwood/aot/" + std::to_string(crc(appRootDir)));
   std::string file = dir + "/Tool-b1-25.0.1-" + std::to_string(crc(tmp / "jdk-25.jdk/Contents/Home")) + ".aot";
@@ -53,9 +48,11 @@ TEST_F(AotCache, TrainsThenUsesTheDefaultLocation) {
   std::vector<std::string> moved = optionsFor(enabled, "25.0.1", 25, "moved.jdk");
   ASSERT_EQ(moved.size(), 3u);
   EXPECT_NE(moved.back(), "-XX:AOTCacheOutput=" + file);
+  env.set("BRACKWOOD_NO_AOT_CACHE", "");
+  EXPECT_TRUE(optionsFor(enabled, "25.0.1", 25, "moved.jdk").empty());
 }
 
-TEST_F(AotCache, VersionKeys) {
+TEST_F(AotCache, VersionKeysAndStaleFilesOfTheStem) {
   const std::pair<const char*, const char*> cases[] = {
       {"25.0.1", "25.0.1"}, {"25", "25"}, {"25.0.1.2", "25.0.1"}, {"25+36", "25.36"}, {"25-ea", "25"}};
   for (const auto& [version, key] : cases) {
@@ -64,9 +61,6 @@ TEST_F(AotCache, VersionKeys) {
     EXPECT_EQ(options[2], "-XX:AOTCacheOutput=" + tmp / "c/app-b-" + key + "-" +
                               std::to_string(crc(tmp / "jdk-25.jdk/Contents/Home")) + ".aot");
   }
-}
-
-TEST_F(AotCache, TrainingRemovesStaleFilesOfTheStemOnly) {
   writeFile(tmp / "c/app-old-21-1.aot", "");
   writeFile(tmp / "c/app-other.aot", "");    // shares the prefix: removed too
   writeFile(tmp / "c/application.aot", "");  // no "-" after the stem: kept

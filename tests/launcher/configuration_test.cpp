@@ -14,10 +14,6 @@ class Configuration : public LaunchFixture {
   ChosenRuntime runtime(const std::string& version = "17.0.2", int major = 17) {
     return ChosenRuntime{tmp / "jdk", nullptr, version, major, version, false, false};
   }
-  std::vector<std::string> options(const LaunchContext& context, const LaunchFacts& facts = {},
-                                   const ChosenRuntime* chosen = nullptr) {
-    return readJavaParameters(context, chosen ? *chosen : runtime(), facts).options;
-  }
 };
 
 TEST_F(Configuration, DirectoryLayouts) {
@@ -38,10 +34,10 @@ TEST_F(Configuration, DirectoryLayouts) {
   };
   for (const auto& [name, info, root, launcherDir, mainBundle, work] : cases) {
     const LaunchContext& context = bundleLaunch(info);
-    EXPECT_EQ(workingDirectory(context, runtime()), work.value_or(mainBundle)) << name;
-    EXPECT_EQ(context.paths.appRootDir, root) << name;
-    EXPECT_EQ(context.paths.launcherDirInApp, launcherDir) << name;
-    EXPECT_EQ(context.paths.mainBundlePath, mainBundle) << name;
+    EXPECT_EQ(std::tuple(workingDirectory(context, runtime()), context.paths.appRootDir, context.paths.launcherDirInApp,
+                         context.paths.mainBundlePath),
+              std::tuple(work.value_or(mainBundle), root, launcherDir, mainBundle))
+        << name;
   }
 
   // A command-line launcher that does not know its own path has no directories, and nothing
@@ -52,18 +48,20 @@ TEST_F(Configuration, DirectoryLayouts) {
                                        {"WorkingDirectory", "work"},
                                        {"VMOptionArray", stringArray({"-include-options o.vmoptions"})}})}},
       std::nullopt, {"/tool"});
-  EXPECT_EQ(unknown.paths.appRootDir, std::nullopt);
-  EXPECT_EQ(unknown.paths.launcherDirInApp, std::nullopt);
+  EXPECT_EQ(std::tuple(unknown.paths.appRootDir, unknown.paths.launcherDirInApp, workingDirectory(unknown, {})),
+            std::tuple(std::nullopt, std::nullopt, std::nullopt));
   EXPECT_TRUE(optionFiles(unknown).empty());
-  EXPECT_EQ(workingDirectory(unknown, ChosenRuntime{}), std::nullopt);
   EXPECT_EQ(readJavaParameters(unknown, ChosenRuntime{}, {}).options,
             (std::vector<std::string>{"-Dfenmo.moduleName=(null)", "-Dbwk.configFileId=(null)"}));
 }
 
-TEST_F(Configuration, VariablesInOnePass) {
+TEST_F(Configuration, VariablesInOnePassAndArtifactPaths) {
   const LaunchContext& context = bundleLaunch({{"bwk.launcherDir", "${BWK_T_DIR}"}});
-  ScopedEnvironment env{
-      {"BWK_T_PLAIN", "plain"}, {"BWK_T_DIR", "resolved"}, {"BWK_T_HOLDS_LAUNCHER", "${launcher:sys.appRootDir}"}};
+  ScopedEnvironment env{{"BWK_T_PLAIN", "plain"},
+                        {"BWK_T_DIR", "resolved"},
+                        {"BWK_T_HOLDS_LAUNCHER", "${launcher:sys.appRootDir}"},
+                        {"BWK_T_CP", "/e/1.jar:/e/2.jar"},
+                        {"BWK_T_UNSET", std::nullopt}};
   makeFakeRuntime(tmp / "rt.jdk", "17.0.2", "bundle");
   makeFakeRuntime(tmp / "plain", "17.0.2", "home");
   const std::tuple<OptionalString, OptionalString, OptionalString> cases[] = {
@@ -84,13 +82,9 @@ TEST_F(Configuration, VariablesInOnePass) {
   };
   for (const auto& [in, runtime, out] : cases)
     EXPECT_EQ(replaceVariables(in, VariableScope{context.paths, runtime}), out) << in.value_or("(absent)");
-}
-
-TEST_F(Configuration, ArtifactPaths) {
   for (const char* file : {"x.jar", "y.JAR", "z.zip", "readme.txt", "dir.jar/inner"})
     writeFile(tmp / "lib/" + file, "");
-  ScopedEnvironment env{{"BWK_T_CP", "/e/1.jar:/e/2.jar"}, {"BWK_T_UNSET", std::nullopt}};
-  const std::pair<OptionalString, OptionalString> cases[] = {
+  const std::pair<OptionalString, OptionalString> paths[] = {
       {std::nullopt, std::nullopt},
       {"a.jar::b.jar", "a.jar::b.jar"},
       {"a.jar:$BWK_T_CP", "a.jar:/e/1.jar:/e/2.jar"},
@@ -98,7 +92,7 @@ TEST_F(Configuration, ArtifactPaths) {
       {"*", "*"},
       {tmp / "missing/*", std::nullopt},
   };
-  for (const auto& [in, out] : cases) EXPECT_EQ(resolveArtifactPath(in), out) << in.value_or("(absent)");
+  for (const auto& [in, out] : paths) EXPECT_EQ(resolveArtifactPath(in), out) << in.value_or("(absent)");
   // Listing order is the file system's: compare as sets.
   OptionalString listed = resolveArtifactPath(std::string("first.jar:" + tmp / "lib/*"));
   ASSERT_TRUE(listed);
@@ -108,7 +102,7 @@ TEST_F(Configuration, ArtifactPaths) {
             (std::vector<std::string>{"first.jar", tmp / "lib/dir.jar", tmp / "lib/x.jar", tmp / "lib/z.zip"}));
 }
 
-TEST_F(Configuration, OptionFileLinesAndClassPath) {
+TEST_F(Configuration, OptionFileLinesIncludesAndClassPath) {
   VariableScope scope{bundleLaunch({}).paths, std::nullopt};
   ScopedEnvironment env{{"BWK_TEST_OPT", "from-env"}};
   // name, the file, the class path before, the options read, the class path after
@@ -128,17 +122,13 @@ TEST_F(Configuration, OptionFileLinesAndClassPath) {
   for (const auto& [name, contents, before, expected, after] : cases) {
     writeFile(tmp / "case.vmoptions", contents);
     std::vector<std::string> options;
-    EXPECT_EQ(readOptionsFile(tmp / "case.vmoptions", options, before, scope), after) << name;
-    EXPECT_EQ(options, expected) << name;
+    OptionalString classPath = readOptionsFile(tmp / "case.vmoptions", options, before, scope);
+    EXPECT_EQ(std::pair(classPath, options), std::pair(after, expected)) << name;
   }
   std::vector<std::string> untouched;
   EXPECT_EQ(readOptionsFile(tmp / "missing.vmoptions", untouched, std::string("cp"), scope), std::string("cp"));
   EXPECT_EQ(readOptionsFile(std::nullopt, untouched, std::string("cp"), scope), std::string("cp"));
   EXPECT_TRUE(untouched.empty());
-}
-
-TEST_F(Configuration, OptionFileIncludes) {
-  VariableScope scope{bundleLaunch({}).paths, std::nullopt};
   writeFile(tmp / "conf/main.vmoptions",
             "-Dfirst\n-include-options sub/inner.vmoptions\n-include-options \"with blank.vmoptions\"\n"
             "-include-options \"half.vmoptions\n-Dlast\n");
@@ -194,15 +184,14 @@ TEST_F(Configuration, VersionSpecificPatterns) {
       {"17.0.2", 17, {"1-2-3", stringArray({"-Dthree"}), "11-17"}, {}},  // a single element is no pair
   };
   for (const auto& [version, major, pairs, expected] : cases) {
-    ChosenRuntime chosen = runtime(version, major);
-    std::vector<std::string> all =
-        options(bundleLaunch({{"JavaVM", PlistValue(PlistDict{{"VersionSpecificVMOptions", PlistValue(pairs)}})}}), {},
-                &chosen);
+    const LaunchContext& context =
+        bundleLaunch({{"JavaVM", PlistValue(PlistDict{{"VersionSpecificVMOptions", PlistValue(pairs)}})}});
+    std::vector<std::string> all = readJavaParameters(context, runtime(version, major), {}).options;
     EXPECT_EQ(std::vector<std::string>(all.begin() + 1, all.end()), expected) << version << " " << pairs.size();
   }
 }
 
-TEST_F(Configuration, CommandLineLauncherIdentityAndService) {
+TEST_F(Configuration, CommandLineLauncherIdentityServiceAndPassThrough) {
   writeFile(tmp / "bin/tool.vmoptions", "-Dbeside.executable\n");
   writeFile(tmp / "bin/tool.app/Contents/vmoptions.txt", "-Dnot.read\n");
   const LaunchContext& context =
@@ -219,9 +208,6 @@ TEST_F(Configuration, CommandLineLauncherIdentityAndService) {
                                                  "-Dbwk.configFileId=cfg-7", "-Dbwk.service=legacy"}));
   EXPECT_EQ(p.args, (std::vector<std::string>{"start", "configured", "later"}));
   EXPECT_EQ(p.mainClass, std::nullopt);
-}
-
-TEST_F(Configuration, CommandLinePassThrough) {
   using Words = std::vector<std::string>;
   const std::tuple<std::optional<bool>, Words, Words, Words> cases[] = {
       // passthrough, command line, options, args
@@ -233,9 +219,8 @@ TEST_F(Configuration, CommandLinePassThrough) {
   for (const auto& [passthrough, words, options, args] : cases) {
     PlistDict info;
     if (passthrough) info["bwk.allowPassthrough"] = *passthrough;
-    JavaParameters p = readJavaParameters(bundleLaunch(info, words), runtime(), {});
-    EXPECT_EQ(Words(p.options.begin() + 1, p.options.end()), options) << words[1];
-    EXPECT_EQ(p.args, args) << words[1];
+    JavaParameters q = readJavaParameters(bundleLaunch(info, words), runtime(), {});
+    EXPECT_EQ(std::pair(Words(q.options.begin() + 1, q.options.end()), q.args), std::pair(options, args)) << words[1];
   }
   // The command line's arguments follow the configured ones, the first too.
   PlistDict configured{{"JavaVM", PlistValue(PlistDict{{"ArgumentArray", stringArray({"cfg"})}})}};

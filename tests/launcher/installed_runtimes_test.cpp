@@ -29,7 +29,7 @@ class InstalledRuntimes : public LaunchFixture {
 
 // Names decide the order (newest name first), then the first runtime within the range wins;
 // taking the chosen one away each time reveals the whole order.
-TEST_F(InstalledRuntimes, FirstInOrderWithinTheRange) {
+TEST_F(InstalledRuntimes, FirstInOrderWithinTheRangeOfThoseReadable) {
   std::string jvm = tmp / "jvm";
   const std::pair<const char*, const char*> runtimes[] = {
       {"jdk1.8.0_291.jdk", "1.8.0_291"}, {"jdk-17.0.2.jdk", "17.0.2"}, {"openjdk-11.jdk", "11.0.1"},
@@ -73,11 +73,8 @@ TEST_F(InstalledRuntimes, FirstInOrderWithinTheRange) {
   });
   ASSERT_EQ(outcome.status, 0) << outcome.out;
   EXPECT_EQ(chosen(outcome.out), expected);
-}
-
-TEST_F(InstalledRuntimes, UnreadableRuntimesAreSkipped) {
-  // Checked as an ordinary user: the superuser reads everything.
-  std::string jvm = tmp / "jvm";
+  // Unreadable runtimes are skipped, checked as an ordinary user: the superuser reads everything.
+  jvm = tmp / "unreadable";
   makeFakeRuntime(jvm + "/jdk-99", "99", "home");
   makeFakeRuntime(jvm + "/jdk-98", "98", "bundle");
   makeFakeRuntime(jvm + "/jdk-1.8", "1.8.0_291", "home");
@@ -85,7 +82,7 @@ TEST_F(InstalledRuntimes, UnreadableRuntimesAreSkipped) {
   ASSERT_EQ(chmod((jvm + "/jdk-98/Contents/Info.plist").c_str(), 0), 0);
   ASSERT_EQ(chmod(tmp.path().c_str(), 0755), 0);
   const LaunchContext& context = bundleLaunch({});
-  RunResult outcome = withInstalledRuntimes(jvm, [&] {
+  outcome = withInstalledRuntimes(jvm, [&] {
     const uid_t nobody = 65534;
     if (setgroups(0, nullptr) != 0 || setresgid(nobody, nobody, nobody) != 0 ||
         setresuid(nobody, nobody, nobody) != 0) {

@@ -41,8 +41,7 @@ class LaunchFixture : public ::testing::Test {
   }
 
   TempDir tmp;
-  std::string bundle = tmp / "Apps/Tool.app";
-  std::string appRoot = bundle + "/Contents/Resources/app";
+  std::string bundle = tmp / "Apps/Tool.app", appRoot = bundle + "/Contents/Resources/app";
 
  private:
   const LaunchContext& keep(LaunchContext context) {

@@ -27,12 +27,17 @@ class PreviousInstallations : public LaunchFixture {
     return chosen;
   }
 
-  std::string a = tmp / "a";
-  std::string b = tmp / "b";
+  std::string a = tmp / "a", b = tmp / "b";
   OptionalString result;
 };
 
 TEST_F(PreviousInstallations, RuntimesOfRecordedDirectories) {
+  writeFile(a + "/.brackwood/jre/brackwood_jre_version", "1.8.0_291");
+  EXPECT_FALSE(search()) << "no records file";
+  writeRecords({{"allinstdirs1234-5678", a}});
+  EXPECT_FALSE(search({{"bwk.appId", 5}})) << "no application id";
+  writeFile(tmp / "config/brackwood/com.brackwood.installations.plist", "<plist><dict><key>x");
+  EXPECT_FALSE(search()) << "a records file that is not a property list";
   const std::string third = tmp / "c", v = "/.brackwood/jre/brackwood_jre_version", j = "/.brackwood/jre.bundle";
   const std::string plugIn = "/Tool.app/Contents/PlugIns/jre.bundle";
   // What is made: a path, a text, a runtime bundle (of the text's version) or else a file holding the text.
@@ -73,15 +78,6 @@ TEST_F(PreviousInstallations, RuntimesOfRecordedDirectories) {
           << name;
     }
   }
-}
-
-TEST_F(PreviousInstallations, MissingPiecesFindNothing) {
-  writeFile(a + "/.brackwood/jre/brackwood_jre_version", "1.8.0_291");
-  EXPECT_FALSE(search()) << "no records file";
-  writeRecords({{"allinstdirs1234-5678", a}});
-  EXPECT_FALSE(search({{"bwk.appId", 5}})) << "no application id";
-  writeFile(tmp / "config/brackwood/com.brackwood.installations.plist", "<plist><dict><key>x");
-  EXPECT_FALSE(search()) << "a records file that is not a property list";
 }
 
 }  // namespace

@@ -13,7 +13,7 @@ std::string outcome(const std::optional<AcceptedVersion>& accepted) {
   return accepted ? accepted->shortVersion + " " + std::to_string(accepted->majorVersion) : "refused";
 }
 
-TEST(RuntimeChecks, BundleVersionAgainstRange) {
+TEST(RuntimeChecks, BundleVersionAgainstRangeAndReadFromTheBundle) {
   using S = std::optional<std::string>;
   // min, max, allowBeta, plugin, version, EvarVersion, CFBundleGetInfoString, outcome
   const std::tuple<S, S, bool, bool, S, S, S, const char*> cases[] = {
@@ -40,11 +40,8 @@ TEST(RuntimeChecks, BundleVersionAgainstRange) {
     EXPECT_EQ(outcome(accepted), expected) << version.value_or("(absent)");
     EXPECT_EQ(accepted ? std::optional(accepted->version) : std::nullopt, accepted ? version : std::nullopt);
   }
-}
-
-TEST(RuntimeChecks, JavaVersionReadsTheBundle) {
   TempDir tmp;
-  const std::tuple<const char*, PlistDict, bool, const char*> cases[] = {
+  const std::tuple<const char*, PlistDict, bool, const char*> bundles[] = {
       // name, Info.plist, plugin, outcome
       {"jvm", {{"JavaVM", javaVM("17.0.2")}}, false, "17.0.2 17"},
       {"noJvmVersion", {{"JavaVM", PlistValue(PlistDict{})}, {"CFBundleVersion", "1.8.0"}}, false, "refused"},
@@ -52,7 +49,7 @@ TEST(RuntimeChecks, JavaVersionReadsTheBundle) {
       {"numberVersion", {{"JavaVM", PlistValue(PlistDict{{"JVMVersion", 17}})}}, false, "refused"},
       {"betaInfo", {{"JavaVM", javaVM("17.0.2")}, {"CFBundleGetInfoString", "Team build"}}, false, "refused"},
   };
-  for (const auto& [name, info, plugin, expected] : cases) {
+  for (const auto& [name, info, plugin, expected] : bundles) {
     writePlist(tmp / name + "/Contents/Info.plist", PlistValue(info));
     std::shared_ptr<RuntimeBundle> runtime = RuntimeBundle::open(tmp / name);
     ASSERT_TRUE(runtime);

@@ -11,7 +11,7 @@ const std::string kMissingClass =
 const std::string kThrown = "Exception in thread \"main\" java.lang.IllegalStateException: x\n\tat A.main(A.java:3)\n";
 const std::string kVmOption = "Unrecognized VM option 'Foo'\nError: Could not create the Java Virtual Machine.\n";
 
-TEST(StartFailure, OnlyAFailedStartGetsAnAlert) {
+TEST(StartFailure, OnlyAFailedStartGetsAnAlertWithTheTellingLinesFirst) {
   // name, the tail of standard error, cut at its start, exit status, an alert
   const std::tuple<const char*, std::string, bool, std::optional<int>, bool> cases[] = {
       {"main class missing", "app line\n" + kMissingClass, false, 1, true},
@@ -33,11 +33,8 @@ TEST(StartFailure, OnlyAFailedStartGetsAnAlert) {
     EXPECT_EQ(startFailureAlert(ProcessEnd{tail, cut, status}, "Tool", "/A/Tool.app/Contents/MacOS/Tool").has_value(),
               alert)
         << name;
-}
-
-// The failure line first, then the causes, the lines just before it, and stack frames last,
-// 20 lines at most; the name, what failed, and how to see more around them.
-TEST(StartFailure, TellingLinesComeFirst) {
+  // The failure line first, then the causes, the lines just before it, and stack frames last,
+  // 20 lines at most; the name, what failed, and how to see more around them.
   std::string tail =
       "one\ntwo\nthree\nfour\n\tat Earlier.frame(E.java:1)\n"
       "Exception in thread \"main\" java.lang.RuntimeException: outer\n\n";

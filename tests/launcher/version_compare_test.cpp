@@ -20,10 +20,20 @@ TEST(TypeOfCharacter, Classes) {
       {"9ea", 0},      {"ea9", 1}, {"-9", 2},
   };
   for (const auto& [text, type] : cases) EXPECT_EQ(typeOfCharacter(text), type) << text;
+  for (char32_t digit : {U'0', U'9', U'\u0660', U'\u0669', U'\uFF10', U'\uFF19'})
+    EXPECT_TRUE(characters::isDecimalDigit(digit)) << static_cast<uint32_t>(digit);
+  for (char32_t other : {U'/', U':', U'\u065F', U'\u066A'})
+    EXPECT_FALSE(characters::isDecimalDigit(other)) << static_cast<uint32_t>(other);
+  for (char32_t separator : {U'\t', U'\r', U' ', U'!', U'#', U'\uFF01', U'\uFF03', U'\uFF65'})
+    EXPECT_TRUE(characters::isSeparator(separator)) << static_cast<uint32_t>(separator);
+  for (char32_t other : {U'\u0008', U'\u000E', U'\uFF04', U'\uFF66', U'a'})
+    EXPECT_FALSE(characters::isSeparator(other)) << static_cast<uint32_t>(other);
+  // A byte that starts no character keeps its own value: 0x80 is not the replacement character.
+  EXPECT_NE(compareVersion("1a\x80", "1a\xEF\xBF\xBD"), 0);
 }
 
 // Numbers beyond 64 bits saturate, so both are the largest value.
-TEST(CompareVersion, Ordering) {
+TEST(CompareVersion, OrderingAndBounds) {
   const std::tuple<const char*, const char*, int> cases[] = {
       {"1.8.0_291", "1.8.0_301", -1},
       {"1.8", "1_8", 0},
@@ -43,10 +53,7 @@ TEST(CompareVersion, Ordering) {
     EXPECT_EQ(compareVersion(std::string_view(a), std::string_view(b)), result) << a << " vs " << b;
     EXPECT_EQ(compareVersion(std::string_view(b), std::string_view(a)), -result) << b << " vs " << a;
   }
-}
-
-TEST(CompareVersion, BoundTest) {
-  const std::tuple<Tokens, std::optional<std::string>, bool, bool> cases[] = {
+  const std::tuple<Tokens, std::optional<std::string>, bool, bool> bounds[] = {
       // candidate, bound, max, in
       {{"1", "8", "0", "291"}, "1.8", false, true},
       {{"17", "0", "2"}, "11", true, false},
@@ -60,20 +67,17 @@ TEST(CompareVersion, BoundTest) {
       {{}, "1", false, false},
       {{"x"}, "0", false, true},
   };
-  for (const auto& [candidate, bound, max, in] : cases)
+  for (const auto& [candidate, bound, max, in] : bounds)
     EXPECT_EQ(compareVersion(bound, candidate, max), in) << bound.value_or("(absent)") << (max ? " max" : " min");
 }
 
-TEST(IsBetaVersion, SubstringMarkers) {
+TEST(VersionTexts, BetaMarkersAndJrePrefixes) {
   const std::pair<std::optional<std::string>, bool> cases[] = {
       {std::nullopt, false}, {"1.8.0-rc1", true}, {"17-ea", true}, {"9-beta", true},  {"src", true},
       {"Release", true},     {"Team", true},      {"RC1", false},  {"17.0.2", false}, {"BETA", false},
   };
   for (const auto& [text, beta] : cases) EXPECT_EQ(isBetaVersion(text), beta) << text.value_or("(absent)");
-}
-
-TEST(RemoveJrePrefix, Prefixes) {
-  const std::pair<const char*, const char*> cases[] = {
+  const std::pair<const char*, const char*> prefixes[] = {
       {"jdk1.8.0_291.jdk", "1.8.0_291.jdk"},
       {"jdk-17.0.2.jdk", "17.0.2.jdk"},
       {"openjdk-11.jdk", "11.jdk"},
@@ -83,43 +87,7 @@ TEST(RemoveJrePrefix, Prefixes) {
       {"jre", ""},
       {"jre-jdk-1", "-1"},  // each step works on the previous one's result
   };
-  for (const auto& [name, stripped] : cases) EXPECT_EQ(removeJrePrefix(name), stripped) << name;
-}
-
-// UTF-8 read at the ends of every range: the characters version texts split at.
-TEST(VersionCharacters, Utf8AtTheEndsOfTheRanges) {
-  const std::tuple<const char*, char32_t, size_t> cases[] = {
-      {"\x7F", 0x7F, 1},
-      {"\x80", 0xFFFD, 1},
-      {"\xE0\xA0\x80", 0x800, 3},
-      {"\xF0\x90\x80\x80", 0x10000, 4},
-      {"\xC2\x80", 0x80, 2},
-      {"\xC1\xBF", 0xFFFD, 1},
-      {"\xED\x9F\xBF", 0xD7FF, 3},
-      {"\xED\xA0\x80", 0xFFFD, 1},
-      {"\xED\xBF\xBF", 0xFFFD, 1},
-      {"\xEE\x80\x80", 0xE000, 3},
-      {"\xF4\x8F\xBF\xBF", 0x10FFFF, 4},
-      {"\xF4\x90\x80\x80", 0xFFFD, 1},
-      {"\xE2\x82", 0xFFFD, 1},
-  };
-  for (const auto& [bytes, codePoint, length] : cases) {
-    characters::Utf8Character read = characters::decodeUtf8(bytes, 0);
-    EXPECT_EQ(std::pair(read.codePoint, read.length), std::pair(codePoint, length)) << bytes;
-  }
-}
-
-TEST(VersionCharacters, ClassesAtTheEndsOfTheirRanges) {
-  for (char32_t digit : {U'0', U'9', U'\u0660', U'\u0669', U'\uFF10', U'\uFF19'})
-    EXPECT_TRUE(characters::isDecimalDigit(digit)) << static_cast<uint32_t>(digit);
-  for (char32_t other : {U'/', U':', U'\u065F', U'\u066A'})
-    EXPECT_FALSE(characters::isDecimalDigit(other)) << static_cast<uint32_t>(other);
-  for (char32_t separator : {U'\t', U'\r', U' ', U'!', U'#', U'\uFF01', U'\uFF03', U'\uFF65'})
-    EXPECT_TRUE(characters::isSeparator(separator)) << static_cast<uint32_t>(separator);
-  for (char32_t other : {U'\u0008', U'\u000E', U'\uFF04', U'\uFF66', U'a'})
-    EXPECT_FALSE(characters::isSeparator(other)) << static_cast<uint32_t>(other);
-  // A byte that starts no character keeps its own value: 0x80 is not the replacement character.
-  EXPECT_NE(compareVersion("1a\x80", "1a\xEF\xBF\xBD"), 0);
+  for (const auto& [name, stripped] : prefixes) EXPECT_EQ(removeJrePrefix(name), stripped) << name;
 }
 
 }  // namespace

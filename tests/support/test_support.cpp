@@ -10,7 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
-#include <sstream>
+#include <iterator>
 #include <stdexcept>
 
 extern char** environ;
@@ -29,10 +29,9 @@ TempDir::~TempDir() {
   std::error_code ec;
   // Tests may leave read-only directories behind; make them writable first.
   for (auto it = stdfs::recursive_directory_iterator(path_, stdfs::directory_options::skip_permission_denied, ec);
-       !ec && it != stdfs::recursive_directory_iterator(); it.increment(ec)) {
+       !ec && it != stdfs::recursive_directory_iterator(); it.increment(ec))
     if (it->is_directory(ec) && !it->is_symlink(ec))
       stdfs::permissions(it->path(), stdfs::perms::owner_all, stdfs::perm_options::add, ec);
-  }
   stdfs::permissions(path_, stdfs::perms::owner_all, stdfs::perm_options::add, ec);
   stdfs::remove_all(path_, ec);
 }
@@ -62,9 +61,7 @@ void writeFile(const std::string& path, const std::string& contents) {
 
 std::string readFile(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
-  std::stringstream s;
-  s << in.rdbuf();
-  return s.str();
+  return {std::istreambuf_iterator<char>(in), {}};
 }
 
 std::string toXmlPlist(const PlistValue& value) { return bundle::xmlPropertyList(value); }
@@ -149,11 +146,9 @@ void makeFakeRuntime(const std::string& dir, const std::string& version, const s
   writeFile(home + "/release", "JAVA_VERSION=\"" + version + "\"\n");
   stdfs::create_directories(home + "/lib");
   stdfs::copy_file(BWK_FAKE_JLI, home + "/lib/libjli.so", stdfs::copy_options::overwrite_existing);
-  if (layout == "bundle") {
-    PlistDict javaVM{{"JVMVersion", version}};
+  if (layout == "bundle")
     writePlist(dir + "/Contents/Info.plist",
-               PlistValue(PlistDict{{"JavaVM", PlistValue(javaVM)}, {"CFBundleIdentifier", "test.runtime"}}));
-  }
+               PlistDict{{"JavaVM", PlistDict{{"JVMVersion", version}}}, {"CFBundleIdentifier", "test.runtime"}});
 }
 
 std::string makeBundle(const std::string& parent, const std::string& name, const PlistValue& info) {

@@ -3,14 +3,12 @@
 // what nearly every test uses, so that test files include only what is particular to them.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <sys/types.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
 #include <filesystem>
 #include <functional>
-#include <initializer_list>
 #include <map>
 #include <optional>
 #include <string>
@@ -80,7 +78,6 @@ class Background {
   std::string line(double seconds);
   // Waits at most `seconds` from the start (0: no limit); status -1 when it did not end.
   RunResult finish(double seconds);
-  using Result = RunResult;
 
  private:
   TempDir dir_;

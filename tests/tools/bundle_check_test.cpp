@@ -1,6 +1,6 @@
 // brackwood-bundle check: a sound bundle made by create has no findings; each row copies it,
 // does one damage, and expects exactly the findings check prints for it, as lines and as JSON.
-// Command lines it cannot use give 2.
+// Command lines it cannot use give 2; help is given on request.
 #include "base/plist_reader.h"
 #include "bundle_tool.h"
 
@@ -288,6 +288,7 @@ TEST_F(BundleCheck, CommandLinesItCannotUse) {
       {{"check"}, "which bundle?"},
       {{"check", tmp / "nothing.app"}, "no such bundle"},
       {{"check", "--jsn", app}, "unknown option --jsn"},
+      {{"check", "--json", "--json", app}, "--json is given twice"},
       {{"create", "--main-class", "Hello"}, "--name is required"},
       {{"create", "--name", "X", "--main-class", "9lives", "--jar", helloJar(), "--output", tmp / "o"},
        "no Java class name"},
@@ -295,10 +296,15 @@ TEST_F(BundleCheck, CommandLinesItCannotUse) {
   };
   for (const auto& [words, message] : cases) {
     RunResult r = bundleTool(words);
-    EXPECT_EQ(r.status, 2) << words[0] << " " << message;
-    EXPECT_TRUE(text::contains(r.err, message)) << r.err;
+    EXPECT_TRUE(r.status == 2 && text::contains(r.err, message)) << words[0] << " " << message << ": " << r.err;
   }
   EXPECT_FALSE(fs::exists(tmp / "o")) << "nothing is written for a refused command line";
+  for (const std::vector<std::string>& words :
+       {std::vector<std::string>{"--help"}, {"-h"}, {"help"}, {"create", "-h"}, {"check", "--help"}}) {
+    std::string command = words.size() > 1 ? words[0] + " " : "";
+    EXPECT_TRUE(text::startsWith(bundleTool(words).out, "usage: brackwood-bundle " + command)) << words[0];
+    EXPECT_EQ(text::contains(bundleTool(words).out, "\n  --"), !command.empty()) << words[0];
+  }
 }
 
 }  // namespace

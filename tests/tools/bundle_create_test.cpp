@@ -1,6 +1,7 @@
 // brackwood-bundle create: refusals leave the output as it was; the parts it is built of.
 #include <dlfcn.h>
 
+#include "../install/icon_files.h"
 #include "base/plist_reader.h"
 #include "bundle_tool.h"
 #include "elf_strip.h"
@@ -39,8 +40,7 @@ TEST(BundleCreate, RefusalsLeaveTheOutputAsItWas) {
   for (const auto& [words, status, message] : cases) {
     shell("rm -rf " + tmp / "out && mkdir -p " + tmp / "out/Hello.app && echo old > " + tmp / "out/Hello.app/marker");
     RunResult r = createHello(tmp / "out", words);
-    EXPECT_EQ(r.status, status) << message << ": " << r.err;
-    EXPECT_TRUE(text::contains(r.err, message)) << message << ": " << r.err;
+    EXPECT_TRUE(r.status == status && text::contains(r.err, message)) << message << ": " << r.status << r.err;
     EXPECT_EQ(shell("cd " + tmp / "out && find . && cat Hello.app/marker").out,
               ".\n./Hello.app\n./Hello.app/marker\nold\n")
         << message;
@@ -79,11 +79,6 @@ TEST(ElfStrip, KeepsWhatIsLoaded) {
   EXPECT_NE(dlsym(library, "JLI_Launch"), nullptr);
   dlclose(library);
   EXPECT_FALSE(bundle::stripElf({reinterpret_cast<const uint8_t*>("#!/bin/sh\n"), 10}, &error));
-}
-
-std::string be32(uint32_t value) {
-  return {static_cast<char>(value >> 24), static_cast<char>(value >> 16), static_cast<char>(value >> 8),
-          static_cast<char>(value)};
 }
 
 // A PNG image's signature and header chunk: all the wrapping reads.
@@ -140,7 +135,7 @@ TEST(XmlPropertyListWriter, ReadsBackAsWritten) {
 }
 
 // Class-Path entries are URLs: %XX escapes of either case decoded, only local file URLs taken.
-TEST(JarClassPath, EntriesAreFileUrlsRelativeToTheJar) {
+TEST(JarReading, ClassPathUrlsRelativeToTheJarEntriesAndDamage) {
   TempDir tmp;
   shell(
       "cd " + tmp.path() + " && mkdir -p 'd~~ZZ++09?_' && python3 -c \"import zipfile; " +
@@ -156,12 +151,8 @@ TEST(JarClassPath, EntriesAreFileUrlsRelativeToTheJar) {
                                       "http://h/y.jar" + by + "not a file URL, left out as the runtime skips it",
                                       "/goneA.jar" + by + "no such file, left out as the runtime skips it",
                                       tmp / "m%zz.jar" + by + "no such file, left out as the runtime skips it"}));
-}
-
-// Jars as the tool reads them: entries stored or deflated, zip64 end records, and each
-// kind of damage named.
-TEST(ZipDirectory, EntriesAndDamage) {
-  TempDir tmp;
+  // Jars as the tool reads them: entries stored or deflated, zip64 end records, and each
+  // kind of damage named.
   // zip.py NAME [patches]: a.txt deflated and b.txt stored; each patch "SIGNATURE+OFFSET=HEX"
   // overwrites bytes after the first record with that signature (L local, C central, E end, 6 zip64 end).
   writeFile(tmp / "zip.py", R"(import io, sys, zipfile
@@ -219,32 +210,6 @@ open(name, 'wb').write(data)
   }
 }
 
-// Each option the help names may be given once, except those the help calls repeatable.
-TEST(BundleOptions, OnlyThoseTheHelpCallsRepeatableRepeat) {
-  for (const char* help : {"--help", "-h", "help"})
-    EXPECT_TRUE(text::startsWith(bundleTool({help}).out, "usage: brackwood-bundle")) << help;
-  for (const std::string command : {"create", "check"}) {
-    size_t options = 0;
-    for (const std::string& line : text::split(bundleTool({command, "--help"}).out, "\n")) {
-      if (!text::startsWith(line, "  --")) continue;
-      ++options;
-      // "  --name NAME   help": the option and its value's name end at two spaces or at the line's end.
-      std::vector<std::string> left = text::split(line.substr(2, line.find("  ", 2) - 2), " ");
-      std::vector<std::string> once(left.begin(), left.begin() + 1);
-      if (left.size() > 1) once.push_back("x");
-      std::vector<std::string> twice{command};
-      for (int i = 0; i < 2; ++i) twice.insert(twice.end(), once.begin(), once.end());
-      RunResult r = bundleTool(twice);
-      bool refused = text::contains(r.err, left[0] + " is given twice");
-      EXPECT_EQ(refused, !text::contains(line, "repeatable")) << line << "\n" << r.err;
-      if (refused) {
-        EXPECT_EQ(r.status, 2) << line;
-      }
-    }
-    EXPECT_GT(options, 0u) << command;
-  }
-}
-
 // Members of the chosen size and their index; every other reader sees one .tar.gz with the
 // same entries; the launcher takes the indexed way and gets the same files.
 TEST(TarGzWriter, IndexedMembersThatEveryReaderReads) {
@@ -261,11 +226,10 @@ TEST(TarGzWriter, IndexedMembersThatEveryReaderReads) {
 
   std::string archive = readFile(tmp / "a.tar.gz");
   auto members = readArchiveIndex(archive.data(), archive.size());
-  ASSERT_TRUE(members);
-  ASSERT_EQ(members->size(), 3u);
-  EXPECT_EQ((*members)[0].size, bundle::TarGzWriter::kMemberSize);
-  EXPECT_EQ((*members)[1].size, bundle::TarGzWriter::kMemberSize);
-  EXPECT_EQ((*members)[2].position + (*members)[2].size, writer.uncompressedSize());
+  std::vector<uint64_t> sizes;
+  for (const IndexedMember& m : members.value_or(std::vector<IndexedMember>{})) sizes.push_back(m.size);
+  const uint64_t full = bundle::TarGzWriter::kMemberSize;
+  EXPECT_EQ(sizes, (std::vector<uint64_t>{full, full, writer.uncompressedSize() - 2 * full}));
 
   const std::string names = "d/\nd/big\nd/small\nd/l\n";
   EXPECT_EQ(

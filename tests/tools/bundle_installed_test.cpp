@@ -63,7 +63,7 @@ class InstalledApplication : public ::testing::Test {
   std::string runtime;
 };
 
-TEST_F(InstalledApplication, StartsAsJavaJarDoes) {
+TEST_F(InstalledApplication, StartsAsJavaJarDoesAndWhatCreateSays) {
   // name, the main jar's manifest, lines of both starts
   const std::tuple<std::string, std::string, std::vector<std::string>> cases[] = {
       {"class path of every kind",
@@ -105,14 +105,11 @@ TEST_F(InstalledApplication, StartsAsJavaJarDoes) {
         << started.out;
     EXPECT_EQ(bundleTool({"check", tmp / "out/App.app"}).out, tmp / "out/App.app: no findings\n") << name;
   }
-}
-
-// What create refuses (nothing written), and what it writes or warns about without a JVM.
-TEST_F(InstalledApplication, WhatCreateSays) {
+  // What create refuses (nothing written), and what it writes or warns about without a JVM.
   const std::string main = "Main-Class: p.Probe\n";
   // the main jar's manifest, status, the message (in the error output, or else in Info.plist), more words
   using Case = std::tuple<std::string, int, std::string, std::vector<std::string>>;
-  const Case cases[] = {
+  const Case says[] = {
       {"Launcher-Agent-Class: p.Probe\n" + main, 1, "Launcher-Agent-Class p.Probe: the launcher cannot start", {}},
       {"Created-By: hand\n", 2, "names no Main-Class in its manifest: give --main-class", {}},
       {main, 2, "with --input, further jars lie inside it", {"--jar", tmp / "elsewhere.jar"}},
@@ -123,7 +120,7 @@ TEST_F(InstalledApplication, WhatCreateSays) {
            "<string>22-9999</string>\n      <array>\n        <string>--enable-native-access=ALL-UNNAMED</string>", {}),
   };
   jar(tmp / "abs.jar", "");
-  for (const auto& [manifest, status, message, more] : cases) {
+  for (const auto& [manifest, status, message, more] : says) {
     shell("rm -rf " + tmp / "app " + tmp / "out");
     jar(tmp / "app/main.jar", manifest, true);
     jar(tmp / "app/lib/x.jar", "");

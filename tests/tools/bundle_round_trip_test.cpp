@@ -1,6 +1,9 @@
-// create, then check, then the bundle started through a real JVM: without a runtime (the
-// launcher searches), with the runtime as a directory in the bundle, as the archive unpacked
-// at every start, and as a command-line launcher started from a shell in its folder.
+// create, then check, then the bundle started through a real JVM with arguments the runtime
+// must get unchanged (an argument file among them is the runtime's to expand): without a
+// runtime (the launcher searches), with the runtime as a directory in the bundle (a path with
+// a blank), as the archive unpacked
+// into a temporary directory at every start (gone at exit, however the application ends), and
+// as a command-line launcher started from a shell in its folder.
 #include "bundle_tool.h"
 
 namespace bwk::test {
@@ -8,24 +11,27 @@ namespace {
 
 TEST(BundleRoundTrip, CreatedBundlesCheckCleanAndStart) {
   if (!fs::exists(kJdk17 + "/bin/jlink")) GTEST_SKIP() << "no OpenJDK 17 with jlink here";
-  ASSERT_TRUE(fs::exists(helloJar())) << "the demo program is built with the project";
   TempDir tmp;
   std::string runtime = jlinkStage() + "/Contents/Home";
   const std::string macOS = "/Hello.app/Contents/MacOS";
+  writeFile(tmp / "more.args", "from-file\n\"quoted in file\"\n");  // one argument a line, quotes removed
+  shell("mkdir -p " + tmp / "t");
   // name, words for create, the folder it is started in, lines that show the runtime it started
-  using Case = std::tuple<std::string, std::vector<std::string>, std::string, std::string>;
+  using Case = std::tuple<std::string, std::vector<std::string>, std::string, std::vector<std::string>>;
   const Case cases[] = {
-      Case("search", {"--min-version", "11"}, macOS, "property bwk.jreBundle=/usr/lib/jvm/"),
-      Case("bundle", {"--runtime", runtime}, macOS,
-           "property bwk.jreBundle=" + tmp / "bundle/Hello.app/Contents/Resources/jre.bundle\n"),
+      Case("search", {"--min-version", "11"}, macOS, {"property bwk.jreBundle=/usr/lib/jvm/"}),
+      Case("a bundle", {"--runtime", runtime}, macOS,
+           {"property bwk.jreBundle=" + tmp / "a bundle/Hello.app/Contents/Resources/jre.bundle\n"}),
       Case("archive", {"--runtime", runtime, "--runtime-as", "archive"}, macOS,
-           "property bwk.tarFile=" + tmp / "archive/Hello.app/Contents/Resources/app/jre.tar.gz\n"),
+           {"property bwk.jreBundle=" + tmp / "t/",
+            "/jre.bundle\nproperty bwk.tarFile=" + tmp / "archive/Hello.app/Contents/Resources/app/jre.tar.gz\n"}),
       Case("embed", {"--embed", "--runtime", runtime}, "/Hello",
-           "property fenmo.moduleName=" + tmp / "embed/Hello/Hello\nproperty bwk.jreBundle=" +
-               tmp / "embed/Hello/.brackwood/jre.bundle\n"),
+           {"property fenmo.moduleName=" + tmp / "embed/Hello/Hello\nproperty bwk.jreBundle=" +
+            tmp / "embed/Hello/.brackwood/jre.bundle\n"}),
   };
   for (const auto& [name, more, folder, runtimeLines] : cases) {
-    std::vector<std::string> words{"--java-option", "-Dhello.from=the tool", "--argument", "configured"};
+    std::vector<std::string> words{"--java-option",         "-Xss2m",     "--java-option",
+                                   "-Dhello.from=the tool", "--argument", "configured"};
     words.insert(words.end(), more.begin(), more.end());
     RunResult created = createHello(tmp / name, words);
     ASSERT_EQ(created.status, 0) << name << ": " << created.err;
@@ -33,12 +39,17 @@ TEST(BundleRoundTrip, CreatedBundlesCheckCleanAndStart) {
     const std::string clean = app + ": no findings\n";  // a command-line launcher is no bundle to check
     EXPECT_EQ(name == "embed" ? clean : bundleTool({"check", app}).out, clean) << name;
 
-    RunResult r =
-        run({"./Hello", "from the command line"}, launcherEnvironment({"TMPDIR=" + tmp.path()}), tmp / name + folder);
-    EXPECT_EQ(r.status, 0) << name << ": " << r.err;
-    for (const std::string& line : {std::string("property hello.from=the tool\n"),
-                                    std::string("arg[0] <configured>\narg[1] <from the command line>\n"), runtimeLines})
-      EXPECT_TRUE(text::contains(r.out, line)) << name << ": " << r.out;
+    RunResult r = run({"./Hello", "a b  c", "it's \"quoted\"", "Grüße 日本", "", "@" + tmp / "more.args", "--exit=5"},
+                      launcherEnvironment({"TMPDIR=" + tmp / "t"}), tmp / name + folder);
+    EXPECT_EQ(r.status, 5) << name << ": " << r.err;
+    std::vector<std::string> lines{
+        "property hello.from=the tool\n",
+        "arg[0] <configured>\narg[1] <a b  c>\narg[2] <it's \"quoted\">\narg[3] <Grüße 日本>\n"
+        "arg[4] <>\narg[5] <from-file>\narg[6] <quoted in file>\n"};
+    lines.insert(lines.end(), runtimeLines.begin(), runtimeLines.end());
+    for (const std::string& line : lines) EXPECT_TRUE(text::contains(r.out, line)) << name << ": " << r.out;
+    EXPECT_EQ(fs::listDirectory(tmp / "t"), std::vector<std::string>{})
+        << name << ": the temporary directory is removed";
   }
 }
 

@@ -14,20 +14,17 @@ class BundleRuntime : public ::testing::Test {
   // The shipped runtime's home, unpacked first when it is an archive.
   std::string shippedHome(const std::string& app, const std::string& form) {
     if (form == "bundle") return app + "/Contents/Resources/jre.bundle/Contents/Home";
-    std::string unpacked = tmp / ("unpacked-" + std::to_string(++unpacks_));
-    shell("mkdir -p " + unpacked);
+    std::string unpacked = tmp / "unpacked";
+    shell("rm -rf " + unpacked + " && mkdir " + unpacked);
     EXPECT_TRUE(UnTar::untar(app + "/Contents/Resources/app/jre.tar.gz", unpacked, 0, nullptr).complete);
     return unpacked + "/Contents/Home";
   }
   TempDir tmp;
-
- private:
-  int unpacks_ = 0;
 };
 
 // In either form the shipped runtime keeps its files, modes and inner links (the archive read
 // back by the launcher's own extraction), and leaves out what no start needs.
-TEST_F(BundleRuntime, JdkShippedWithoutWhatNoStartNeeds) {
+TEST_F(BundleRuntime, JdkShippedWithoutWhatNoStartNeedsStartChoicesAndBuildIdAsKeys) {
   std::string home = tmp / "jdk";
   makeFakeRuntime(home, "17.0.2");
   const std::string deep = "lib/" + std::string(60, 'd') + "/" + std::string(60, 'e') + "/f";  // over 100 bytes
@@ -67,9 +64,6 @@ TEST_F(BundleRuntime, JdkShippedWithoutWhatNoStartNeeds) {
     EXPECT_TRUE(text::contains(checked.err, "were not checked: its release file names no MODULES"))
         << form << ": " << checked.err;
   }
-}
-
-TEST_F(BundleRuntime, StartChoicesBecomeKeys) {
   makeFakeRuntime(tmp / "jdk", "17.0.2");
   const std::vector<std::string> archive{"--runtime", tmp / "jdk", "--runtime-as", "archive"};
   using B = std::optional<bool>;
@@ -105,10 +99,7 @@ TEST_F(BundleRuntime, StartChoicesBecomeKeys) {
               std::pair(aot, aot.has_value()))
         << said;
   }
-}
-
-// The identifier names the code shipped: the same jars give the same one, any changed byte another.
-TEST_F(BundleRuntime, AotBuildIdFollowsTheJarsContents) {
+  // The identifier names the code shipped: the same jars give the same one, any changed byte another.
   auto buildId = [&](const std::string& jar, const std::string& input = "") {
     shell("rm -rf " + tmp / "out");
     std::vector<std::string> words{"create", "--name", "Hello", "--output", tmp / "out", "--aot-cache"};

@@ -8,7 +8,7 @@
 namespace bwk::bundle {
 namespace {
 
-TEST(ModuleDeps, ClassUsesNameOneUsePerModule) {
+TEST(ModuleDeps, ClassUsesFeatureReleaseAndModulesOptionsName) {
   const std::string output =
       "app.jar -> java.base\n"
       "app.jar -> java.desktop\n"
@@ -26,15 +26,9 @@ TEST(ModuleDeps, ClassUsesNameOneUsePerModule) {
       {"java.sql", "com.example.Sql uses java.sql.Connection"},
   };
   EXPECT_EQ(parseClassUses(output), expected);
-}
-
-TEST(ModuleDeps, FeatureRelease) {
   const std::vector<std::pair<std::string, std::optional<int>>> cases = {
       {"17.0.13", 17}, {"25", 25}, {"21-ea", 21}, {"1.8.0_402", 8}, {"", std::nullopt}, {"ea", std::nullopt}};
   for (const auto& [version, feature] : cases) EXPECT_EQ(featureRelease(version), feature) << version;
-}
-
-TEST(ModuleDeps, ModulesRuntimeOptionsName) {
   NamedModules named = modulesInOptions(
       {"--add-opens", "java.desktop/sun.awt=ALL-UNNAMED", "--add-exports=java.base/sun.nio.ch=ALL-UNNAMED",
        "--add-modules=java.sql,jdk.jfr", "-p", "${launcher:sys.appRootDir}/mods:extra", "--module-path=other",
