@@ -171,11 +171,11 @@ TEST_F(BundleCheck, EachDamageGivesExactlyItsFindings) {
        {I + "CFBundleIconFile: names Contents/Resources/gone.icns, which does not exist"},
        {{"CFBundleIconFile", "gone.icns"}}},
       // Option lists and files
-      {"printf '%s\\n' -Xmx64m -include-options -jvm=/nowhere '-include-options nowhere.txt' >Hello.vmoptions",
+      {"printf '%s\\n' -Xmx64m -include-options -jvm=/nowhere '-include-options \"no where.txt\"' >Hello.vmoptions",
        {I + "JavaVM.VMOptionArray[0]: 'Xss2m' " + noOption,
         O + "line 2: '-include-options' without a value reaches the runtime as an option",
         O + "line 3: names /nowhere, which is no directory: the runtime search goes on without it",
-        O + "line 4: includes $D/nowhere.txt, which does not exist"},
+        O + "line 4: includes $D/no where.txt, which does not exist"},
        {{"JavaVM.VMOptionArray", PlistArray{"Xss2m"}}}},
       {"echo '-include-options Hello.vmoptions' >Hello.vmoptions",
        {O + "line 1: includes $D/Hello.vmoptions again, inside itself: the launcher stops with an internal error"}},
@@ -235,7 +235,9 @@ TEST_F(BundleCheck, EachDamageGivesExactlyItsFindings) {
       {"cp $T/good.tar.gz" + archive,
        {A + "ships runtime 17.0.2-ea, " + range},
        {{"bwk.jreUncompressedSize", good}, {"bwk.minVersion", "21"}}},
-      {"cp $T/base.tar.gz" + archive, {A + lacks}, {{"bwk.jreUncompressedSize", base}}},
+      {"cp $T/base.tar.gz" + archive,
+       {noMain, A + lacks},
+       {{"bwk.jreUncompressedSize", base}, {"JavaVM.MainClass", kRemoved}}},
       // The runtime search; a runtime refused for its architecture cannot be made here.
       {"",
        {I + "bwk.minVersion: no runtime was found for the range (bwk.minVersion (none), bwk.maxVersion (none)) "

@@ -65,6 +65,7 @@ TEST_F(BundleRuntime, JdkShippedWithoutWhatNoStartNeedsStartChoicesAndBuildIdAsK
         << form << ": " << checked.err;
   }
   makeFakeRuntime(tmp / "jdk", "17.0.2");
+  makeFakeRuntime(tmp / "jdk25", "25");
   const std::vector<std::string> archive{"--runtime", tmp / "jdk", "--runtime-as", "archive"};
   using B = std::optional<bool>;
   // words; bwk.initialProgress, bwk.reuseUnpackedRuntime, AotCacheEnabled; what the summary says
@@ -76,7 +77,16 @@ TEST_F(BundleRuntime, JdkShippedWithoutWhatNoStartNeedsStartChoicesAndBuildIdAsK
       Case({"--runtime", tmp / "jdk", "--runtime-as", "archive", "--progress-window", "never",
             "--reuse-unpacked-runtime"},
            false, true, std::nullopt, "unpacked once into the user's cache"),
-      {{"--progress-window", "always", "--aot-cache"}, true, std::nullopt, true, "AOT cache "},
+      {{"--progress-window", "always", "--aot-cache", "--runtime", tmp / "jdk25"},
+       true,
+       std::nullopt,
+       true,
+       ", written by the first start\n"},
+      {{"--aot-cache", "--runtime", tmp / "jdk"},
+       false,
+       std::nullopt,
+       true,
+       ", written by the first start, used by runtimes from 25 on only: the shipped one is 17.0.2\n"},
       {{"--embed", "--aot-cache", "--service", "legacy"}, std::nullopt, std::nullopt, true, "a command-line launcher"},
   };
   for (const auto& [words, initialProgress, reuse, aot, said] : cases) {
