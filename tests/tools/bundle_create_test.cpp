@@ -1,6 +1,8 @@
 // brackwood-bundle create: refusals leave the output as it was; the parts it is built of.
 #include <dlfcn.h>
 
+#include <cstring>
+
 #include "../install/icon_files.h"
 #include "base/plist_reader.h"
 #include "bundle_tool.h"
@@ -79,6 +81,23 @@ TEST(ElfStrip, KeepsWhatIsLoaded) {
   EXPECT_NE(dlsym(library, "JLI_Launch"), nullptr);
   dlclose(library);
   EXPECT_FALSE(bundle::stripElf({reinterpret_cast<const uint8_t*>("#!/bin/sh\n"), 10}, &error));
+  // A kept section that reaches the end of the file exactly, or lies past it.
+  uint64_t table = 0, offset = 0, end = bytes.size(),
+           comment = std::stoul(
+               shell("readelf -SW " + original + " | sed -nE 's/^ *\\[ *([0-9]+)\\] \\.comment .*/\\1/p'").out);
+  std::memcpy(&table, bytes.data() + 40, 8);
+  char* header = bytes.data() + table + comment * 64;
+  std::memcpy(&offset, header + 24, 8);
+  for (auto [at, size, accepted] :
+       {std::tuple(end, uint64_t{0}, true), std::tuple(end + 1, uint64_t{0}, false),
+        std::tuple(offset, end - offset, true), std::tuple(offset, end - offset + 1, false)}) {
+    std::memcpy(header + 24, &at, 8);
+    std::memcpy(header + 32, &size, 8);
+    error.clear();
+    EXPECT_EQ(bundle::stripElf({reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size()}, &error).has_value(),
+              accepted);
+    EXPECT_EQ(error, accepted ? "" : "a section lies outside the file") << at << " " << size;
+  }
 }
 
 // A PNG image's signature and header chunk: all the wrapping reads.
