@@ -35,6 +35,20 @@ TEST(ModuleDeps, ClassUsesFeatureReleaseAndModulesOptionsName) {
        "-Dp=--add-modules", "--add-modules"});
   EXPECT_EQ(named.modules, (std::set<std::string>{"java.desktop", "java.base", "java.sql", "jdk.jfr"}));
   EXPECT_EQ(named.modulePath, (std::vector<std::string>{"${launcher:sys.appRootDir}/mods", "extra", "other"}));
+  // The module list is jdeps' last line; entries that name no module are left out, and a list of none fails.
+  test::TempDir tmp;
+  using Modules = std::optional<std::set<std::string>>;
+  for (const auto& [printed, modules] :
+       {std::pair<std::string, Modules>{"Warning: x\n java.base, ,9x,java.sql \n",
+                                        std::set<std::string>{"java.base", "java.sql"}},
+        {"\n", std::nullopt},
+        {",\n", std::nullopt}}) {
+    test::writeFile(tmp / "jdeps", "#!/bin/sh\nprintf '" + printed + "'\n");
+    test::shell("chmod +x " + tmp / "jdeps");
+    std::string error;
+    EXPECT_EQ(printedModuleDeps(tmp / "jdeps", 17, {"app.jar"}, &error), modules) << printed;
+    EXPECT_EQ(error.empty(), modules.has_value()) << error;
+  }
 }
 
 }  // namespace
