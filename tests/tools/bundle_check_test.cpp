@@ -289,6 +289,7 @@ TEST_F(BundleCheck, CommandLinesItCannotUse) {
   const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
       {{"check"}, "which bundle?"},
       {{"check", tmp / "nothing.app"}, "no such bundle"},
+      {{"check", "--", "--json"}, "--json: no such bundle"},
       {{"check", "--jsn", app}, "unknown option --jsn"},
       {{"check", "--json", "--json", app}, "--json is given twice"},
       {{"create", "--main-class", "Hello"}, "--name is required"},
