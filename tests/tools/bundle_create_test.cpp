@@ -34,9 +34,10 @@ TEST(BundleCreate, RefusalsLeaveTheOutputAsItWas) {
       {{"--min-version", "17", "--max-version", "11"}, 2, "--max-version 11 is below --min-version 17"},
       {{"--reuse-unpacked-runtime"}, 2, "--reuse-unpacked-runtime needs --runtime-as archive"},
       {{"--progress-window", "sometimes"}, 2, "--progress-window takes auto, always or never"},
+      {{"--progress-window", "never", "--progress-window", "never"}, 2, "--progress-window is given twice"},
       {{"--embed", "--progress-window", "never"}, 2, "--progress-window needs a bundle"},
       {{"--jlink"}, 2, "--jlink needs --runtime"},
-      {{"--add-modules", "java.sql"}, 2, "--add-modules needs --jlink"},
+      {{"--add-modules", "java.sql", "--add-modules", "java.xml"}, 2, "--add-modules needs --jlink"},
       {{"--jlink", "--runtime", tmp / "jdk", "--force"}, 1, "no bin/jlink"},
   };
   for (const auto& [words, status, message] : cases) {
