@@ -238,25 +238,20 @@ std::optional<Contest> prepareContest(const RunArea& area, const std::string& ti
 // middle of whichever contestant comes next, which a user's first start never sees.
 void measurePairs(std::vector<Contest>& contests, int pairs, const RunArea& area, const std::vector<std::string>& env,
                   const std::vector<std::string>& envOne) {
+  auto timed = [](const char* what, const std::vector<std::string>& argv, const std::vector<std::string>& environment) {
+    ::sync();
+    return measureOrExit(what, argv, environment).seconds;
+  };
   for (Contest& c : contests) {
     for (int pair = 0; pair < pairs; ++pair) {
       for (int turn = 0; turn < 3; ++turn) {
         switch ((turn + pair) % 3) {
-          case 0:
-            ::sync();
-            c.oneThread.push_back(measureOrExit("the launcher", {c.tool}, envOne).seconds);
-            break;
-          case 1:
-            ::sync();
-            c.allThreads.push_back(measureOrExit("the launcher", {c.tool}, env).seconds);
-            break;
+          case 0: c.oneThread.push_back(timed("the launcher", {c.tool}, envOne)); break;
+          case 1: c.allThreads.push_back(timed("the launcher", {c.tool}, env)); break;
           default: {
             std::string dir = area.fresh("bsdtar");
-            ::sync();
-            Sample extract = measureOrExit("bsdtar", {"/usr/bin/bsdtar", "-xf", c.archive, "-C", dir});
-            ::sync();
-            Sample remove = measureOrExit("rm", {"/bin/rm", "-rf", dir});
-            c.reference.push_back(extract.seconds + remove.seconds);
+            double extract = timed("bsdtar", {"/usr/bin/bsdtar", "-xf", c.archive, "-C", dir}, {});
+            c.reference.push_back(extract + timed("rm", {"/bin/rm", "-rf", dir}, {}));
           }
         }
       }

@@ -1,6 +1,5 @@
 #include "install/inflated_tar_stream.h"
 
-#include <fcntl.h>
 #include <libdeflate.h>
 #include <sys/stat.h>
 #include <unistd.h>
