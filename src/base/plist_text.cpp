@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "base/plist_reader.h"
+#include "base/strings.h"
 #include "base/unicode.h"
 
 namespace bwk {
@@ -15,15 +16,8 @@ constexpr int kMaxTextDepth = 512;
 bool isSpace(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n' || c == '\f' || c == '\v'; }
 
 bool isUnquotedChar(char c) {
-  return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '_' || c == '$' ||
-         c == '+' || c == '/' || c == ':' || c == '.' || c == '-';
-}
-
-int hexValue(char c) {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-  return -1;
+  return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || text::isDigit(c) || c == '_' || c == '$' || c == '+' ||
+         c == '/' || c == ':' || c == '.' || c == '-';
 }
 
 class TextReader {
@@ -126,8 +120,8 @@ class TextReader {
   // Up to `maxDigits` hexadecimal digits; -1 when there is none.
   long hexUnit(size_t maxDigits) {
     long v = -1;
-    for (size_t n = 0; n < maxDigits && !atEnd() && hexValue(peek()) >= 0; ++n, ++pos_)
-      v = (v < 0 ? 0 : v * 16) + hexValue(peek());
+    for (size_t n = 0; n < maxDigits && !atEnd() && text::hexDigitValue(peek()) >= 0; ++n, ++pos_)
+      v = (v < 0 ? 0 : v * 16) + text::hexDigitValue(peek());
     return v;
   }
 
@@ -191,7 +185,7 @@ class TextReader {
       if (atEnd()) return fail("unterminated <data>");
       char c = text_[pos_++];
       if (c == '>') break;
-      int v = hexValue(c);
+      int v = text::hexDigitValue(c);
       if (v < 0) return fail("bad character in <data>");
       if (high < 0) {
         high = v;

@@ -13,6 +13,7 @@
 #include <string>
 
 #include "base/plist_reader.h"
+#include "base/strings.h"
 
 namespace bwk {
 
@@ -79,7 +80,7 @@ std::optional<double> parseReal(std::string_view s) {
   // strtod also skips leading white space, takes a second sign and reads hexadecimal
   // numbers: none of them is a real here.
   char first = s[0];
-  bool digitOrPoint = (first >= '0' && first <= '9') || first == '.';
+  bool digitOrPoint = text::isDigit(first) || first == '.';
   if (!digitOrPoint && first != 'i' && first != 'I' && first != 'n' && first != 'N') return std::nullopt;
   if (s.size() > 1 && first == '0' && (s[1] == 'x' || s[1] == 'X')) return std::nullopt;
   // A copy ends in a terminating zero; a zero inside the text stops the parse short of the end.
@@ -108,7 +109,7 @@ std::optional<double> parseDate(std::string_view s) {
     if (s.size() < digits) return false;
     out = 0;
     for (size_t i = 0; i < digits; ++i) {
-      if (s[i] < '0' || s[i] > '9') return false;
+      if (!text::isDigit(s[i])) return false;
       out = out * 10 + (s[i] - '0');
     }
     s.remove_prefix(digits);

@@ -25,6 +25,13 @@ std::vector<std::string> split(std::string_view s, std::string_view separator) {
   }
 }
 
+int hexDigitValue(char c) {
+  if (isDigit(c)) return c - '0';
+  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+  return -1;
+}
+
 std::vector<std::string> splitAny(std::string_view s, std::string_view separators) {
   std::vector<std::string> parts;
   std::string current;
@@ -74,7 +81,7 @@ long long integerValue(std::string_view s) {
   if (i < s.size() && (s[i] == '-' || s[i] == '+')) negative = s[i++] == '-';
   long long value = 0;
   bool saturated = false;
-  for (; i < s.size() && s[i] >= '0' && s[i] <= '9'; ++i) {
+  for (; i < s.size() && isDigit(s[i]); ++i) {
     int digit = s[i] - '0';
     if (value > (LLONG_MAX - digit) / 10) {
       saturated = true;

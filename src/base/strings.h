@@ -25,5 +25,9 @@ std::string trimHorizontal(std::string_view s);
 // The leading decimal integer of a text, 0 when there is none (like NSString integerValue).
 long long integerValue(std::string_view s);
 bool isValidUtf8(std::string_view s);
+// ASCII digits only, whatever the locale.
+inline bool isDigit(char c) { return c >= '0' && c <= '9'; }
+// 0 to 15 for a hexadecimal digit of either case, -1 for any other character.
+int hexDigitValue(char c);
 
 }  // namespace bwk::text

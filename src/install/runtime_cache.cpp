@@ -48,7 +48,7 @@ bool isEntryName(const std::string& name) {
   if (dash == 0 || dash == std::string::npos || name.size() != dash + 9) return false;
   for (size_t i = 0; i < name.size(); ++i) {
     char c = name[i];
-    bool ok = i < dash ? (c >= '0' && c <= '9') : i == dash || (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f');
+    bool ok = i < dash ? text::isDigit(c) : i == dash || text::isDigit(c) || (c >= 'a' && c <= 'f');
     if (!ok) return false;
   }
   return true;

@@ -45,6 +45,12 @@ TEST(RangeEnds, ValuesReadAsOtherTypes) {
             "(\n    a/b:c-d.e_$,\n    \xC3\x80,\n    \"a b\"\n)");
 }
 
+TEST(RangeEnds, HexadecimalDigits) {
+  std::string values;
+  for (char c : std::string("/09:@AFG`afg")) values += std::to_string(text::hexDigitValue(c)) + " ";
+  EXPECT_EQ(values, "-1 0 9 -1 -1 10 15 -1 -1 10 15 -1 ");
+}
+
 TEST(RangeEnds, Unicode) {
   std::string replaced;
   for (char32_t cp :

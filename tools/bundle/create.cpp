@@ -121,7 +121,7 @@ void requireName(const std::string& name) {
 // Dot-separated Java identifiers.
 void requireMainClass(const std::string& mainClass) {
   for (const std::string& part : text::split(mainClass, ".")) {
-    bool valid = !part.empty() && !(part[0] >= '0' && part[0] <= '9');
+    bool valid = !part.empty() && !text::isDigit(part[0]);
     for (char c : part) {
       auto byte = static_cast<unsigned char>(c);
       valid = valid && (std::isalnum(byte) || c == '_' || c == '$' || byte >= 0x80);

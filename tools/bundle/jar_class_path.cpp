@@ -14,19 +14,12 @@ namespace bwk::bundle {
 
 namespace {
 
-int hexDigit(char c) {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-  return -1;
-}
-
 // A URL path's %XX escapes, decoded as a file name.
 std::string percentDecoded(const std::string& text) {
   std::string out;
   for (size_t i = 0; i < text.size(); ++i) {
-    int high = i + 2 < text.size() && text[i] == '%' ? hexDigit(text[i + 1]) : -1;
-    int low = high >= 0 ? hexDigit(text[i + 2]) : -1;
+    int high = i + 2 < text.size() && text[i] == '%' ? text::hexDigitValue(text[i + 1]) : -1;
+    int low = high >= 0 ? text::hexDigitValue(text[i + 2]) : -1;
     if (low < 0) {
       out += text[i];
       continue;
