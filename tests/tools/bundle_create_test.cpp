@@ -54,6 +54,14 @@ TEST(BundleCreate, RefusalsLeaveTheOutputAsItWas) {
         bundleTool({"create", "--name", name, "--main-class", "Hello", "--jar", helloJar(), "--output", tmp / "n"})
             .status,
         status);
+  // A class name: Java letters (every byte of UTF-8 from 0x80 up), and digits, _ and $ after the first.
+  int output = 0;
+  for (const auto& [mainClass, status] : {std::pair("p\xC3\x80.Hello", 0), std::pair("a1._$", 0), std::pair("a-b", 2)})
+    EXPECT_EQ(bundleTool({"create", "--name", "M", "--main-class", mainClass, "--jar", helloJar(), "--output",
+                          tmp / ("m" + std::to_string(++output))})
+                  .status,
+              status)
+        << mainClass;
   RunResult forced = createHello(tmp / "out", {"--force"});
   EXPECT_EQ(forced.status, 0) << forced.err;
   EXPECT_EQ(shell("cd " + tmp / "out && find . -maxdepth 2").out, ".\n./Hello.app\n./Hello.app/Contents\n");
