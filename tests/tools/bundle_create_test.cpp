@@ -209,6 +209,8 @@ open(name, 'wb').write(data)
       {"method", {"C10=0c00"}, {}, "stored", "a.txt: compressed with method 12"},
       {"deflated data", {"L30=ffffffffffffffff"}, {}, "stored", "a.txt: its compressed data is damaged"},
       {"too large", {"C24=ffffff7f"}, {}, "stored", "a.txt: too large"},
+      {"64 MiB, the most it reads", {"C24=00000004"}, {}, "stored", "a.txt: its compressed data is damaged"},
+      {"64 MiB packed", {"C20=00000004"}, {}, "stored", "a.txt: cannot be read"},
       {"data past the end", {"C20=00ffff00"}, {}, "stored", "a.txt: cannot be read"},
       {"entry", {"C0=00"}, {}, {}, "its central directory is damaged"},
       {"name length", {"C28=ffff"}, {}, {}, "its central directory is damaged"},
