@@ -204,15 +204,20 @@ TEST_F(EmbedTool, MachOSignaturesRemovedSignedAgainAndUniversalFilesCarryItInEac
     EXPECT_EQ(embedBytes(thin, "config.plist", "thin-out").status, 0);
     return fileBytes(tmp / "thin-out");
   };
+  // Slices aligned up to 2^16 bytes are taken, 2^17 is refused.
   for (bool wide : {false, true}) {
     SCOPED_TRACE(wide ? "FAT_MAGIC_64" : "FAT_MAGIC");
-    ASSERT_EQ(embedBytes(universalFile({{0x01000007, 12, intel}, {0x0100000c, 14, arm}}, wide)).status, 0);
+    const uint32_t armAlignment = wide ? 16 : 14;
+    ASSERT_EQ(embedBytes(universalFile({{0x01000007, 12, intel}, {0x0100000c, armAlignment, arm}}, wide)).status, 0);
     ASSERT_EQ(embed(tmp / "out", tmp / "other.plist", tmp / "again").status, 0);
     EXPECT_EQ(print(tmp / "again").out, kOtherConfig);
     // Each slice is what embedding into it alone gives, at its own alignment, in order.
     EXPECT_EQ(fileBytes(tmp / "out"),
-              universalFile({{0x01000007, 12, embedded(intel)}, {0x0100000c, 14, embedded(arm)}}, wide));
+              universalFile({{0x01000007, 12, embedded(intel)}, {0x0100000c, armAlignment, embedded(arm)}}, wide));
   }
+  RunResult refused = embedBytes(universalFile({{0x01000007, 12, intel}, {0x0100000c, 17, arm}}, false));
+  EXPECT_TRUE(refused.status == 1 && text::contains(refused.err, "arm64 slice asks for an alignment of 2^17"))
+      << refused.err;
   // Mach-O copies are signed again by codesign when it is on PATH, unless told not to.
   writeBytes(tmp / "tool", machOExecutable());
   std::string bin = tmp / "bin";

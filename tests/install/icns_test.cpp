@@ -23,8 +23,9 @@ TEST(Icns, LargestPngChunkIsChosen) {
       {icnsContainer({{"ic10", large}, {"icp4", small}}), large},  // by pixels, not by position
       {icnsContainer({{"ic07", large}, {"ic14", huge}}), huge},    // nor by bytes
       {icnsContainer({{"icp6", small}, {"ic12", large}}), large},
-      {icnsContainer({{"it32", large}, {"TOC ", large}, {"icp4", small}}), small},  // no PNG slots
-      {icnsContainer({{"ic09", std::string(300, 'j')}, {"ic07", small}}), small},   // no PNG signature
+      {icnsContainer({{"ic08", large}, {"ic13", solidPng(128, 0, 0, 255)}}), large},  // the first of equals
+      {icnsContainer({{"it32", large}, {"TOC ", large}, {"icp4", small}}), small},    // no PNG slots
+      {icnsContainer({{"ic09", std::string(300, 'j')}, {"ic07", small}}), small},     // no PNG signature
       {declaredShort, small},
       {truncated, small},
       {zeroLength, small},
