@@ -1,5 +1,6 @@
 // From a configuration to values: the directory layouts, variables, option files and the
 // Java parameters, each as a table.
+#include "base/errors.h"
 #include "launch_fixture.h"
 #include "launcher/java_parameters.h"
 #include "launcher/option_files.h"
@@ -139,6 +140,20 @@ TEST_F(Configuration, OptionFileLinesIncludesAndClassPath) {
   EXPECT_EQ(readOptionsFile(tmp / "conf/main.vmoptions", options, std::string("base.jar"), scope),
             std::string("inner.jar:base.jar"));
   EXPECT_EQ(options, (std::vector<std::string>{"-Dfirst", "-Dinner", "-Dblank", "-Dhalf-quoted-name-kept", "-Dlast"}));
+
+  // A chain of 32 files including each other is read; one of 33 is an internal error.
+  for (int files : {32, 33}) {
+    for (int i = 0; i + 1 < files; ++i)
+      writeFile(tmp / ("deep/" + std::to_string(i)), "-include-options " + std::to_string(i + 1) + "\n");
+    writeFile(tmp / ("deep/" + std::to_string(files - 1)), "-Dbottom\n");
+    std::vector<std::string> deep;
+    try {
+      readOptionsFile(tmp / "deep/0", deep, std::nullopt, scope);
+      EXPECT_EQ(std::pair(files, deep), std::pair(32, std::vector<std::string>{"-Dbottom"}));
+    } catch (const ReportedFailure&) {
+      EXPECT_EQ(files, 33);
+    }
+  }
 
   // The configured list includes relative to the launcher directory and knows no directives.
   writeFile(appRoot + "/extra.vmoptions", "-Dincluded\n-classpath/a extra.jar\n");
