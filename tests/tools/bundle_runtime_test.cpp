@@ -129,6 +129,10 @@ TEST_F(BundleRuntime, JdkShippedWithoutWhatNoStartNeedsStartChoicesAndBuildIdAsK
   std::string withNotes = buildId("hello.jar", tmp / "a");
   writeFile(tmp / "a/notes.txt", "two");
   EXPECT_EQ(buildId("hello.jar", tmp / "a"), withNotes) << "a file that is no code does not count";
+  shell("cp " + helloJar() + " " + tmp / "a/zz.jar");
+  std::string withSecondJar = buildId("hello.jar", tmp / "a");
+  shell("printf x >> " + tmp / "a/zz.jar");
+  EXPECT_NE(buildId("hello.jar", tmp / "a"), withSecondJar) << "the last jar counts too";
 }
 
 // A real JDK links the runtime; check then finds it complete.
