@@ -49,6 +49,14 @@ TEST(ModuleDeps, ClassUsesFeatureReleaseAndModulesOptionsName) {
     EXPECT_EQ(printedModuleDeps(tmp / "jdeps", 17, {"app.jar"}, &error), modules) << printed;
     EXPECT_EQ(error.empty(), modules.has_value()) << error;
   }
+  // What a failing jdeps says is quoted, up to 600 characters.
+  for (size_t length : {600, 601}) {
+    test::writeFile(tmp / "jdeps", "#!/bin/sh\nprintf '%0" + std::to_string(length) + "d' 0 >&2\nexit 3\n");
+    test::shell("chmod +x " + tmp / "jdeps");
+    std::string error;
+    EXPECT_FALSE(printedModuleDeps(tmp / "jdeps", 17, {"app.jar"}, &error));
+    EXPECT_EQ(error, "jdeps ended with status 3: " + std::string(600, '0') + (length > 600 ? "..." : ""));
+  }
 }
 
 }  // namespace
