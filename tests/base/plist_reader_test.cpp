@@ -141,6 +141,8 @@ TEST(BinaryPropertyList, HandBuiltObjects) {
       {"data ending at the offset table", binaryPlist({bytes({0x4A}) + "0123456789"}), nullptr,
        PlistData{{'0', '1', '2', '3', '4', '5', '6', '7', '8', '9'}}},
       {"uid as its number", binaryPlist({bytes({0x81, 0x01, 0x02})}), nullptr, 258},
+      {"uid of 8 bytes", binaryPlist({bytes({0x87, 0, 0, 0, 0, 0, 0, 0x01, 0x02})}), nullptr, 258},
+      {"uid of 9 bytes", binaryPlist({bytes({0x88, 0, 0, 0, 0, 0, 0, 0, 0x01, 0x02})}), "bad uid size"},
       {"set as array", binaryPlist({bytes({0xC1, 0x01}), bytes({0x09})}), nullptr, PlistArray{true}},
       {"references of 8 bytes", binaryPlist({bytes({0xA1, 0, 0, 0, 0, 0, 0, 0, 1}), bytes({0x09})}, 0, 8), nullptr, PlistArray{true}},
       {"lone surrogate in UTF-16", binaryPlist({bytes({0x61, 0xD8, 0x00})}), nullptr, "\xEF\xBF\xBD"},

@@ -280,5 +280,28 @@ TEST(TarGzWriter, IndexedMembersThatEveryReaderReads) {
   EXPECT_TRUE(text::contains(shortened.error(), "shorter than when it was listed")) << shortened.error();
 }
 
+// A name or link target of up to 100 bytes fits its header; a longer one takes an entry of its
+// own before it, up to 1023 bytes.
+TEST(TarGzWriter, LongNamesAndTargets) {
+  TempDir tmp;
+  writeFile(tmp / "f", "f");
+  bundle::TarGzWriter writer;
+  ASSERT_TRUE(writer.open(tmp / "a.tar.gz"));
+  ASSERT_TRUE(writer.addFile(std::string(100, 'n'), tmp / "f", 1, 0644, 0) &&
+              writer.addSymlink("l", std::string(100, 't'), 0) &&
+              writer.addFile(std::string(1023, 'm'), tmp / "f", 1, 0644, 0) && writer.finish());
+  bundle::TarGzWriter refusing;
+  ASSERT_TRUE(refusing.open(tmp / "b.tar.gz"));
+  EXPECT_FALSE(refusing.addFile(std::string(1024, 'm'), tmp / "f", 1, 0644, 0));
+  EXPECT_TRUE(text::contains(refusing.error(), "longer than the 1023 bytes")) << refusing.error();
+  // The type of each header in turn, up to the end of the archive.
+  std::string tar = shell("gzip -dc " + tmp / "a.tar.gz").out, types;
+  for (size_t at = 0; at + 512 <= tar.size() && tar[at] != '\0';) {
+    types += tar[at + 156];
+    at += 512 + (std::stoull(tar.substr(at + 124, 11), nullptr, 8) + 511) / 512 * 512;
+  }
+  EXPECT_EQ(types, "02L0");
+}
+
 }  // namespace
 }  // namespace bwk::test

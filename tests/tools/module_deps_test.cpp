@@ -27,7 +27,8 @@ TEST(ModuleDeps, ClassUsesFeatureReleaseAndModulesOptionsName) {
   };
   EXPECT_EQ(parseClassUses(output), expected);
   const std::vector<std::pair<std::string, std::optional<int>>> cases = {
-      {"17.0.13", 17}, {"25", 25}, {"21-ea", 21}, {"1.8.0_402", 8}, {"", std::nullopt}, {"ea", std::nullopt}};
+      {"17.0.13", 17},    {"25", 25},           {"21-ea", 21},    {"1.8.0_402", 8},
+      {"", std::nullopt}, {"ea", std::nullopt}, {"1000.1", 1000}, {"10000", std::nullopt}};
   for (const auto& [version, feature] : cases) EXPECT_EQ(featureRelease(version), feature) << version;
   NamedModules named = modulesInOptions(
       {"--add-opens", "java.desktop/sun.awt=ALL-UNNAMED", "--add-exports=java.base/sun.nio.ch=ALL-UNNAMED",
