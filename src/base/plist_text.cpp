@@ -120,8 +120,11 @@ class TextReader {
   // Up to `maxDigits` hexadecimal digits; -1 when there is none.
   long hexUnit(size_t maxDigits) {
     long v = -1;
-    for (size_t n = 0; n < maxDigits && !atEnd() && text::hexDigitValue(peek()) >= 0; ++n, ++pos_)
-      v = (v < 0 ? 0 : v * 16) + text::hexDigitValue(peek());
+    for (size_t n = 0; n < maxDigits && !atEnd(); ++n, ++pos_) {
+      int digit = text::hexDigitValue(peek());
+      if (digit < 0) break;
+      v = (v < 0 ? 0 : v * 16) + digit;
+    }
     return v;
   }
 

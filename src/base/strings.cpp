@@ -25,13 +25,6 @@ std::vector<std::string> split(std::string_view s, std::string_view separator) {
   }
 }
 
-int hexDigitValue(char c) {
-  if (isDigit(c)) return c - '0';
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-  return -1;
-}
-
 std::vector<std::string> splitAny(std::string_view s, std::string_view separators) {
   std::vector<std::string> parts;
   std::string current;
@@ -100,6 +93,13 @@ bool isValidUtf8(std::string_view s) {
     i += c.length;
   }
   return true;
+}
+
+int hexDigitValue(char c) {
+  if (isDigit(c)) return c - '0';
+  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+  return -1;
 }
 
 }  // namespace bwk::text
