@@ -244,6 +244,7 @@ TEST_F(BundleCheck, EachDamageGivesExactlyItsFindings) {
             "in /usr/lib/jvm or the search sequence"},
        {{"JavaVM.SearchSequence", PlistArray{"R/nowhere"}}}},
       {"echo -jvm=$T/jdk17 >Hello.vmoptions", {}, {{"JavaVM.SearchSequence", PlistArray{"R/nowhere"}}}},
+      {"", {}, {{"JavaVM.SearchSequence", PlistArray{"R" + tmp / "jdk17"}}}},
       {"",
        {I + "bwk.minVersion: no runtime of the search satisfies the range (bwk.minVersion 17.0.3, "
             "bwk.maxVersion (none)); seen: $T/file: not a readable directory; $T/empty: no version: no "

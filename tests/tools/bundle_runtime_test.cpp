@@ -35,7 +35,7 @@ TEST_F(BundleRuntime, JdkShippedWithoutWhatNoStartNeedsStartChoicesAndBuildIdAsK
   writeFile(home + "/bin/tool", "#!/bin/sh\n");
   writeFile(tmp / "outside.properties", "outside");
   shell("cd " + home + " && chmod 750 bin/tool && ln -s ../bin lib/current && ln -s /nonexistent/src.zip lib/src.zip " +
-        "&& ln -s " + tmp / "outside.properties lib/outside.properties && ln -s /nonexistent lib/broken && mkdir " +
+        "&& ln -s " + tmp / "outside.properties lib/outside.properties && ln -s /nonexistent lib/broken && mkfifo lib/pipe && mkdir " +
         tmp / "outdir && ln -s " + tmp / "outdir lib/ext && ln -s " + tmp / "outdir " + tmp / "outdir/self");
   for (const std::string form : {"bundle", "archive"}) {
     RunResult r = createHello(tmp / form, {"--runtime", home, "--runtime-as", form});
@@ -46,7 +46,8 @@ TEST_F(BundleRuntime, JdkShippedWithoutWhatNoStartNeedsStartChoicesAndBuildIdAsK
         << r.out;
     EXPECT_EQ(r.err,
               "brackwood-bundle: warning: lib/broken: a broken link, left out\n"
-              "brackwood-bundle: warning: lib/ext/self: a link back into its own parents, left out\n")
+              "brackwood-bundle: warning: lib/ext/self: a link back into its own parents, left out\n"
+              "brackwood-bundle: warning: lib/pipe: neither a file, a directory nor a link, left out\n")
         << "none for the sources' broken link";
     std::string shipped = shippedHome(tmp / form + "/Hello.app", form);
     for (const char* gone : {"jmods", "include", "man", "demo", "src.zip", "lib/src.zip", "lib/broken"})
