@@ -40,7 +40,8 @@ TEST(PropertyListReader, ChoosesTheFormatByContentAndReadsXml) {
       {"doctype first", "<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\" \"x.dtd\">" + plist, nullptr, ab},
       {"text dictionary", "{ a = b; }", nullptr, ab},
       {"strings table", "\"a\" = \"b\";", nullptr, ab},
-      {"broken xml is reported as xml", "<plist><dict><key>a</key></plist>", "XML property list:"},
+      {"broken xml is reported as xml", "\n<plist><dict><key>a</key></plist>",
+       "XML property list: Start-end tags mismatch at line 2"},
       {"bplist magic goes to the binary reader", "bplist00 but nothing else", "binary property list:"},
       {"anything else is text", "{ a = ", "text property list:"},
       {"empty input", "", "property list: empty input"},
@@ -81,6 +82,7 @@ TEST(PropertyListReader, ChoosesTheFormatByContentAndReadsXml) {
       {"date without a colon", "<date>2001-01-01T0102:03Z</date>", "<date>"},
       {"date with text after it", "<date>2001-01-01T01:02:03X</date>", "<date>"},
       {"bad base64", "<data>AA*B</data>", "base64"},
+      {"base64 after padding", "<data>AA==AA</data>", "base64"},
       {"element inside string", "<string>a<b/></string>", "inside <string>"},
       {"text between entries", "<dict>stray<key>a</key><true/></dict>", "unexpected text"},
       {"content in true", "<true>yes</true>", "must be empty"},
@@ -172,7 +174,7 @@ TEST(BinaryPropertyList, HandBuiltObjects) {
       {"offset table past the trailer", patchTrailer(oneInt, 24, 1000, 8), "offset table"},
       {"object offset into the header", [&] { std::string p = oneInt; p[10] = 2; return p; }(), "object offset"},
       {"object offset at the offset table", [&] { std::string p = oneInt; p[10] = 10; return p; }(), "object offset"},
-      {"too short", "bplist00" + std::string(20, '\0'), "too short"},
+      {"too short", "bplist00" + std::string(32, '\0'), "too short"},
       {"one 64 KiB string 5000 times: 320 MiB from 70 KiB",
        [] {
          std::string string = bytes({0x5F, 0x12}), array = bytes({0xAF, 0x11});

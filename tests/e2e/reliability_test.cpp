@@ -132,14 +132,15 @@ TEST_F(Reliability, CopiesOfEndedStartsAreRemovedOthersKept) {
   mark(temp + "/reused-pid", "brackwood-launcher " + std::to_string(getpid()) + " 1\n");
   mark(temp + "/running", "brackwood-launcher " + me + "\n");
   mark(temp + "/foreign-tag", "other-tool 999999 12\n");
+  mark(temp + "/pid-zero", "brackwood-launcher 0 12\n");
   shell("chmod 777 " + temp + "/open-to-others && chown -R nobody " + temp + "/other-user && mkdir -p " + temp +
         "/unmarked && ln -s " + tmp / "target " + temp + "/link");
 
   ASSERT_EQ(start(app).status, 0);
   std::vector<std::string> kept = left(temp);
   std::sort(kept.begin(), kept.end());
-  EXPECT_EQ(kept,
-            (std::vector<std::string>{"foreign-tag", "link", "open-to-others", "other-user", "running", "unmarked"}));
+  EXPECT_EQ(kept, (std::vector<std::string>{"foreign-tag", "link", "open-to-others", "other-user", "pid-zero",
+                                            "running", "unmarked"}));
   EXPECT_TRUE(fs::exists(tmp / "target/.brackwood-owner"));
 }
 

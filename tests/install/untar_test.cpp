@@ -283,6 +283,19 @@ TEST_F(OneMemberBesideZlib, AHeaderCheckOnlyZlibMakesDoesNotStopIt) {
 }
 
 // The size to inflate into, from the gzip trailer: anything implausible is left to the stream.
+// A number of a header: leading blanks and zeros skipped; it ends at the field's end, a NUL or a
+// blank after its digits; no range check.
+TEST(TarHeaderNumber, EndsAtTheFieldANulOrABlank) {
+  const std::tuple<const char*, int, uint64_t> cases[] = {{" 0017 5", 7, 017},
+                                                          {"123", 2, 012},
+                                                          {"12\0"
+                                                           "3",
+                                                           4, 012},
+                                                          {"19", 2, 17},
+                                                          {"", 0, 0}};
+  for (const auto& [field, length, value] : cases) EXPECT_EQ(parseOctal(field, length), value) << field;
+}
+
 TEST(WholeBufferSize, TakesOnlyPlausibleSizesUpToTheLimit) {
   constexpr uint32_t kGiB = 1u << 30;
   const std::vector<std::tuple<uint64_t, uint32_t, std::optional<size_t>>> cases = {

@@ -37,6 +37,8 @@ TEST(BundleCreate, RefusalsLeaveTheOutputAsItWas) {
       {{"--progress-window", "never", "--progress-window", "never"}, 2, "--progress-window is given twice"},
       {{"--embed", "--progress-window", "never"}, 2, "--progress-window needs a bundle"},
       {{"--jlink"}, 2, "--jlink needs --runtime"},
+      {{"--embed", "--embed"}, 2, "--embed is given twice"},
+      {{"--working-directory", "caller", "--working-directory", "caller"}, 2, "--working-directory is given twice"},
       {{"--add-modules", "java.sql", "--add-modules", "java.xml"}, 2, "--add-modules needs --jlink"},
       {{"--jlink", "--runtime", tmp / "jdk", "--force"}, 1, "no bin/jlink"},
   };
@@ -48,20 +50,17 @@ TEST(BundleCreate, RefusalsLeaveTheOutputAsItWas) {
               ".\n./Hello.app\n./Hello.app/marker\nold\n")
         << message;
   }
-  // A space may be part of a name, a control character not.
-  for (const auto& [name, status] : {std::pair("A\x1f", 2), std::pair("A B", 0)})
-    EXPECT_EQ(
-        bundleTool({"create", "--name", name, "--main-class", "Hello", "--jar", helloJar(), "--output", tmp / "n"})
-            .status,
-        status);
-  // A class name: Java letters (every byte of UTF-8 from 0x80 up), and digits, _ and $ after the first.
+  // A space may be part of a name, a control character not; a class name is of Java letters (every
+  // byte of UTF-8 from 0x80 up), and digits, _ and $ after the first.
   int output = 0;
-  for (const auto& [mainClass, status] : {std::pair("p\xC3\x80.Hello", 0), std::pair("a1._$", 0), std::pair("a-b", 2)})
-    EXPECT_EQ(bundleTool({"create", "--name", "M", "--main-class", mainClass, "--jar", helloJar(), "--output",
+  for (const auto& [name, mainClass, status] :
+       {std::tuple("A\x1f", "Hello", 2), std::tuple("A B", "Hello", 0), std::tuple("M", "p\xC3\x80.Hello", 0),
+        std::tuple("M", "a1._$", 0), std::tuple("M", "a-b", 2)})
+    EXPECT_EQ(bundleTool({"create", "--name", name, "--main-class", mainClass, "--jar", helloJar(), "--output",
                           tmp / ("m" + std::to_string(++output))})
                   .status,
               status)
-        << mainClass;
+        << name << " " << mainClass;
   RunResult forced = createHello(tmp / "out", {"--force"});
   EXPECT_EQ(forced.status, 0) << forced.err;
   EXPECT_EQ(shell("cd " + tmp / "out && find . -maxdepth 2").out, ".\n./Hello.app\n./Hello.app/Contents\n");
@@ -294,13 +293,13 @@ TEST(TarGzWriter, LongNamesAndTargets) {
   ASSERT_TRUE(refusing.open(tmp / "b.tar.gz"));
   EXPECT_FALSE(refusing.addFile(std::string(1024, 'm'), tmp / "f", 1, 0644, 0));
   EXPECT_TRUE(text::contains(refusing.error(), "longer than the 1023 bytes")) << refusing.error();
-  // The type of each header in turn, up to the end of the archive.
+  // The type and mode of each header in turn, up to the end of the archive.
   std::string tar = shell("gzip -dc " + tmp / "a.tar.gz").out, types;
   for (size_t at = 0; at + 512 <= tar.size() && tar[at] != '\0';) {
-    types += tar[at + 156];
+    types += tar.substr(at + 156, 1) + tar.substr(at + 103, 4) + " ";
     at += 512 + (std::stoull(tar.substr(at + 124, 11), nullptr, 8) + 511) / 512 * 512;
   }
-  EXPECT_EQ(types, "02L0");
+  EXPECT_EQ(types, "00644 20777 L0644 00644 ");
 }
 
 }  // namespace

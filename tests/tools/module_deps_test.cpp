@@ -18,12 +18,14 @@ TEST(ModuleDeps, ClassUsesFeatureReleaseAndModulesOptionsName) {
       "   com.example.Fast          -> sun.misc.Unsafe             JDK internal API (jdk.unsupported)\n"
       "   com.example.Main          -> org.gone.Thing              not found\n"
       "   com.example.Main          -> com.example.lib.Util        lib.jar\n"
-      "\tcom.example.Sql\t-> java.sql.Connection\tjava.sql\n";
+      "\tcom.example.Sql\t-> java.sql.Connection\tjava.sql\n"
+      "   com.example.Main          -> my_lib.Util                 my_lib\n";
   const std::map<std::string, std::string> expected = {
       {"java.base", "com.example.Main uses java.lang.Object"},
       {"java.desktop", "com.example.Main uses javax.swing.JFrame"},
       {"jdk.unsupported", "com.example.Fast uses sun.misc.Unsafe"},
       {"java.sql", "com.example.Sql uses java.sql.Connection"},
+      {"my_lib", "com.example.Main uses my_lib.Util"},
   };
   EXPECT_EQ(parseClassUses(output), expected);
   const std::vector<std::pair<std::string, std::optional<int>>> cases = {
