@@ -6,6 +6,7 @@
 
 #include <filesystem>
 #include <map>
+#include <regex>
 #include <sstream>
 
 #include "base/log.h"
@@ -126,8 +127,13 @@ class UntarFixture : public ::testing::Test {
     Outcome outcome = UnTar::untarWith(inflation, archive, dest, length, progress);
     std::istringstream lines(::testing::internal::GetCapturedStderr());
     std::vector<std::string> logged;
-    for (std::string line; std::getline(lines, line);)
+    // Each line: the time to the millisecond, this program's name, process and thread.
+    const std::regex prefix("\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d\\.\\d{3} test_install\\[" +
+                            std::to_string(getpid()) + ":\\d+\\] .*");
+    for (std::string line; std::getline(lines, line);) {
+      EXPECT_TRUE(std::regex_match(line, prefix)) << line;
       logged.push_back(line.substr(line.find("] ", line.find(" [Line ")) + 2));
+    }
     EXPECT_EQ(logged, outcome.problems) << "the system log and the outcome differ";
     EXPECT_EQ(snapshot(root, dest), before) << "something outside the destination changed";
     return outcome;
