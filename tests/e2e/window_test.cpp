@@ -94,16 +94,17 @@ TEST_F(Window, OnlyAStartThatShowsTheWindowLoadsGtk) {
   // A library of GTK's name without GTK's functions, found first through the search path.
   fs::createDirectory(tmp / "brokengtk", false);
   std::filesystem::copy_file(BWK_FAKE_JLI, tmp / "brokengtk/libgtk-3.so.0");
-  const std::tuple<const char*, bool, std::optional<bool>, std::string, bool> cases[] = {
-      // name, archive, bwk.initialProgress, environment entry, loads GTK
-      {"no archive, window shown", false, std::nullopt, "", true},
-      {"no archive, window hidden", false, false, "", false},
-      {"archive, window hidden", true, false, "", false},
-      {"archive, window shown, the user's GDK_GL", true, std::nullopt, "GDK_GL=disable", true},
-      {"archive, no display", true, std::nullopt, "DISPLAY", false},
-      {"archive, GTK unusable", true, std::nullopt, "LD_LIBRARY_PATH=" + tmp / "brokengtk", true},
+  const std::tuple<const char*, bool, std::optional<bool>, std::string, bool, const char*> cases[] = {
+      // name, archive, bwk.initialProgress, environment entry, loads GTK, argument
+      {"no archive, window shown", false, std::nullopt, "", true, "a"},
+      {"no archive, window hidden", false, false, "", false, "a"},
+      {"archive, window hidden", true, false, "", false, "a"},
+      {"archive, window shown, the user's GDK_GL", true, std::nullopt, "GDK_GL=disable", true, "a"},
+      {"archive, no display", true, std::nullopt, "DISPLAY", false, "a"},
+      {"archive, GTK unusable", true, std::nullopt, "LD_LIBRARY_PATH=" + tmp / "brokengtk", true, "a"},
+      {"archive, a command line asked for", true, std::nullopt, "", false, "-q"},
   };
-  for (const auto& [name, archive, initialProgress, entry, loadsGtk] : cases) {
+  for (const auto& [name, archive, initialProgress, entry, loadsGtk, argument] : cases) {
     shell("rm -rf " + tmp / "Slowpoke.app " + record);
     PlistDict extra;
     if (initialProgress) extra["bwk.initialProgress"] = *initialProgress;
@@ -114,7 +115,7 @@ TEST_F(Window, OnlyAStartThatShowsTheWindowLoadsGtk) {
     else
       makeFakeRuntime(app + "/Contents/Resources/jre.bundle", "17.0.2", "bundle");
     Background launcher(
-        {app + "/Contents/MacOS/Slowpoke"},
+        {app + "/Contents/MacOS/Slowpoke", argument},
         env({"FAKE_JLI_SLEEP_MS=3000", "FAKE_JLI_SHOW_VARIABLE=GDK_GL", entry.empty() ? "BRACKWOOD_LOG" : entry}));
     while (!fs::exists(record) && secondsSince(launcher.started()) < 20) sleepMs(20);
     std::string maps = readFile("/proc/" + std::to_string(launcher.pid()) + "/maps");
