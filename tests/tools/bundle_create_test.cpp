@@ -50,12 +50,13 @@ TEST(BundleCreate, RefusalsLeaveTheOutputAsItWas) {
               ".\n./Hello.app\n./Hello.app/marker\nold\n")
         << message;
   }
-  // A space may be part of a name, a control character not; a class name is of Java letters (every
+  // A space may be part of a name, a control character, a / or .. not; a class name is of Java letters (every
   // byte of UTF-8 from 0x80 up), and digits, _ and $ after the first.
   int output = 0;
   for (const auto& [name, mainClass, status] :
        {std::tuple("A\x1f", "Hello", 2), std::tuple("A B", "Hello", 0), std::tuple("M", "p\xC3\x80.Hello", 0),
-        std::tuple("M", "a1._$", 0), std::tuple("M", "a-b", 2)})
+        std::tuple("M", "a1._$", 0), std::tuple("M", "a-b", 2), std::tuple("a/b", "Hello", 2),
+        std::tuple("..", "Hello", 2)})
     EXPECT_EQ(bundleTool({"create", "--name", name, "--main-class", mainClass, "--jar", helloJar(), "--output",
                           tmp / ("m" + std::to_string(++output))})
                   .status,
