@@ -218,6 +218,12 @@ TEST_F(EmbedTool, MachOSignaturesRemovedSignedAgainAndUniversalFilesCarryItInEac
   RunResult refused = embedBytes(universalFile({{0x01000007, 12, intel}, {0x0100000c, 17, arm}}, false));
   EXPECT_TRUE(refused.status == 1 && text::contains(refused.err, "arm64 slice asks for an alignment of 2^17"))
       << refused.err;
+  // A slice that is no 64-bit Mach-O file stays as it was, with a warning.
+  Bytes old(64, 0);
+  put32(old, 0, 0xfeedface);
+  RunResult kept = embedBytes(universalFile({{0x01000007, 12, intel}, {7, 12, old}}, false));
+  EXPECT_TRUE(kept.status == 0 && text::contains(kept.err, "slice is no 64-bit Mach-O file")) << kept.err;
+  EXPECT_EQ(fileBytes(tmp / "out"), universalFile({{0x01000007, 12, embedded(intel)}, {7, 12, old}}, false));
   // Mach-O copies are signed again by codesign when it is on PATH, unless told not to.
   writeBytes(tmp / "tool", machOExecutable());
   std::string bin = tmp / "bin";
