@@ -192,6 +192,15 @@ TEST_F(EmbedTool, MachOSignaturesRemovedSignedAgainAndUniversalFilesCarryItInEac
   // Data of 24 bytes ends exactly at the end of the file: replaced, not kept.
   writeFile(tmp / "even.plist", "{ a = bcdefghijk; }\n");
   ASSERT_EQ(embedBytes(plain, "even.plist", "even").status, 0);
+  // A command after the signature's moves up into its place.
+  auto withUuid = [](Bytes f) {
+    putEach(f, 32 + get32(f, 20), uint32_t{0x1b}, uint32_t{24});
+    putEach(f, 16, get32(f, 16) + 1, get32(f, 20) + 24);
+    return f;
+  };
+  ASSERT_EQ(embedBytes(withUuid(plain), "config.plist", "uuid").status, 0);
+  RunResult moved = embedBytes(withUuid(signedImage(plain)));
+  EXPECT_TRUE(moved.status == 0 && fileBytes(tmp / "out") == fileBytes(tmp / "uuid")) << moved.err;
   for (const Bytes& file : {signedImage(plain), signedImage(fileBytes(tmp / "odd")), fileBytes(tmp / "even")}) {
     RunResult r = embedBytes(file);
     ASSERT_EQ(r.status, 0) << r.err;
