@@ -35,7 +35,9 @@ TEST_F(BundleRuntime, JdkShippedWithoutWhatNoStartNeedsStartChoicesAndBuildIdAsK
   writeFile(home + "/bin/tool", "#!/bin/sh\n");
   writeFile(tmp / "outside.properties", "outside");
   shell("cd " + home + " && chmod 750 bin/tool && ln -s ../bin lib/current && ln -s /nonexistent/src.zip lib/src.zip " +
-        "&& ln -s " + tmp / "outside.properties lib/outside.properties && ln -s /nonexistent lib/broken && mkfifo lib/pipe && mkdir " +
+        "&& ln -s " +
+        tmp /
+            "outside.properties lib/outside.properties && ln -s /nonexistent lib/broken && mkfifo lib/pipe && mkdir " +
         tmp / "outdir && ln -s " + tmp / "outdir lib/ext && ln -s " + tmp / "outdir " + tmp / "outdir/self");
   for (const std::string form : {"bundle", "archive"}) {
     RunResult r = createHello(tmp / form, {"--runtime", home, "--runtime-as", form});
@@ -50,6 +52,11 @@ TEST_F(BundleRuntime, JdkShippedWithoutWhatNoStartNeedsStartChoicesAndBuildIdAsK
               "brackwood-bundle: warning: lib/pipe: neither a file, a directory nor a link, left out\n")
         << "none for the sources' broken link";
     std::string shipped = shippedHome(tmp / form + "/Hello.app", form);
+    if (form == "archive") {  // the layout's own directories, first and open to all
+      EXPECT_EQ(
+          shell("tar -tvzf " + tmp / form + "/Hello.app/Contents/Resources/app/jre.tar.gz | head -2 | cut -c1-10").out,
+          "drwxr-xr-x\ndrwxr-xr-x\n");
+    }
     for (const char* gone : {"jmods", "include", "man", "demo", "src.zip", "lib/src.zip", "lib/broken"})
       EXPECT_FALSE(fs::existsNoFollow(shipped + "/" + gone)) << form << ": " << gone;
     for (const std::string& file : kept)
