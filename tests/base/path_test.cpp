@@ -52,6 +52,9 @@ TEST(Path, StandardizeAppendComponentsParentAndExtension) {
   EXPECT_EQ(path::components("/a//b/"), (std::vector<std::string>{"a", "b"}));
   EXPECT_TRUE(path::isAbsolute("~/x"));
   EXPECT_FALSE(path::isAbsolute("x/~"));
+  test::TempDir tmp;  // a file is written whole, or the writing fails
+  EXPECT_TRUE(fs::writeFile(tmp / "f", "x") && fs::readFile(tmp / "f") == "x");
+  EXPECT_FALSE(fs::writeFile(tmp / "none/f", "x"));
 }
 
 TEST(Format, Conversions) {

@@ -101,15 +101,14 @@ TEST_F(Reliability, SignalsEndAStartWaitingForItsArchive) {
   std::string app = bundleWithArchive();
   std::string archive = app + "/Contents/Resources/app/jre.tar.gz";
   ASSERT_EQ(shell("mv " + archive + " " + tmp / "real.tgz && mkfifo " + archive).status, 0);
+  // $1 the archive's bytes, $2 the pipe, $3 the launcher, $4 the signal
+  const char* script =
+      "(head -c 600 \"$1\"; exec sleep 20) >\"$2\" 2>/dev/null & writer=$!\n\"$3\" & tool=$!\n"
+      "sleep 1; kill -$4 $tool; wait $tool; echo $?\nkill -0 $writer && echo still-waiting; kill $writer";
   for (int signal : {SIGTERM, SIGHUP}) {
-    std::string script = "(head -c 600 " + tmp / "real.tgz" + "; exec sleep 20) > " + archive +
-                         " 2>/dev/null & writer=$!\n" + app +
-                         "/Contents/MacOS/Tool & tool=$!\n"
-                         "sleep 1; kill -" +
-                         std::to_string(signal) +
-                         " $tool; wait $tool; echo $?\n"
-                         "kill -0 $writer && echo still-waiting; kill $writer";
-    RunResult r = run({"/bin/sh", "-c", script}, env(), cwd);
+    RunResult r = run({"/bin/sh", "-c", script, "sh", tmp / "real.tgz", archive, app + "/Contents/MacOS/Tool",
+                       std::to_string(signal)},
+                      env(), cwd);
     EXPECT_EQ(r.out, std::to_string(128 + signal) + "\nstill-waiting\n") << r.err;
     EXPECT_EQ(left(temp), std::vector<std::string>{}) << signal;
   }

@@ -22,6 +22,7 @@ TEST(Icns, LargestPngChunkIsChosen) {
   const std::vector<std::pair<std::string, std::string>> cases = {
       {icnsContainer({{"ic10", large}, {"icp4", small}}), large},  // by pixels, not by position
       {icnsContainer({{"ic07", large}, {"ic14", huge}}), huge},    // nor by bytes
+      {icnsContainer({{"ic07", small}, {"ic08", large.substr(0, 24)}}), large.substr(0, 24)},  // up to the height
       {icnsContainer({{"icp6", small}, {"ic12", large}}), large},
       {icnsContainer({{"ic08", large}, {"ic13", solidPng(128, 0, 0, 255)}}), large},  // the first of equals
       {icnsContainer({{"it32", large}, {"TOC ", large}, {"icp4", small}}), small},    // no PNG slots

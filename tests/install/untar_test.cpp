@@ -286,13 +286,8 @@ TEST_F(OneMemberBesideZlib, AHeaderCheckOnlyZlibMakesDoesNotStopIt) {
 // A number of a header: leading blanks and zeros skipped; it ends at the field's end, a NUL or a
 // blank after its digits; no range check.
 TEST(TarHeaderNumber, EndsAtTheFieldANulOrABlank) {
-  const std::tuple<const char*, int, uint64_t> cases[] = {{" 0017 5", 7, 017},
-                                                          {"123", 2, 012},
-                                                          {"12\0"
-                                                           "3",
-                                                           4, 012},
-                                                          {"19", 2, 17},
-                                                          {"", 0, 0}};
+  const std::tuple<const char*, int, uint64_t> cases[] = {
+      {" 0017 5", 7, 017}, {"123", 2, 012}, {"12\0003", 4, 012}, {"19", 2, 17}, {"", 0, 0}};
   for (const auto& [field, length, value] : cases) EXPECT_EQ(parseOctal(field, length), value) << field;
 }
 

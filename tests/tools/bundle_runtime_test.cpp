@@ -34,11 +34,11 @@ TEST_F(BundleRuntime, JdkShippedWithoutWhatNoStartNeedsStartChoicesAndBuildIdAsK
     writeFile(home + "/" + file, file + std::string(1000, 'x'));
   writeFile(home + "/bin/tool", "#!/bin/sh\n");
   writeFile(tmp / "outside.properties", "outside");
-  shell("cd " + home + " && chmod 750 bin/tool && ln -s ../bin lib/current && ln -s /nonexistent/src.zip lib/src.zip " +
-        "&& ln -s " +
-        tmp /
-            "outside.properties lib/outside.properties && ln -s /nonexistent lib/broken && mkfifo lib/pipe && mkdir " +
-        tmp / "outdir && ln -s " + tmp / "outdir lib/ext && ln -s " + tmp / "outdir " + tmp / "outdir/self");
+  const std::string outdir = tmp / "outdir";
+  shell("cd " + home + " && chmod 750 bin/tool && ln -s ../bin lib/current && ln -s /nonexistent/src.zip lib/src.zip" +
+        " && ln -s " + tmp / "outside.properties lib/outside.properties && ln -s /nonexistent lib/broken" +
+        " && mkfifo lib/pipe && mkdir " + outdir + " && ln -s " + outdir + " lib/ext && ln -s " + outdir + " " +
+        outdir + "/self");
   for (const std::string form : {"bundle", "archive"}) {
     RunResult r = createHello(tmp / form, {"--runtime", home, "--runtime-as", form});
     ASSERT_EQ(r.status, 0) << r.err;
@@ -85,16 +85,10 @@ TEST_F(BundleRuntime, JdkShippedWithoutWhatNoStartNeedsStartChoicesAndBuildIdAsK
       Case({"--runtime", tmp / "jdk", "--runtime-as", "archive", "--progress-window", "never",
             "--reuse-unpacked-runtime"},
            false, true, std::nullopt, "unpacked once into the user's cache"),
-      {{"--progress-window", "always", "--aot-cache", "--runtime", tmp / "jdk25"},
-       true,
-       std::nullopt,
-       true,
-       ", written by the first start\n"},
-      {{"--aot-cache", "--runtime", tmp / "jdk"},
-       false,
-       std::nullopt,
-       true,
-       ", written by the first start, used by runtimes from 25 on only: the shipped one is 17.0.2\n"},
+      Case({"--progress-window", "always", "--aot-cache", "--runtime", tmp / "jdk25"}, true, std::nullopt, true,
+           ", written by the first start\n"),
+      Case({"--aot-cache", "--runtime", tmp / "jdk"}, false, std::nullopt, true,
+           ", written by the first start, used by runtimes from 25 on only: the shipped one is 17.0.2\n"),
       {{"--embed", "--aot-cache", "--service", "legacy"}, std::nullopt, std::nullopt, true, "a command-line launcher"},
   };
   for (const auto& [words, initialProgress, reuse, aot, said] : cases) {
