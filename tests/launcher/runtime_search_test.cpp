@@ -63,11 +63,11 @@ TEST_F(RuntimeSearch, OverrideThenShippedRuntime) {
   writeFile(bundle + "/Contents/Resources/jre.bundle/Contents/Info.plist", "<plist><dict>");
   std::string good = runtime("good", "17.0.2");
   EXPECT_EQ(chosenPath(bundleLaunch({{"JavaVM", searchSequence({"R" + good})}})), std::nullopt);
-  std::string inResources = shipped("Resources", "11.0.2");
+  std::string inResources = shipped("Resources", "11.0.2-ea");  // a pre-release, started all the same
   std::string override17 = runtime("override", "17.0.2");
   writeFile(tmp / "Apps/Tool.vmoptions", "-jvm=" + override17 + "\n");
   EXPECT_EQ(found(bundleLaunch({{"bwk.minVersion", "17"}})), override17 + " 17.0.2 17");
-  EXPECT_EQ(found(bundleLaunch({{"bwk.minVersion", "21"}})), inResources + " 11.0.2 11");
+  EXPECT_EQ(found(bundleLaunch({{"bwk.minVersion", "21"}})), inResources + " 11.0.2-ea 11");
 }
 
 // Each round leaves out the locations before the one it expects; the private home is always there.
