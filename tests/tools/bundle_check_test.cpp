@@ -158,7 +158,7 @@ TEST_F(BundleCheck, EachDamageGivesExactlyItsFindings) {
       {"sed -i '/\"ButtonCancel\"/d' " + S, {E + "ButtonCancel: missing: the launcher shows the key itself"}},
       {"mkdir " + R +
            "/fr.lproj && printf '%s\\n' '\"ButtonCancl\" = \"x\";' '\"ButtonCancel\" = (a);' "
-           "'\"PrepareInstaller\" = \"%d %s %% %\";' '\"fenmo.InternalError\" = \"%@ %@\";' >" +
+           "'\"PrepareInstaller\" = \"%d as%s %% %\";' '\"fenmo.InternalError\" = \"%@ %@\";' >" +
            R + "/fr.lproj/" + L,
        {F + "ButtonCancel: is no text: the launcher shows the key itself",
         F + "ButtonCancl: unknown message key: the launcher never shows it (did you mean ButtonCancel?)",
@@ -245,6 +245,7 @@ TEST_F(BundleCheck, EachDamageGivesExactlyItsFindings) {
        {{"JavaVM.SearchSequence", PlistArray{"R/nowhere"}}}},
       {"echo -jvm=$T/jdk17 >Hello.vmoptions", {}, {{"JavaVM.SearchSequence", PlistArray{"R/nowhere"}}}},
       {"", {}, {{"JavaVM.SearchSequence", PlistArray{"R" + tmp / "jdk17"}}}},
+      {"", {}, {{"JavaVM.SearchSequence", PlistArray{"R/nowhere", "EBWK_T_JDK"}}}, {"BWK_T_JDK=" + tmp / "jdk17"}},
       {"",
        {I + "bwk.minVersion: no runtime of the search satisfies the range (bwk.minVersion 17.0.3, "
             "bwk.maxVersion (none)); seen: $T/file: not a readable directory; $T/empty: no version: no "
