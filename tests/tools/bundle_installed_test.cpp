@@ -116,6 +116,7 @@ TEST_F(InstalledApplication, StartsAsJavaJarDoesAndWhatCreateSays) {
       {main, 2, "lies inside --input", {"--output", tmp / "app/out"}},
       {main, 1, "/app/lib: no such jar", {"--main-jar", "lib"}},
       {main + "Class-Path: " + tmp / "abs.jar lib/x.jar\n", 0, "abs.jar is searched after lib/x.jar in the bundle", {}},
+      {main, 0, "main.jar:${launcher:sys.appRootDir}/lib/x.jar<", {"--jar", "lib"}},  // of a folder its jars only
       Case(main + "Enable-Native-Access: ALL-UNNAMED\n", 0,
            "<string>22-9999</string>\n      <array>\n        <string>--enable-native-access=ALL-UNNAMED</string>", {}),
   };
@@ -124,6 +125,7 @@ TEST_F(InstalledApplication, StartsAsJavaJarDoesAndWhatCreateSays) {
     shell("rm -rf " + tmp / "app " + tmp / "out");
     jar(tmp / "app/main.jar", manifest, true);
     jar(tmp / "app/lib/x.jar", "");
+    jar(tmp / "app/lib/notes.txt", "");  // a jar by its content only
     std::vector<std::string> words{"create", "--name", "App", "--input", tmp / "app"};
     words.insert(words.end(), more.begin(), more.end());
     for (const char* option : {"--main-jar", "--output"})
