@@ -158,6 +158,8 @@ TEST_F(EmbedTool, MachOCopiesCarryTheConfigurationOrAreRefused) {
   putBe32(pastEnd, 8 + 12, static_cast<uint32_t>(pastEnd.size()));
   Bytes badSlice =
       universalFile({{0x01000007, 12, machOExecutable()}, {0x0100000c, 14, machOExecutable(0x800, false)}}, true);
+  Bytes foreignNote(40, 0);
+  putEach(foreignNote, 0, uint32_t{0x31}, uint32_t{40}, uint64_t{0x726568746f});  // LC_NOTE, owner "other"
   const std::vector<std::pair<Bytes, std::string>> cases = {
       {machOExecutable(32 + 72 + 152 + 232 + 72 + 39), "no room"},
       {machOExecutable(0x800, false), "__LINKEDIT"},
@@ -169,6 +171,7 @@ TEST_F(EmbedTool, MachOCopiesCarryTheConfigurationOrAreRefused) {
       {badSlice, "the arm64 slice: no __LINKEDIT"},
       {machOExecutable(32 + 72 + 152 + 232 + 72 + 40), ""},                         // exactly enough room
       {machOExecutable(0x800, true, 0x123, Bytes{0x99, 0, 0, 0, 8, 0, 0, 0}), ""},  // the shortest command last
+      {machOExecutable(0x800, true, 0, foreignNote), ""},  // an empty __LINKEDIT; another tool's note stays
   };
   for (const auto& [file, message] : cases) {
     std::filesystem::remove(tmp / "out");
@@ -176,6 +179,7 @@ TEST_F(EmbedTool, MachOCopiesCarryTheConfigurationOrAreRefused) {
     EXPECT_TRUE(r.status == (message.empty() ? 0 : 1) && text::contains(r.err, message)) << message << ": " << r.err;
     EXPECT_EQ(std::filesystem::exists(tmp / "out"), message.empty()) << message;
     EXPECT_EQ(message.empty() ? mappedRegion(fileBytes(tmp / "out")) : region(kConfig), region(kConfig)) << message;
+    EXPECT_EQ(message.empty() ? get32(fileBytes(tmp / "out"), 16) : 0, message.empty() ? get32(file, 16) + 1 : 0);
   }
 }
 
