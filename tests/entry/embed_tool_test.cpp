@@ -178,8 +178,10 @@ TEST_F(EmbedTool, MachOCopiesCarryTheConfigurationOrAreRefused) {
     RunResult r = embedBytes(file);
     EXPECT_TRUE(r.status == (message.empty() ? 0 : 1) && text::contains(r.err, message)) << message << ": " << r.err;
     EXPECT_EQ(std::filesystem::exists(tmp / "out"), message.empty()) << message;
-    EXPECT_EQ(message.empty() ? mappedRegion(fileBytes(tmp / "out")) : region(kConfig), region(kConfig)) << message;
-    EXPECT_EQ(message.empty() ? get32(fileBytes(tmp / "out"), 16) : 0, message.empty() ? get32(file, 16) + 1 : 0);
+    if (!message.empty()) continue;
+    Bytes embedded = fileBytes(tmp / "out");
+    EXPECT_EQ(mappedRegion(embedded), region(kConfig));
+    EXPECT_EQ(get32(embedded, 16), get32(file, 16) + 1) << "one load command more, the others kept";
   }
 }
 
