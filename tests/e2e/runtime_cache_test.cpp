@@ -212,6 +212,9 @@ TEST_F(RuntimeCache, RefusedCacheDirectoriesFallBackToTheTemporaryDirectory) {
     EXPECT_TRUE(text::startsWith(s.runtime, tmp / "t/")) << name << " " << s.runtime;
     EXPECT_EQ(namesIn(tmp / "elsewhere").size() + namesIn(runtimeDir).size() + namesIn(tmp / "t").size(), 0u) << name;
   }
+  // A name of 255 bytes, the most a directory name holds, is taken.
+  shell("sed -i 's|>[.][.]<|>" + std::string(255, 'n') + "<|' " + app + "/Contents/Info.plist");
+  EXPECT_TRUE(text::contains(start().log, "runtime cache made"));
 }
 
 }  // namespace
