@@ -40,6 +40,7 @@ TEST(CompareVersion, OrderingAndBounds) {
       {"9", "9-ea", -1},
       {"9", "9ea", 1},
       {"zulu-17.jdk", "temurin-17.jdk", 1},
+      {"za", "ab", 1},
       {"", "", 0},
       {"17.0.2-ea", "17.0.2-ea", 0},
       {"", "1", -1},
