@@ -171,11 +171,12 @@ TEST_F(BundleCheck, EachDamageGivesExactlyItsFindings) {
        {I + "CFBundleIconFile: names Contents/Resources/gone.icns, which does not exist"},
        {{"CFBundleIconFile", "gone.icns"}}},
       // Option lists and files
-      {"printf '%s\\n' -Xmx64m -include-options -jvm=/nowhere '-include-options \"no where.txt\"' >Hello.vmoptions",
+      {"printf '%s\\n' -Xmx64m -include-options -jvm=/nowhere '-include-options \"no where.txt\"' "
+       "'-include-options \"\"' >Hello.vmoptions",
        {I + "JavaVM.VMOptionArray[0]: 'Xss2m' " + noOption,
         O + "line 2: '-include-options' without a value reaches the runtime as an option",
         O + "line 3: names /nowhere, which is no directory: the runtime search goes on without it",
-        O + "line 4: includes $D/no where.txt, which does not exist"},
+        O + "line 4: includes $D/no where.txt, which does not exist", "$D: cannot be read: the launcher ignores it"},
        {{"JavaVM.VMOptionArray", PlistArray{"Xss2m"}}}},
       {"echo '-include-options Hello.vmoptions' >Hello.vmoptions",
        {O + "line 1: includes $D/Hello.vmoptions again, inside itself: the launcher stops with an internal error"}},
