@@ -117,6 +117,7 @@ TEST_F(InstalledApplication, StartsAsJavaJarDoesAndWhatCreateSays) {
       {main, 1, "/app/lib: no such jar", {"--main-jar", "lib"}},
       {main + "Class-Path: " + tmp / "abs.jar lib/x.jar\n", 0, "abs.jar is searched after lib/x.jar in the bundle", {}},
       {main, 0, "main.jar:${launcher:sys.appRootDir}/lib/x.jar<", {"--jar", "lib"}},  // of a folder its jars only
+      {main + "Implementation-Version: 4.2\n", 0, "<key>CFBundleShortVersionString</key>\n  <string>4.2<", {}},
       Case(main + "Enable-Native-Access: ALL-UNNAMED\n", 0,
            "<string>22-9999</string>\n      <array>\n        <string>--enable-native-access=ALL-UNNAMED</string>", {}),
   };
