@@ -94,8 +94,9 @@ TEST_F(BundleCheck, EachDamageGivesExactlyItsFindings) {
        {I + "AB: unknown key: the launcher does not read it",
         I + "JavaVMxyz: unknown key: the launcher does not read it",
         I + "Whatever: unknown key: the launcher does not read it",
-        I + "bwk.nimVerson: unknown key: the launcher does not read it (did you mean bwk.minVersion?)"},
-       {{"bwk.nimVerson", "11"}, {"Whatever", 1}, {"NSSomething", 1}, {"AB", 1}, {"JavaVMxyz", 1}}},
+        I + "bwk.mVersion: unknown key: the launcher does not read it (did you mean bwk.minVersion?)"},  // the first of
+                                                                                                         // two as near
+       {{"bwk.mVersion", "11"}, {"Whatever", 1}, {"NSSomething", 1}, {"AB", 1}, {"JavaVMxyz", 1}}},
       {"", {I + "MainClass: belongs in the JavaVM dictionary: ignored here"}, {{"MainClass", "Hello"}}},
       {"",
        {I + "JavaVM.CFBundleIdentifier: belongs at the top level: ignored here",

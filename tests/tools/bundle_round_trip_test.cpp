@@ -4,6 +4,7 @@
 // a blank), as the archive unpacked
 // into a temporary directory at every start (gone at exit, however the application ends), and
 // as a command-line launcher started from a shell in its folder.
+#include "../install/icon_files.h"
 #include "bundle_tool.h"
 
 namespace bwk::test {
@@ -16,10 +17,12 @@ TEST(BundleRoundTrip, CreatedBundlesCheckCleanAndStart) {
   const std::string macOS = "/Hello.app/Contents/MacOS";
   writeFile(tmp / "more.args", "from-file\n\"quoted in file\"\n");  // one argument a line, quotes removed
   shell("mkdir -p " + tmp / "t");
+  writeFile(tmp / "icon.png", solidPng(32, 0, 0, 255));
   // name, words for create, the folder it is started in, lines that show the runtime it started
   using Case = std::tuple<std::string, std::vector<std::string>, std::string, std::vector<std::string>>;
   const Case cases[] = {
-      Case("search", {"--min-version", "11"}, macOS, {"property bwk.jreBundle=/usr/lib/jvm/"}),
+      Case("search", {"--min-version", "11", "--icon", tmp / "icon.png"}, macOS,
+           {"property bwk.jreBundle=/usr/lib/jvm/"}),
       Case("a bundle", {"--runtime", runtime}, macOS,
            {"property bwk.jreBundle=" + tmp / "a bundle/Hello.app/Contents/Resources/jre.bundle\n"}),
       Case("archive", {"--runtime", runtime, "--runtime-as", "archive"}, macOS,

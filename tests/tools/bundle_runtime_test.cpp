@@ -74,20 +74,21 @@ TEST_F(BundleRuntime, JdkShippedWithoutWhatNoStartNeedsStartChoicesAndBuildIdAsK
   }
   makeFakeRuntime(tmp / "jdk", "17.0.2");
   makeFakeRuntime(tmp / "jdk25", "25");
+  makeFakeRuntime(tmp / "jdk-ea", "17.0.2-ea");  // shipped, a pre-release is started
   const std::vector<std::string> archive{"--runtime", tmp / "jdk", "--runtime-as", "archive"};
   using B = std::optional<bool>;
   // words; bwk.initialProgress, bwk.reuseUnpackedRuntime, AotCacheEnabled; what the summary says
   using Case = std::tuple<std::vector<std::string>, B, B, B, std::string>;
   const Case cases[] = {
       {{}, false, std::nullopt, std::nullopt, "start: fast, no progress window (nothing to unpack)"},
-      {{"--runtime", tmp / "jdk"}, false, std::nullopt, std::nullopt, "no progress window"},
+      {{"--runtime", tmp / "jdk-ea"}, false, std::nullopt, std::nullopt, "no progress window"},
       {archive, true, std::nullopt, std::nullopt, "the progress window shows while the runtime archive is unpacked"},
       Case({"--runtime", tmp / "jdk", "--runtime-as", "archive", "--progress-window", "never",
             "--reuse-unpacked-runtime"},
            false, true, std::nullopt, "unpacked once into the user's cache"),
       Case({"--progress-window", "always", "--aot-cache", "--runtime", tmp / "jdk25"}, true, std::nullopt, true,
            ", written by the first start\n"),
-      Case({"--aot-cache", "--runtime", tmp / "jdk"}, false, std::nullopt, true,
+      Case({"--aot-cache", "--runtime", tmp / "jdk", "--min-version", "21"}, false, std::nullopt, true,
            ", written by the first start, used by runtimes from 25 on only: the shipped one is 17.0.2\n"),
       {{"--embed", "--aot-cache", "--service", "legacy"}, std::nullopt, std::nullopt, true, "a command-line launcher"},
   };
@@ -96,6 +97,8 @@ TEST_F(BundleRuntime, JdkShippedWithoutWhatNoStartNeedsStartChoicesAndBuildIdAsK
     RunResult r = createHello(tmp / "out", words);
     ASSERT_EQ(r.status, 0) << said << ": " << r.err;
     EXPECT_TRUE(text::contains(r.out, said)) << r.out;
+    EXPECT_EQ(text::contains(r.err, "is outside the range given"), std::ranges::count(words, "--min-version") == 1)
+        << said << ": " << r.err;
     // A command-line launcher carries its configuration, with its service mode.
     bool embedded = !words.empty() && words.front() == "--embed";
     PlistValue config =
