@@ -10,8 +10,9 @@ namespace {
 
 TEST(Icns, LargestPngChunkIsChosen) {
   const std::string small = solidPng(16, 0, 255, 0), large = solidPng(128, 255, 0, 255);
-  std::string huge = solidPng(1, 0, 0, 0);  // its header claims 1024 pixels square
-  huge.replace(16, 8, std::string("\0\0\4\0\0\0\4\0", 8));
+  auto claiming = [](uint32_t width, uint32_t height) {  // a one-pixel image whose header says otherwise
+    return solidPng(1, 0, 0, 0).replace(16, 8, be32(width) + be32(height));
+  };
   std::string declaredShort = icnsContainer({{"ic07", small}, {"ic08", large}});
   declaredShort[7] = static_cast<char>(8 + 8 + small.size());  // the total length covers the first chunk only
   std::string truncated = icnsContainer({{"ic07", small}, {"ic10", large}});
@@ -21,7 +22,11 @@ TEST(Icns, LargestPngChunkIsChosen) {
 
   const std::vector<std::pair<std::string, std::string>> cases = {
       {icnsContainer({{"ic10", large}, {"icp4", small}}), large},  // by pixels, not by position
-      {icnsContainer({{"ic07", large}, {"ic14", huge}}), huge},    // nor by bytes
+      {icnsContainer({{"ic07", large}, {"ic14", claiming(1 << 24, 1)}, {"ic13", claiming(0xffffff, 2)}}),
+       claiming(0xffffff, 2)},  // nor by bytes
+      {icnsContainer(
+           {{"ic07", claiming(0xffffff, 1)}, {"ic08", claiming(1 << 24, 1)}, {"ic09", claiming(0x1000001, 1)}}),
+       claiming(0x1000001, 1)},  // every byte of a dimension counts
       {icnsContainer({{"ic07", small}, {"ic08", large.substr(0, 24)}}), large.substr(0, 24)},  // up to the height
       {icnsContainer({{"icp6", small}, {"ic12", large}}), large},
       {icnsContainer({{"ic08", large}, {"ic13", solidPng(128, 0, 0, 255)}}), large},  // the first of equals
