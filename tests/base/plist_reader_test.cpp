@@ -141,6 +141,7 @@ TEST(BinaryPropertyList, HandBuiltObjects) {
       {"16-byte negative integer", binaryPlist({bytes({0x14, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF,
                                                        0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFE})}),
        nullptr, -2},
+      {"8-byte negative integer", binaryPlist({bytes({0x13, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFE})}), nullptr, -2},
       {"data ending at the offset table", binaryPlist({bytes({0x4A}) + "0123456789"}), nullptr,
        PlistData{{'0', '1', '2', '3', '4', '5', '6', '7', '8', '9'}}},
       {"uid as its number", binaryPlist({bytes({0x81, 0x01, 0x02})}), nullptr, 258},
