@@ -202,6 +202,17 @@ TEST(BinaryPropertyList, HandBuiltObjects) {
     v = &v->asArray()->front();
   }
   EXPECT_EQ(*v, PlistValue(42));
+  // 512 objects may be open at once: arrays inside arrays down to a number.
+  auto nested = [](int count) {
+    std::vector<std::string> chain;
+    for (int i = 1; i < count; ++i) chain.push_back(bytes({0xA1, i >> 8, i & 0xFF}));
+    chain.push_back(bytes({0x10, 0x2A}));
+    return binaryPlist(chain, 0, 2);
+  };
+  std::string error;
+  EXPECT_TRUE(readBinaryPropertyList(nested(512), &error)) << error;
+  EXPECT_FALSE(readBinaryPropertyList(nested(513), &error));
+  EXPECT_TRUE(text::contains(error, "nesting too deep")) << error;
 }
 
 std::string utf16File(const std::u16string& text, bool bigEndian) {
