@@ -73,8 +73,7 @@ TEST_F(JavaStartFailure, AlertHoldsTheRuntimesLinesOnlyForAFailedStart) {
     EXPECT_EQ(a->command, "Failing\n") << "the process list shows the application's name";
     EXPECT_EQ(a->firstArgument, "Failing");
   }
-  // Everything reaches standard error in order, and an application that ran gets no alert,
-  // whatever its status.
+  // Everything reaches standard error in order, and an application that ran gets no alert, whatever its status.
   RunResult r = startApp(bundle("Hello", false), {"--stderr-megabytes=1", "--exit=3"}, {"DISPLAY=" + x.display()});
   ASSERT_EQ(r.status, 3) << r.err.substr(0, 2000);
   ASSERT_EQ(r.err.size(), 16384u * 64) << r.err.substr(0, 2000);

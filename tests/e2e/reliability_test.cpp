@@ -94,9 +94,8 @@ TEST_F(Reliability, UnpackingPackedJars) {
   }
 }
 
-// An archive that stops coming (here a pipe whose writer stalls after a few bytes): a
-// termination signal ends the start while the writer still waits, with the signal's status
-// and without the temporary directory.
+// An archive that stops coming (here a pipe whose writer stalls after a few bytes): a termination signal ends the start
+// while the writer still waits, with the signal's status and without the temporary directory.
 TEST_F(Reliability, SignalsEndAStartWaitingForItsArchive) {
   std::string app = bundleWithArchive();
   std::string archive = app + "/Contents/Resources/app/jre.tar.gz";

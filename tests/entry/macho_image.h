@@ -65,9 +65,8 @@ inline Bytes machOFile(const std::vector<Bytes>& commands, size_t fileSize) {
 
 inline uint64_t roundUp(uint64_t n, uint64_t to) { return (n + to - 1) / to * to; }
 
-// The file signed as a linker signs it: an LC_CODE_SIGNATURE command after the others (the
-// header padding must hold it) and `size` bytes of signature data at the next 16-byte
-// boundary, the end of a grown __LINKEDIT.
+// The file signed as a linker signs it: an LC_CODE_SIGNATURE command after the others (the header padding must hold it)
+// and `size` bytes of signature data at the next 16-byte boundary, the end of a grown __LINKEDIT.
 inline Bytes signedImage(Bytes file, uint32_t size = 0x13) {
   uint64_t dataOffset = roundUp(file.size(), 16);
   size_t end = 32 + get32(file, 20);

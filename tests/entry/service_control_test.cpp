@@ -21,9 +21,8 @@ class ServiceControl : public ::testing::Test {
     return PlistValue(PlistDict{{"CFBundleName", "Service"}, {"bwk.service", mode}, {"JavaVM", javaVM}});
   }
 
-  // Runs the command-line path as "/opt/tools/mytool `words`" in a child, output in tmp/out
-  // and tmp/err. The process that returns from the path writes its status, process, session,
-  // directory and descriptors to tmp/state.
+  // Runs the command-line path as "/opt/tools/mytool `words`" in a child, output in tmp/out and tmp/err. The process
+  // that returns from the path writes its status, process, session, directory and descriptors to tmp/state.
   int runCli(const PlistValue& config, const std::vector<std::string>& words) {
     std::fflush(nullptr);
     childPid = fork();

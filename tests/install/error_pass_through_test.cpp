@@ -1,6 +1,5 @@
-// Standard error through the pass-through, in a child process of its own: all of it reaches
-// the original in order, the tail keeps the last bytes, and nothing written is missing from
-// it when finish returns.
+// Standard error through the pass-through, in a child process of its own: all of it reaches the original in order, the
+// tail keeps the last bytes, and nothing written is missing from it when finish returns.
 #include "install/error_pass_through.h"
 
 #include <fcntl.h>

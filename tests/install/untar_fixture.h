@@ -15,10 +15,9 @@
 
 namespace bwk::test {
 
-// file(), dir(), link(), hardlink(), special(), raw() and longname() add entries; file()
-// prints "<data offset> <size>". The GZ_* knobs damage the gzip stream; MEMBERS cuts it into gzip
-// members of that many tar bytes (INDEXED adds their index), BAD_CRC_IN spoils one member's CRC-32,
-// HEADER_CRC gives the gzip header a CRC of its own that is wrong.
+// file(), dir(), link(), hardlink(), special(), raw() and longname() add entries; file() prints "<data offset> <size>".
+// The GZ_* knobs damage the gzip stream; MEMBERS cuts it into gzip members of that many tar bytes (INDEXED adds their
+// index), BAD_CRC_IN spoils one member's CRC-32, HEADER_CRC gives the gzip header a CRC of its own that is wrong.
 inline const char* kArchivePrelude = R"PY(
 import io, random, struct, sys, tarfile, zlib
 OUT, ROOT = sys.argv[1], sys.argv[2]

@@ -282,9 +282,8 @@ TEST_F(OneMemberBesideZlib, AHeaderCheckOnlyZlibMakesDoesNotStopIt) {
   }
 }
 
-// The size to inflate into, from the gzip trailer: anything implausible is left to the stream.
-// A number of a header: leading blanks and zeros skipped; it ends at the field's end, a NUL or a
-// blank after its digits; no range check.
+// The size to inflate into, from the gzip trailer: anything implausible is left to the stream. A number of a header:
+// leading blanks and zeros skipped; it ends at the field's end, a NUL or a blank after its digits; no range check.
 TEST(TarHeaderNumber, EndsAtTheFieldANulOrABlank) {
   const std::tuple<const char*, int, uint64_t> cases[] = {
       {" 0017 5", 7, 017}, {"123", 2, 012}, {"12\0003", 4, 012}, {"19", 2, 17}, {"", 0, 0}};

@@ -1,7 +1,6 @@
 #pragma once
-// Launches of <tmp>/Apps/Tool.app with a given configuration and command line, fake
-// runtimes, and a child process with private mounts, so that a test can put its own runtimes
-// at the system's fixed runtime directory.
+// Launches of <tmp>/Apps/Tool.app with a given configuration and command line, fake runtimes, and a child process with
+// private mounts, so that a test can put its own runtimes at the system's fixed runtime directory.
 #include <fcntl.h>
 #include <sched.h>
 #include <sys/mount.h>
@@ -52,9 +51,8 @@ class LaunchFixture : public ::testing::Test {
   std::vector<std::unique_ptr<LaunchContext>> contexts_;
 };
 
-// Runs `body` in a child process with a mount namespace of its own in which `source` is bound
-// over `target`; the child ends with the status `body` returns (or exits by itself). Its
-// standard output and error together are `out`.
+// Runs `body` in a child process with a mount namespace of its own in which `source` is bound over `target`; the child
+// ends with the status `body` returns (or exits by itself). Its standard output and error together are `out`.
 inline RunResult inPrivateMount(const std::string& source, const std::string& target,
                                 const std::function<int()>& body) {
   TempDir dir;

@@ -1,7 +1,6 @@
-// brackwood-bundle create --input --main-jar: an installed application started from its bundle
-// gets what `java -jar` gives it on the same runtime (main class, class path in order, opened
-// packages, the files beside its jar, the caller's directory), and the manifest is read as
-// the JDK reads it.
+// brackwood-bundle create --input --main-jar: an installed application started from its bundle gets what `java -jar`
+// gives it on the same runtime (main class, class path in order, opened packages, the files beside its jar, the
+// caller's directory), and the manifest is read as the JDK reads it.
 #include "base/path.h"
 #include "bundle_tool.h"
 #include "jar_manifest.h"
