@@ -76,6 +76,7 @@ TEST(RuntimeBundle, OpensDirectoriesOnly) {
   writeFile(tmp / "bare/README", "");
   writeFile(tmp / "unquoted/release", "IMPLEMENTOR=x\r\nJAVA_VERSION=21.0.1\r\n");
   writeFile(tmp / "noversion/release", "IMPLEMENTOR=\"x\"\n");
+  writeFile(tmp / "empty/release", "JAVA_VERSION=\"\"\n");
   writeFile(tmp / "file", "");
   ASSERT_EQ(symlink((tmp / "missing").c_str(), (tmp / "broken").c_str()), 0);
   ASSERT_EQ(symlink((tmp / "home").c_str(), (tmp / "link").c_str()), 0);
@@ -85,7 +86,7 @@ TEST(RuntimeBundle, OpensDirectoriesOnly) {
       {"malformed", "- "},  // a bundle, but nothing in it
       {"bare", "- "},           {"noversion", "- "},
       {"file", "no bundle"},    {"broken", "no bundle"},
-      {"missing", "no bundle"},
+      {"missing", "no bundle"}, {"empty", " "},
   };
   for (const auto& [name, expected] : cases) EXPECT_EQ(opened(tmp / name), expected) << name;
   EXPECT_EQ(runtimeHome(tmp / "nowhere"), tmp / "nowhere");
