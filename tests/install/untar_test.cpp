@@ -112,6 +112,8 @@ std::vector<Case> archiveCases() {
            {"ERROR: invalid long archive path"}, {}, {"ignored", "f", std::string(200, 'p')}),
       Case("long_name_of_0_bytes", "file('before', '0'); longname(b''); file('f', '1')", false,
            {"ERROR: invalid long archive path"}, {{"before", "0"}}, {"f"}),
+      Case("long_name_cut_short", "file('before', '0'); longname(b'n' * 300); END = False; _buf.truncate(1024 + 600)",
+           false, {"ERROR: invalid long archive path"}, {{"before", "0"}}),
       Case("long_name_not_utf8", "longname(b'bad\\xff'); file('f', '1')", false, {"ERROR: invalid long archive path"},
            {}, {"f"}),
       Case("name_not_utf8", "file('before', '0'); raw(b'bad\\xc3(', data=b'x'); file('f', '1')", false,
