@@ -24,7 +24,7 @@ class JavaStartFailure : public ::testing::Test {
   // The alert's process: what it was asked to show, under which name it runs. Ended here.
   struct Alert {
     std::optional<platform::NoticeText> notice;
-    std::string command, firstArgument;
+    std::string command, firstArgument, standardError;
   };
   std::optional<Alert> alert(double seconds) {
     std::string window = x.waitForWindow("^Failing$", seconds);
@@ -36,6 +36,7 @@ class JavaStartFailure : public ::testing::Test {
         a.notice = platform::decodeNotice(entry.substr(entry.find('=') + 1));
     a.command = readFile("/proc/" + pid + "/comm");
     a.firstArgument = readFile("/proc/" + pid + "/cmdline").c_str();  // up to the first NUL
+    a.standardError = shell("readlink /proc/" + pid + "/fd/2").out;
     if (!pid.empty()) ::kill(std::stoi(pid), SIGTERM);
     return a;
   }
@@ -72,6 +73,7 @@ TEST_F(JavaStartFailure, AlertHoldsTheRuntimesLinesOnlyForAFailedStart) {
     }
     EXPECT_EQ(a->command, "Failing\n") << "the process list shows the application's name";
     EXPECT_EQ(a->firstArgument, "Failing");
+    EXPECT_EQ(a->standardError, "/dev/null\n") << "the alert's own messages reach no terminal";
   }
   // Everything reaches standard error in order, and an application that ran gets no alert, whatever its status.
   RunResult r = startApp(bundle("Hello", false), {"--stderr-megabytes=1", "--exit=3"}, {"DISPLAY=" + x.display()});
