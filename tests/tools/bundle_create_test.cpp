@@ -179,7 +179,7 @@ TEST(JarReading, ClassPathUrlsRelativeToTheJarEntriesAndDamage) {
   shell(
       "cd " + tmp.path() + " && mkdir -p 'd~~ZZ++09?_' && python3 -c \"import zipfile; " +
       "zipfile.ZipFile('main.jar', 'w').writestr('META-INF/MANIFEST.MF', 'Manifest-Version: 1.0\\r\\nClass-Path: " +
-      "d%7e%7E%5a%5A%2b%2B%30%39%3f%5F/ file://host/x.jar http://h/y.jar file:///gone%41.jar m%zz.jar\\r\\n\\r\\n')\"");
+      "d%7e%7E%5a%5A%2b%2B%30%39%3f%5F/ file://host/x.jar http://h/y.jar file:///gone%41%09.jar m%zz.jar\\r\\n\\r\\n')\"");
   bundle::JarClassPath resolved = bundle::resolveJarClassPath({tmp / "main.jar"});
   ASSERT_EQ(resolved.items.size(), 2u);
   EXPECT_EQ(resolved.items[1].path, tmp / "d~~ZZ++09?_");
@@ -188,7 +188,7 @@ TEST(JarReading, ClassPathUrlsRelativeToTheJarEntriesAndDamage) {
   EXPECT_EQ(resolved.warnings,
             (std::vector<std::string>{"file://host/x.jar" + by + "not a file URL, left out as the runtime skips it",
                                       "http://h/y.jar" + by + "not a file URL, left out as the runtime skips it",
-                                      "/goneA.jar" + by + "no such file, left out as the runtime skips it",
+                                      "/goneA\t.jar" + by + "no such file, left out as the runtime skips it",
                                       tmp / "m%zz.jar" + by + "no such file, left out as the runtime skips it"}));
   // Jars as the tool reads them: entries stored or deflated, zip64 end records, and each
   // kind of damage named.

@@ -35,10 +35,10 @@ TEST_F(BundleRuntime, JdkShippedWithoutWhatNoStartNeedsStartChoicesAndBuildIdAsK
   writeFile(home + "/bin/tool", "#!/bin/sh\n");
   writeFile(tmp / "outside.properties", "outside");
   const std::string outdir = tmp / "outdir";
-  shell("cd " + home + " && chmod 750 bin/tool && ln -s ../bin lib/current && ln -s /nonexistent/src.zip lib/src.zip" +
-        " && ln -s " + tmp / "outside.properties lib/outside.properties && ln -s /nonexistent lib/broken" +
-        " && mkfifo lib/pipe && mkdir " + outdir + " && ln -s " + outdir + " lib/ext && ln -s " + outdir + " " +
-        outdir + "/self");
+  shell("cd " + home + " && echo 'MODULES=\"\"' >>release && chmod 750 bin/tool && ln -s ../bin lib/current" +
+        " && ln -s /nonexistent/src.zip lib/src.zip && ln -s " + tmp / "outside.properties lib/outside.properties" +
+        " && ln -s /nonexistent lib/broken && mkfifo lib/pipe && mkdir " + outdir + " && ln -s " + outdir +
+        " lib/ext && ln -s " + outdir + " " + outdir + "/self");
   for (const std::string form : {"bundle", "archive"}) {
     RunResult r = createHello(tmp / form, {"--runtime", home, "--runtime-as", form});
     ASSERT_EQ(r.status, 0) << r.err;
