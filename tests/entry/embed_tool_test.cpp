@@ -65,6 +65,8 @@ TEST_F(EmbedTool, ElfCopiesCarryTheConfigurationAndStillRunRefusalsLeaveNothing)
   writeFile(tmp / "broken.plist", "<?xml version=\"1.0\"?><plist><dict><key>a</key></plist>");
   writeFile(tmp / "array.plist", "( a, b )");
   writeFile(tmp / "text.txt", "#!/bin/sh\necho hello\n");
+  writeFile(tmp / "elf-header", std::string("\177ELF\2\1\1", 7) + std::string(57, '\0'));  // headers alone
+  writeFile(tmp / "macho-header", std::string("\xcf\xfa\xed\xfe", 4) + std::string(28, '\0'));
   std::filesystem::copy_file("/bin/true", tmp / "input");
   const std::string in = tmp / "input", config = tmp / "config.plist", out = tmp / "out", before = readFile(in);
   const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
@@ -72,6 +74,8 @@ TEST_F(EmbedTool, ElfCopiesCarryTheConfigurationAndStillRunRefusalsLeaveNothing)
       {{in, tmp / "array.plist", out}, "must be a dictionary"},
       {{tmp / "missing", config, out}, "No such file"},
       {{tmp / "text.txt", config, out}, "neither an ELF nor a Mach-O"},
+      {{tmp / "elf-header", config, out}, "no section header table"},
+      {{tmp / "macho-header", config, out}, "no __LINKEDIT segment"},
       {{in, config, in}, "must not be the input"},
       {{in, config, tmp / "no/such/dir/out"}, "No such file"},
       {{in, config}, "usage"},
