@@ -186,6 +186,8 @@ TEST_F(EmbedTool, MachOCopiesCarryTheConfigurationOrAreRefused) {
     Bytes embedded = fileBytes(tmp / "out");
     EXPECT_EQ(mappedRegion(embedded), region(kConfig));
     EXPECT_EQ(get32(embedded, 16), get32(file, 16) + 1) << "one load command more, the others kept";
+    ASSERT_EQ(embedBytes(embedded, "config.plist", "again").status, 0);
+    EXPECT_EQ(fileBytes(tmp / "again"), embedded) << "embedding again replaces the configuration in place";
   }
 }
 
