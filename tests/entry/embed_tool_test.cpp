@@ -243,7 +243,8 @@ TEST_F(EmbedTool, MachOSignaturesRemovedSignedAgainAndUniversalFilesCarryItInEac
   RunResult kept = embedBytes(universalFile({{0x01000007, 12, intel}, {7, 12, old}}, false));
   EXPECT_TRUE(kept.status == 0 && text::contains(kept.err, "slice is no 64-bit Mach-O file")) << kept.err;
   EXPECT_EQ(fileBytes(tmp / "out"), universalFile({{0x01000007, 12, embedded(intel)}, {7, 12, old}}, false));
-  // Mach-O copies are signed again by codesign when it is on PATH, unless told not to.
+  // Mach-O copies are signed again by codesign when it is on PATH (here through its empty entry, the current
+  // directory), unless told not to.
   writeBytes(tmp / "tool", machOExecutable());
   std::string bin = tmp / "bin";
   // codesign's status (-1: none on PATH), --no-sign, the tool's status, its message.
@@ -259,7 +260,7 @@ TEST_F(EmbedTool, MachOSignaturesRemovedSignedAgainAndUniversalFilesCarryItInEac
     }
     std::vector<std::string> argv{BWK_EMBED, tmp / "tool", tmp / "config.plist", tmp / "out"};
     if (noSign) argv.insert(argv.begin() + 1, "--no-sign");
-    RunResult r = run(argv, {"PATH=" + bin + ":/usr/bin:/bin"});
+    RunResult r = run(argv, {"PATH=/usr/bin:/bin:"}, bin);
     EXPECT_TRUE(r.status == status && text::contains(r.err, message)) << message << ": " << r.status << r.err;
     EXPECT_EQ(print(tmp / "out").out, kConfig) << message;
     bool ran = codesign >= 0 && !noSign;
