@@ -243,6 +243,10 @@ TEST_F(EmbedTool, MachOSignaturesRemovedSignedAgainAndUniversalFilesCarryItInEac
   RunResult kept = embedBytes(universalFile({{0x01000007, 12, intel}, {7, 12, old}}, false));
   EXPECT_TRUE(kept.status == 0 && text::contains(kept.err, "slice is no 64-bit Mach-O file")) << kept.err;
   EXPECT_EQ(fileBytes(tmp / "out"), universalFile({{0x01000007, 12, embedded(intel)}, {7, 12, old}}, false));
+  Bytes magicAlone(4, 0);  // a 64-bit Mach-O file that ends after its magic number
+  put32(magicAlone, 0, 0xfeedfacf);
+  RunResult cut = embedBytes(universalFile({{0x01000007, 12, intel}, {0x0100000c, 14, magicAlone}}, false));
+  EXPECT_TRUE(cut.status == 1 && text::contains(cut.err, "the arm64 slice: ")) << cut.err;
   // Mach-O copies are signed again by codesign when it is on PATH (here through its empty entry, the current
   // directory), unless told not to.
   writeBytes(tmp / "tool", machOExecutable());
