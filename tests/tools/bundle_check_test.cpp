@@ -259,8 +259,11 @@ TEST_F(BundleCheck, EachDamageGivesExactlyItsFindings) {
                                              "R" + tmp / "evar", "R" + tmp / "jdk17"}}}},
       {"",
        {I + "bwk.maxVersion: no runtime of the search satisfies the range (bwk.minVersion (none), "
-            "bwk.maxVersion 11); seen: $T/jdk17 (17.0.2): above the maximum 11"},
-       {{"bwk.maxVersion", "11"}, {"JavaVM.SearchSequence", PlistArray{"R" + tmp / "jdk17"}}}},
+            "bwk.maxVersion 11); seen: $T/beta (18-ea): above the maximum 11; $T/jdk17 (17.0.2): above the "
+            "maximum 11"},
+       {{"bwk.maxVersion", "11"},
+        {"bwk.allowBeta", true},
+        {"JavaVM.SearchSequence", PlistArray{"R" + tmp / "beta", "R" + tmp / "jdk17"}}}},
   };
 
   const std::string sound = tmp / "sound", copy = tmp / "copy", app = copy + "/Hello.app";
