@@ -40,9 +40,9 @@ for f in json.load(sys.stdin)["findings"]:
 
 TEST_F(BundleCheck, EachDamageGivesExactlyItsFindings) {
   // Runtimes and archives the rows copy in ($T in a row's damage).
-  makeFakeRuntime(tmp / "jre17/Contents/Home", "17.0.2-ea");  // shipped, a pre-release is started
-  makeFakeRuntime(tmp / "jre-base/Contents/Home", "17.0.2");
-  writeFile(tmp / "jre-base/Contents/Home/release", "JAVA_VERSION=\"17.0.2\"\nMODULES=\"java.base\"\n");
+  makeFakeRuntime(tmp / "jre17/Contents/Home", "17.0.2-ea");     // shipped, a pre-release is started
+  makeFakeRuntime(tmp / "jre-base/Contents/Home", "17.0.2-ea");  // a pre-release too: its modules are checked
+  writeFile(tmp / "jre-base/Contents/Home/release", "JAVA_VERSION=\"17.0.2-ea\"\nMODULES=\"java.base\"\n");
   makeFakeRuntime(tmp / "nested/jdk-17", "17.0.2");
   makeFakeRuntime(tmp / "beta", "18-ea", "bundle");
   makeFakeRuntime(tmp / "jdk17", "17.0.2", "bundle");
