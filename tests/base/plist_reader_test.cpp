@@ -102,14 +102,15 @@ void putBigEndian(std::string& out, uint64_t v, size_t width) {
 }
 
 // A binary property list around raw object encodings (object i is objects[i]).
-std::string binaryPlist(const std::vector<std::string>& objects, uint64_t top = 0, uint8_t refSize = 1) {
+std::string binaryPlist(const std::vector<std::string>& objects, uint64_t top = 0, uint8_t refSize = 1,
+                        uint8_t offsetSize = 0) {
   std::string out = "bplist00";
   std::vector<uint64_t> offsets;
   for (const std::string& o : objects) {
     offsets.push_back(out.size());
     out += o;
   }
-  uint8_t offsetSize = out.size() < 0x100 ? 1 : out.size() < 0x10000 ? 2 : 4;
+  if (!offsetSize) offsetSize = out.size() < 0x100 ? 1 : out.size() < 0x10000 ? 2 : 4;  // the smallest that fits
   uint64_t table = out.size();
   for (uint64_t off : offsets) putBigEndian(out, off, offsetSize);
   out += std::string(6, '\0');
@@ -148,6 +149,7 @@ TEST(BinaryPropertyList, HandBuiltObjects) {
       {"uid of 8 bytes", binaryPlist({bytes({0x87, 0, 0, 0, 0, 0, 0, 0x01, 0x02})}), nullptr, 258},
       {"uid of 9 bytes", binaryPlist({bytes({0x88, 0, 0, 0, 0, 0, 0, 0, 0x01, 0x02})}), "bad uid size"},
       {"set as array", binaryPlist({bytes({0xC1, 0x01}), bytes({0x09})}), nullptr, PlistArray{true}},
+      {"offsets of 8 bytes", binaryPlist({bytes({0x10, 0x07})}, 0, 1, 8), nullptr, 7},
       {"references of 8 bytes", binaryPlist({bytes({0xA1, 0, 0, 0, 0, 0, 0, 0, 1}), bytes({0x09})}, 0, 8), nullptr, PlistArray{true}},
       {"lone surrogate in UTF-16", binaryPlist({bytes({0x61, 0xD8, 0x00})}), nullptr, "\xEF\xBF\xBD"},
       {"high bytes of an ASCII string as Latin-1", binaryPlist({bytes({0x51, 0xE9})}), nullptr, "é"},
