@@ -103,6 +103,7 @@ TEST_F(Window, OnlyAStartThatShowsTheWindowLoadsGtk) {
       {"archive, no display", true, std::nullopt, "DISPLAY", false, "a"},
       {"archive, GTK unusable", true, std::nullopt, "LD_LIBRARY_PATH=" + tmp / "brokengtk", true, "a"},
       {"archive, a command line asked for", true, std::nullopt, "", false, "-q"},
+      {"archive, no display, a splash screen asked for", true, std::nullopt, "DISPLAY", true, "-splash"},
   };
   for (const auto& [name, archive, initialProgress, entry, loadsGtk, argument] : cases) {
     shell("rm -rf " + tmp / "Slowpoke.app " + record);
