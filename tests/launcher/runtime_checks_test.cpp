@@ -28,6 +28,7 @@ TEST(RuntimeChecks, BundleVersionAgainstRangeAndReadFromTheBundle) {
       {{}, {}, true, false, "17.0.2", "1.0-beta", "Release", "17.0.2 17"},
       {{}, {}, true, true, {}, {}, {}, "refused"},
       {{}, {}, false, false, "abc", {}, {}, "abc 0"},
+      {{}, {}, false, false, "1", {}, {}, "1 1"},  // the first number, 1 by itself
       // The plug-in writes 1.8.291.10 for 1.8.0_291: only with the plug-in flag is it tested as 1.8.0.291.
       {{}, "1.8.0.300", false, true, "1.8.291.10", {}, {}, "1.8.291.10 8"},
       {{}, "1.8.0.300", false, false, "1.8.291.10", {}, {}, "refused"},
