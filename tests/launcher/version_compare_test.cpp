@@ -30,6 +30,7 @@ TEST(TypeOfCharacter, Classes) {
     EXPECT_FALSE(characters::isSeparator(other)) << static_cast<uint32_t>(other);
   // A byte that starts no character keeps its own value: 0x80 is not the replacement character.
   EXPECT_NE(compareVersion("1a\x80", "1a\xEF\xBF\xBD"), 0);
+  EXPECT_GT(compareVersion("1a\xEF\xBF\xBF", "1a\xEF\xBF\xBE"), 0) << "U+FFFF is one unit, after U+FFFE";
 }
 
 // Numbers beyond 64 bits saturate, so both are the largest value.
