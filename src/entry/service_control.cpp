@@ -59,8 +59,8 @@ int detach() {
   if (chdir("/") != 0) return daemonFailed();
   int devNull = open("/dev/null", O_RDWR);
   if (devNull < 0) return daemonFailed();
+  // dup2 replaces what a descriptor held; /dev/null may itself be 0, 1 or 2 when the service was started without them.
   for (int fd = 0; fd <= 2; ++fd) {
-    close(fd);
     if (dup2(devNull, fd) < 0) {
       int error = errno;
       close(devNull);

@@ -23,10 +23,11 @@ class ServiceControl : public ::testing::Test {
 
   // Runs the command-line path as "/opt/tools/mytool `words`" in a child, output in tmp/out and tmp/err. The process
   // that returns from the path writes its status, process, session, directory and descriptors to tmp/state.
-  int runCli(const PlistValue& config, const std::vector<std::string>& words) {
+  int runCli(const PlistValue& config, const std::vector<std::string>& words, bool withoutStdin = false) {
     std::fflush(nullptr);
     childPid = fork();
     if (childPid == 0) {
+      if (withoutStdin) close(0);
       if (!freopen((tmp / "out").c_str(), "w", stdout) || !freopen((tmp / "err").c_str(), "w", stderr)) _exit(99);
       setenv("FAKE_JLI_RECORD", (tmp / "record").c_str(), 1);
       setenv("FAKE_JLI_STATUS", "7", 1);
@@ -91,17 +92,21 @@ TEST_F(ServiceControl, ActionsOfEachMode) {
 }
 
 TEST_F(ServiceControl, LegacyStartDetachesAndThenLaunches) {
-  // The process that was started ends with 0 as soon as the service exists.
-  EXPECT_EQ(runCli(configuration("legacy"), {"start"}), 0) << readFile(tmp / "err");
-  EXPECT_EQ(readFile(tmp / "out"), "Starting mytool\n");
-  for (int i = 0; i < 200 && !text::contains(readFile(tmp / "state"), "fd2="); ++i) sleepMs(50);  // written later
-  std::string state = readFile(tmp / "state");
-  EXPECT_TRUE(text::contains(state, "status=7\n")) << state;
-  EXPECT_FALSE(text::contains(state, "pid=" + std::to_string(childPid) + "\n")) << state;
-  EXPECT_TRUE(text::contains(state, "session-leader=1\ncwd=/\nfd0=/dev/null\nfd1=/dev/null\nfd2=/dev/null\n")) << state;
-  std::vector<std::string> argv = readRecord(tmp / "record").argv;
-  auto main = std::find(argv.begin(), argv.end(), "com.example.Service");
-  EXPECT_TRUE(main != argv.end() && *(main + 1) == "start") << text::join(argv, " ");
+  // The process that was started ends with 0 as soon as the service exists, also one started without stdin.
+  for (bool withoutStdin : {false, true}) {
+    shell("rm -f " + tmp / "state " + tmp / "record");
+    EXPECT_EQ(runCli(configuration("legacy"), {"start"}, withoutStdin), 0) << readFile(tmp / "err");
+    EXPECT_EQ(readFile(tmp / "out"), "Starting mytool\n");
+    for (int i = 0; i < 200 && !text::contains(readFile(tmp / "state"), "fd2="); ++i) sleepMs(50);  // written later
+    std::string state = readFile(tmp / "state");
+    EXPECT_TRUE(text::contains(state, "status=7\n")) << state;
+    EXPECT_FALSE(text::contains(state, "pid=" + std::to_string(childPid) + "\n")) << state;
+    EXPECT_TRUE(text::contains(state, "session-leader=1\ncwd=/\nfd0=/dev/null\nfd1=/dev/null\nfd2=/dev/null\n"))
+        << state;
+    std::vector<std::string> argv = readRecord(tmp / "record").argv;
+    auto main = std::find(argv.begin(), argv.end(), "com.example.Service");
+    EXPECT_TRUE(main != argv.end() && *(main + 1) == "start") << text::join(argv, " ");
+  }
 }
 
 }  // namespace
