@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Checks the formatting, builds the launcher twice (optimised with warnings as errors, and
-# with Address- and UndefinedBehaviorSanitizer), checks the macOS build with a cross-compiler,
-# and runs every test in both builds.
+# with Address- and UndefinedBehaviorSanitizer), builds the fuzz targets with clang, checks the
+# macOS build with a cross-compiler, and runs every test in the first two builds.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/setup.sh
@@ -20,6 +20,10 @@ done
 echo "== build: demo"
 cmake --preset demo >/dev/null
 cmake --build --preset demo --target demo-bundle -j "$jobs"
+# The fuzz targets and everything else with clang, as maintainers build them to fuzz.
+echo "== build: fuzz"
+cmake --preset fuzz >/dev/null
+cmake --build --preset fuzz -j "$jobs"
 bash scripts/check-self-contained.sh build/bin/brackwood-launcher
 bash scripts/check-self-contained.sh build/bin/brackwood-bundle
 echo "== macOS cross-check"

@@ -402,7 +402,9 @@ std::vector<StringsEntry> strings(const Request& request) {
   if (!table || !table->asDictionary())
     throw failure(*request.strings + ": not a strings table" + (table ? "" : ": " + error));
   for (const auto& [key, value] : *table->asDictionary()) {
-    auto entry = std::find_if(entries.begin(), entries.end(), [&](const StringsEntry& e) { return e.key == key; });
+    // The binding is captured under a name of its own: clang before 16 cannot capture a structured binding.
+    auto entry =
+        std::find_if(entries.begin(), entries.end(), [&name = key](const StringsEntry& e) { return e.key == name; });
     if (entry == entries.end()) throw failure(*request.strings + ": " + key + " is no message of the launcher");
     if (!value.asString()) throw failure(*request.strings + ": " + key + " is no text");
     entry->value = *value.asString();
