@@ -30,6 +30,12 @@ TEST(NoticeText, RoundTripKeepsEveryByteUpToTheLimitAndNamesTheProcess) {
   EXPECT_EQ(noticeProcessName({"Tool", "m"}), "Tool");
   EXPECT_EQ(noticeProcessName({"", "m"}), "test_install");
   EXPECT_EQ(noticeProcessName({std::nullopt, "m"}), "test_install");
+  const std::string euros = "\xE2\x82\xAC\xE2\x82\xAC";  // two 3-byte characters
+  for (const auto& [name, cut] :
+       std::vector<std::pair<std::string, std::string>>{{"0123456789abcdefg", "0123456789abcde"},
+                                                        {"a" + euros + euros + euros, "a" + euros + euros},
+                                                        {std::string(16, '\x80'), ""}})
+    EXPECT_EQ(noticeThreadName(name), cut) << name;
 }
 
 }  // namespace

@@ -49,6 +49,12 @@ std::string noticeProcessName(const NoticeText& notice) {
   return executable.substr(executable.rfind('/') + 1);
 }
 
+std::string noticeThreadName(const std::string& name) {
+  size_t length = std::min<size_t>(name.size(), 15);
+  while (length < name.size() && length > 0 && (static_cast<unsigned char>(name[length]) & 0xc0) == 0x80) --length;
+  return name.substr(0, length);
+}
+
 pid_t startNoticeProcess(const std::string& executable, const NoticeText& notice) {
   std::vector<std::string> env = noticeEnvironment(notice);
   // The process list shows the application's name rather than the executable's path.
@@ -96,12 +102,8 @@ bool runNoticeIfRequested() {
   // Nothing started from here (the dialog's helpers) must see the request again.
   ::unsetenv(kNoticeVariable);
   if (!notice) return true;
-  // The process name that ps and top show, as argv[0] already does for ps -f: at most 15
-  // bytes, not ending inside a character.
-  std::string name = noticeProcessName(*notice);
-  size_t length = std::min<size_t>(name.size(), 15);
-  while (length < name.size() && length > 0 && (static_cast<unsigned char>(name[length]) & 0xc0) == 0x80) --length;
-  ::prctl(PR_SET_NAME, name.substr(0, length).c_str(), 0, 0, 0);
+  // The process name that ps and top show, as argv[0] already does for ps -f.
+  ::prctl(PR_SET_NAME, noticeThreadName(noticeProcessName(*notice)).c_str(), 0, 0, 0);
   std::string error;
   const gtk::Api* gtk = gtk::loadAndInit(false, &error);
   if (!gtk) return true;  // no way to show it; the launcher wrote the message on standard error

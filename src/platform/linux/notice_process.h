@@ -15,5 +15,7 @@ pid_t startNoticeProcess(const std::string& executable, const NoticeText& notice
 // The name the notice's process goes by: the header (the application's name), else the
 // launcher's file name.
 std::string noticeProcessName(const NoticeText& notice);
+// `name` cut to the 15 bytes a thread name holds, not inside a UTF-8 character.
+std::string noticeThreadName(const std::string& name);
 
 }  // namespace bwk::platform
