@@ -226,6 +226,7 @@ open(name, 'wb').write(data)
       {"entry", {"C0=00"}, {}, {}, "its central directory is damaged"},
       {"name length", {"C28=ffff"}, {}, {}, "its central directory is damaged"},
       {"directory outside", {"E16=ffffff7f"}, {}, {}, "its central directory lies outside the file"},
+      {"directory to the end of the file", {"E12=7c000000"}, hello, "stored", ""},
       {"no end", {"E0=00"}, {}, {}, "not a zip file (no end of central directory)"},
       {"64 locator", {"E10=ffff", "E-20=00"}, {}, {}, "a zip64 archive without its locator"},
       {"64 end", {"E10=ffff", "60=00"}, {}, {}, "a zip64 archive without its end record"},

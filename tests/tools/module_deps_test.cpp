@@ -29,15 +29,15 @@ TEST(ModuleDeps, ClassUsesFeatureReleaseAndModulesOptionsName) {
   };
   EXPECT_EQ(parseClassUses(output), expected);
   const std::vector<std::pair<std::string, std::optional<int>>> cases = {
-      {"17.0.13", 17},    {"25", 25},           {"21-ea", 21},    {"1.8.0_402", 8},
-      {"", std::nullopt}, {"ea", std::nullopt}, {"1000.1", 1000}, {"10000", std::nullopt}};
+      {"17.0.13", 17},      {"25", 25},       {"21-ea", 21},           {"1.8.0_402", 8}, {"", std::nullopt},
+      {"ea", std::nullopt}, {"1000.1", 1000}, {"10000", std::nullopt}, {"1.", 1}};
   for (const auto& [version, feature] : cases) EXPECT_EQ(featureRelease(version), feature) << version;
   NamedModules named = modulesInOptions(
       {"--add-opens", "java.desktop/sun.awt=ALL-UNNAMED", "--add-exports=java.base/sun.nio.ch=ALL-UNNAMED",
-       "--add-modules=java.sql,jdk.jfr", "-p", "${launcher:sys.appRootDir}/mods:extra", "--module-path=other",
+       "--add-modules=java.sql,jdk.jfr", "-p", "${launcher:sys.appRootDir}/mods}:extra", "--module-path=other",
        "-Dp=--add-modules", "--add-modules"});
   EXPECT_EQ(named.modules, (std::set<std::string>{"java.desktop", "java.base", "java.sql", "jdk.jfr"}));
-  EXPECT_EQ(named.modulePath, (std::vector<std::string>{"${launcher:sys.appRootDir}/mods", "extra", "other"}));
+  EXPECT_EQ(named.modulePath, (std::vector<std::string>{"${launcher:sys.appRootDir}/mods}", "extra", "other"}));
   // The module list is jdeps' last line; entries that name no module are left out, and a list of none fails.
   test::TempDir tmp;
   using Modules = std::optional<std::set<std::string>>;
