@@ -18,8 +18,7 @@ class BundleTest : public testing::Test {
   ScopedEnvironment env;
 };
 
-// Info.plist reads back; one that is missing or unusable gives an empty dictionary. Resources
-// by name and extension, in the language's folder too.
+// Info.plist reads back, a missing or unusable one as an empty dictionary; resources by name, localized too.
 TEST_F(BundleTest, InfoDictionaryAndResources) {
   TempDir dir;
   const PlistValue info = PlistDict{{"CFBundleName", "Tool"}, {"JavaVM", PlistDict{{"MainClass", "a.Main"}}}};

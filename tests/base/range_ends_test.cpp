@@ -1,5 +1,4 @@
-// Every range of characters, code points and numbers the readers accept, at both its ends:
-// an end taken for outside the range changes the value read.
+// Every range of characters, code points and numbers the readers accept, at both ends, each end read as inside.
 #include "test_support.h"
 
 #include <climits>

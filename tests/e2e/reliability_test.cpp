@@ -1,5 +1,4 @@
-// Faults around a start: temporary directories, include cycles, unpacking, signals, copies
-// left by killed starts, and failures that must say why.
+// Faults around a start: temporary directories, include cycles, unpacking, signals, killed starts, failures.
 #include <signal.h>
 
 #include "e2e_support.h"
@@ -77,8 +76,7 @@ TEST_F(Reliability, UnusableTemporaryFileSystemsAndIncludeCyclesEndWithAMessage)
   EXPECT_EQ(left(temp), std::vector<std::string>{});
 }
 
-// The runtime's unpack200 failing on its one packed jar, or interrupted (unpacking that works is
-// in the runtime cache tests).
+// unpack200 failing on the runtime's one packed jar, or interrupted (the runtime cache tests unpack for real).
 TEST_F(Reliability, UnpackingPackedJars) {
   const std::tuple<std::string, int, const char*, size_t> cases[] = {
       // unpack200, status, message, entries left

@@ -1,5 +1,4 @@
-// A launcher made by brackwood-embed, started with the authorization-restart marker: a
-// configuration that cannot be read stops the launch.
+// A launcher made by brackwood-embed, restarted for authorization: a configuration it cannot read stops it.
 
 #include "../e2e/e2e_support.h"
 #include "platform/elf_note.h"

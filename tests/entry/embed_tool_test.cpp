@@ -247,8 +247,7 @@ TEST_F(EmbedTool, MachOSignaturesRemovedSignedAgainAndUniversalFilesCarryItInEac
   put32(magicAlone, 0, 0xfeedfacf);
   RunResult cut = embedBytes(universalFile({{0x01000007, 12, intel}, {0x0100000c, 14, magicAlone}}, false));
   EXPECT_TRUE(cut.status == 1 && text::contains(cut.err, "the arm64 slice: ")) << cut.err;
-  // Mach-O copies are signed again by codesign when it is on PATH (here through its empty entry, the current
-  // directory), unless told not to.
+  // Mach-O copies are signed again by codesign on PATH (here its empty entry, the current directory), unless not to.
   writeBytes(tmp / "tool", machOExecutable());
   std::string bin = tmp / "bin";
   // codesign's status (-1: none on PATH), --no-sign, the tool's status, its message.

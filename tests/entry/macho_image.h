@@ -1,6 +1,5 @@
 #pragma once
-// Builds small 64-bit Mach-O files for the tests: a header, the load commands given, and
-// zero bytes up to the file size.
+// Small 64-bit Mach-O files: a header, the load commands given, and zero bytes up to the file size.
 #include <cstring>
 
 #include "test_support.h"
@@ -89,8 +88,7 @@ inline void putBe32(Bytes& b, size_t at, uint32_t v) {
   for (size_t i = 0; i < 4; ++i) b[at + i] = static_cast<uint8_t>(v >> (24 - 8 * i));
 }
 
-// A universal file: the big-endian header (FAT_MAGIC, or FAT_MAGIC_64 when `wide`), then
-// each slice at the next multiple of 2^align.
+// A universal file: the big-endian header (FAT_MAGIC_64 when `wide`), each slice at the next multiple of 2^align.
 inline Bytes universalFile(const std::vector<FatSlice>& slices, bool wide) {
   size_t entry = wide ? 32 : 20;
   Bytes b(8 + entry * slices.size(), 0);

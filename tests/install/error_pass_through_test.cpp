@@ -14,8 +14,7 @@ TEST(ErrorPassThrough, PassesEverythingOnAndKeepsTheLastBytes) {
   test::TempDir tmp;
   std::string written;
   for (int i = 0; i < 20000; ++i) written += "line " + std::to_string(i) + "\n";
-  // kept bytes, and pieces of 4 bytes with a pause after each: one read of the pipe each, so
-  // the tail is cut back now and then before finish.
+  // kept bytes, and slow: 4-byte pieces, a pause after each (one read each), so the tail is cut before finish.
   const std::pair<size_t, bool> cases[] = {
       {100, false}, {written.size(), false}, {written.size() * 2, false}, {10, true}};
   for (const auto& [kept, slow] : cases) {

@@ -35,24 +35,6 @@ class UnpackerTest : public ::testing::Test {
   std::vector<double> percents;
 };
 
-// The tool receives names as the bytes they are, also where they are not UTF-8.
-TEST_F(UnpackerTest, RunsLibBeforeLibExtAndReportsEveryFile) {
-  installTool();
-  pack({"lib/a.jar.pack", "lib/caf\xe9.jar.pack", "lib/ext/d.jar.pack", "lib/Foo.JAR.PACK", "lib/e.jar",
-        "lib/x.jar.pack.bak"});
-  ASSERT_TRUE(unpack());
-  std::vector<std::string> lines = runs();
-  ASSERT_EQ(lines.size(), 3u);
-  std::sort(lines.begin(), lines.begin() + 2);  // the directory's own order within lib
-  EXPECT_EQ(lines, (std::vector<std::string>{"-r " + home + "/lib/a.jar.pack " + home + "/lib/a.jar",
-                                             "-r " + home + "/lib/caf\xe9.jar.pack " + home + "/lib/caf\xe9.jar",
-                                             "-r " + home + "/lib/ext/d.jar.pack " + home + "/lib/ext/d.jar"}));
-  EXPECT_EQ(readFile(home + "/lib/ext/d.jar"), "lib/ext/d.jar.pack");
-  EXPECT_EQ(readFile(home + "/lib/caf\xe9.jar"), "lib/caf\xe9.jar.pack");
-  EXPECT_EQ(percents, (std::vector<double>{100.0 / 3, 200.0 / 3, 100}));
-  EXPECT_TRUE(Unpacker::unpack(tmp / "nowhere", nullptr)) << "nothing to do";
-}
-
 // A file gone before its turn is not run but counts; a failing run stops at once; a tool that
 // cannot start throws, and so may the progress callback, to cancel.
 TEST_F(UnpackerTest, VanishedFilesFailuresAndCancelling) {

@@ -1,6 +1,5 @@
 #pragma once
-// Extraction of archives written by a Python script, with the system log captured and a check
-// that nothing outside the destination changed.
+// Extracting archives a Python script writes; the system log is kept, nothing outside the destination may change.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 

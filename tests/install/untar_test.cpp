@@ -152,8 +152,7 @@ std::vector<Case> archiveCases() {
       Case("tar_stream_without_end_blocks", "END = False; file('a', 'x' * 600)", false, {"ERROR: gzread failed"},
            {{"a", std::string(600, 'x')}}),
 
-      // Damaged gzip streams: the one-piece inflate gives way to the stream, which keeps what
-      // came before the damage and removes a file cut short.
+      // Damaged gzip: one-piece inflating gives way to the stream, which keeps what came before, not a cut file.
       Case("gzip_truncated_inside_a_file", "file('a', 'first'); file('big', noise(200000)); GZ_DROP = 100000", false,
            {"ERROR: stream error", "ERROR: extract file failed"}, {{"a", "first"}}, {"big"}),
       Case("gzip_trailer_missing", "file('a', 'complete'); GZ_DROP = 8", false, {}, {{"a", "complete"}}),
@@ -254,22 +253,9 @@ TEST_F(OneInflatingThread, SameResultAndHandOver) {
   }
 }
 
-// One gzip member is inflated on a thread of its own while zlib hands out the first files;
-// reading goes on from the inflated copy where zlib stood, here inside 'big'.
-class OneMemberBesideZlib : public UntarFixture {};
-TEST_F(OneMemberBesideZlib, GoesOnFromTheInflatedCopyWhereZlibStood) {
-  env.set("BRACKWOOD_UNPACK_THREADS", "2");
-  buildArchive("file('a', noise(70000)); file('big', noise(1 << 20) + bytes(40 << 20)); file('c', 'end')");
-  Outcome outcome = extract();
-  EXPECT_TRUE(outcome.complete);
-  EXPECT_EQ(outcome.used, UnTar::Inflation::WholeBuffer);
-  EXPECT_EQ(describe(dest + "/a"), noise(70000));
-  EXPECT_TRUE(readFile(dest + "/big") == noise(1 << 20) + std::string(40 << 20, '\0'));
-  EXPECT_EQ(describe(dest + "/c"), "end");
-}
-
 // zlib also checks the gzip header's own CRC, which libdeflate passes over: such an archive is
 // read whole from the inflated copy, whether zlib started beside the inflating or not.
+class OneMemberBesideZlib : public UntarFixture {};
 TEST_F(OneMemberBesideZlib, AHeaderCheckOnlyZlibMakesDoesNotStopIt) {
   buildArchive("HEADER_CRC = True; file('a', noise(3000))");
   inflation = UnTar::Inflation::Streaming;

@@ -26,7 +26,6 @@ class AotCache : public LaunchFixture {
   }
   ScopedEnvironment env;
   std::string appRootDir;
-  const PlistDict enabledInC{{"AotCacheEnabled", true}, {"AotCacheBuildId", "b"}, {"AotCachePath", tmp / "c/app"}};
 };
 
 const PlistDict enabled{{"AotCacheEnabled", true}, {"AotCacheBuildId", "b1"}};
@@ -50,27 +49,6 @@ TEST_F(AotCache, OnlyWhenEveryConditionHoldsTrainsThenUsesTheDefaultLocation) {
   EXPECT_NE(moved.back(), "-XX:AOTCacheOutput=" + file);
   env.set("BRACKWOOD_NO_AOT_CACHE", "");
   EXPECT_TRUE(optionsFor(enabled, "25.0.1", 25, "moved.jdk").empty());
-}
-
-TEST_F(AotCache, VersionKeysAndStaleFilesOfTheStem) {
-  const std::pair<const char*, const char*> cases[] = {
-      {"25.0.1", "25.0.1"}, {"25", "25"}, {"25.0.1.2", "25.0.1"}, {"25+36", "25.36"}, {"25-ea", "25"}};
-  for (const auto& [version, key] : cases) {
-    std::vector<std::string> options = optionsFor(enabledInC, version);
-    ASSERT_EQ(options.size(), 3u) << version;
-    EXPECT_EQ(options[2], "-XX:AOTCacheOutput=" + tmp / "c/app-b-" + key + "-" +
-                              std::to_string(crc(tmp / "jdk-25.jdk/Contents/Home")) + ".aot");
-  }
-  writeFile(tmp / "c/app-old-21-1.aot", "");
-  writeFile(tmp / "c/app-other.aot", "");    // shares the prefix: removed too
-  writeFile(tmp / "c/application.aot", "");  // no "-" after the stem: kept
-  writeFile(tmp / "c/keep.aot", "");
-  shell("mkdir -p " + tmp / "c/app-dir");
-  EXPECT_EQ(optionsFor(enabledInC).size(), 3u);
-  auto left = *fs::listDirectory(tmp / "c");
-  std::sort(left.begin(), left.end());
-  EXPECT_EQ(left, (std::vector<std::string>{"app-dir", "application.aot", "keep.aot"}));
-  EXPECT_FALSE(fs::exists(tmp / "c/install-dir"));
 }
 
 }  // namespace

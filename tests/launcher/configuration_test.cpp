@@ -1,5 +1,4 @@
-// From a configuration to values: the directory layouts, variables, option files and the
-// Java parameters, each as a table.
+// From a configuration to values: directory layouts, variables, option files, Java parameters, each as a table.
 #include "base/errors.h"
 #include "launch_fixture.h"
 #include "launcher/java_parameters.h"
@@ -163,26 +162,6 @@ TEST_F(Configuration, OptionFileLinesIncludesAndClassPath) {
                 predefined, std::string("cp"), scope),
             std::string("cp:extra.jar"));
   EXPECT_EQ(predefined, (std::vector<std::string>{"-Da", "-Dincluded", "-classpath x", " -Dspaced "}));
-}
-
-TEST_F(Configuration, ParametersFromStateAndFacts) {
-  writeFile(tmp / "Apps/Tool.vmoptions", "-Dsame=1\n");
-  const LaunchContext& context =
-      bundleLaunch({{"CFBundleName", "Tool"},
-                    {"bwk.service", "legacy"},  // for command-line launchers only
-                    {"JavaVM", PlistValue(PlistDict{{"VMOptionArray", stringArray({"-Dsame=1"})},
-                                                    {"ModulePath", "mods:$BWK_T_UNSET_MP"},
-                                                    {"MainClass", "com.example.${NOT}"},
-                                                    {"StartOnMainThread", true}})}});
-  ChosenRuntime previous = runtime();
-  previous.previousInstallation = true;
-  LaunchFacts facts{{"-XX:AOTCache=/c.aot"}, std::nullopt, std::string("/b/jre.tar.gz")};
-  JavaParameters p = readJavaParameters(context, previous, facts);
-  EXPECT_EQ(p.options,
-            (std::vector<std::string>{"-Dfenmo.moduleName=" + bundle, "-Dsame=1", "-XX:AOTCache=/c.aot", "-Dsame=1",
-                                      "-p", "mods", "-Dbwk.previousJdk=true", "-Dbwk.tarFile=/b/jre.tar.gz"}));
-  EXPECT_EQ(p.mainClass, std::string("com.example.${NOT}"));
-  EXPECT_TRUE(p.startOnMainThread);
 }
 
 TEST_F(Configuration, VersionSpecificPatterns) {

@@ -1,5 +1,4 @@
-// The system's installed runtimes: runtimes made by the tests, mounted over the system's
-// runtime directory in a private mount namespace.
+// Installed runtimes: runtimes the tests make, mounted over the system's runtime directory in a private namespace.
 #include <grp.h>
 
 #include <cstdio>

@@ -1,7 +1,4 @@
-// The order in which the launcher picks its runtime: authorization restart, override,
-// shipped and private runtimes, the search sequence, and the unpacking of fixed runtimes.
-#include <cstdlib>
-
+// The order in which the launcher picks its runtime: override, shipped runtime, the search sequence.
 #include "launch_fixture.h"
 
 namespace bwk::test {
@@ -26,38 +23,7 @@ class RuntimeSearch : public LaunchFixture {
   }
 };
 
-TEST_F(RuntimeSearch, AuthorizationRestartTakesTheGivenRuntimeOrThePrivateOne) {
-  shipped("Resources", "11.0.2");
-  std::string given = runtime("given", "17.0.2");
-  EXPECT_EQ(found(bundleLaunch({{"bwk.minVersion", "21"}}, {"/prog", "__bwk_auth_restart", given})),
-            given + " 17.0.2 17");
-  writeFile(appRoot + "/.brackwood/jre/bin/java", "");
-  EXPECT_EQ(found(bundleLaunch({}, {"/prog", "__bwk_auth_restart", tmp / "x/jre.bundle"})),
-            appRoot + "/.brackwood/jre 1.7.0 -1");  // used as it is: no version read
-}
-
-TEST_F(RuntimeSearch, OverrideLastSourceWins) {
-  const std::tuple<const char*, bool, bool, bool, const char*> cases[] = {
-      // in the plist, file, command line
-      {"all three", true, true, true, "/c"},
-      {"plist and file", true, true, false, "/b"},
-      {"plist only", true, false, false, "/a"},
-      {"none", false, false, false, nullptr},
-  };
-  for (const auto& [name, plist, file, commandLine, expected] : cases) {
-    fs::removeItem(tmp / "Apps/Tool.vmoptions");
-    if (file) writeFile(tmp / "Apps/Tool.vmoptions", "-Xmx1g\n-jvm=/b\n-Dx=1\n");
-    PlistDict javaVM;
-    if (plist) javaVM["VMOptionArray"] = stringArray({"-jvm=/a", "-Xss1m"});
-    const LaunchContext& context = bundleLaunch(
-        {{"bwk.allowPassthrough", true}, {"JavaVM", PlistValue(javaVM)}},
-        commandLine ? std::vector<std::string>{"/prog", "-J-jvm=/c", "arg"} : std::vector<std::string>{"/prog"});
-    EXPECT_EQ(findOverrideJvm(context), expected ? OptionalString(expected) : std::nullopt) << name;
-  }
-}
-
-// An override in range beats the shipped runtime; out of range, the shipped one is used
-// whatever its version, unless it has none.
+// An override in range beats the shipped runtime; else the shipped one is used whatever its version, if it has one.
 TEST_F(RuntimeSearch, OverrideThenShippedRuntime) {
   // A shipped runtime without a version is refused, and the search sequence is not tried.
   writeFile(bundle + "/Contents/Resources/jre.bundle/Contents/Info.plist", "<plist><dict>");
@@ -68,26 +34,6 @@ TEST_F(RuntimeSearch, OverrideThenShippedRuntime) {
   writeFile(tmp / "Apps/Tool.vmoptions", "-jvm=" + override17 + "\n");
   EXPECT_EQ(found(bundleLaunch({{"bwk.minVersion", "17"}})), override17 + " 17.0.2 17");
   EXPECT_EQ(found(bundleLaunch({{"bwk.minVersion", "21"}})), inResources + " 11.0.2-ea 11");
-}
-
-// Each round leaves out the locations before the one it expects; the private home is always there.
-TEST_F(RuntimeSearch, FixedLocationsInOrder) {
-  const std::string expected[] = {tmp / "installer", bundle + "/Contents/Resources/jre.bundle",
-                                  bundle + "/Contents/PlugIns/jre.bundle", appRoot + "/.brackwood/jre.bundle",
-                                  appRoot + "/.brackwood/jre"};
-  for (int first = 0; first < 5; ++first) {
-    for (const std::string& dir :
-         {tmp / "installer", bundle + "/Contents/Resources", bundle + "/Contents/PlugIns", appRoot + "/.brackwood"})
-      fs::removeItem(dir);
-    if (first <= 0) makeFakeRuntime(tmp / "installer", "11.0.1", "bundle");
-    if (first <= 1) shipped("Resources", "11.0.2");
-    if (first <= 2) shipped("PlugIns", "11.0.3");
-    if (first <= 3) makeFakeRuntime(appRoot + "/.brackwood/jre.bundle", "11.0.4", "bundle");
-    writeFile(appRoot + "/.brackwood/jre/release", "");
-    const LaunchContext& context = bundleLaunch({{"bwk.maxVersion", "1.8"}});
-    EXPECT_EQ(chosenPath(context, first == 0 ? OptionalString(tmp / "installer") : std::nullopt), expected[first])
-        << first;
-  }
 }
 
 TEST_F(RuntimeSearch, SearchSequenceEntries) {

@@ -190,8 +190,7 @@ TEST(JarReading, ClassPathUrlsRelativeToTheJarEntriesAndDamage) {
                                       "http://h/y.jar" + by + "not a file URL, left out as the runtime skips it",
                                       "/goneA\t.jar" + by + "no such file, left out as the runtime skips it",
                                       tmp / "m%zz.jar" + by + "no such file, left out as the runtime skips it"}));
-  // Jars as the tool reads them: entries stored or deflated, zip64 end records, and each
-  // kind of damage named.
+  // Jars as the tool reads them: entries stored or deflated, zip64 end records, and each kind of damage named.
   // zip.py NAME [patches]: a.txt deflated and b.txt stored; each patch "SIGNATURE+OFFSET=HEX"
   // overwrites bytes after the first record with that signature (L local, C central, E end, 6 zip64 end).
   writeFile(tmp / "zip.py", R"(import io, sys, zipfile
@@ -292,8 +291,7 @@ TEST(TarGzWriter, IndexedMembersThatEveryReaderReads) {
   EXPECT_TRUE(text::contains(shortened.error(), "shorter than when it was listed")) << shortened.error();
 }
 
-// A name or link target of up to 100 bytes fits its header; a longer one takes an entry of its
-// own before it, up to 1023 bytes.
+// A name or link target of up to 100 bytes fits its header; a longer one, up to 1023 bytes, an entry before it.
 TEST(TarGzWriter, LongNamesAndTargets) {
   TempDir tmp;
   writeFile(tmp / "f", "f");

@@ -158,8 +158,7 @@ TEST_F(BundleRuntime, LinkedRuntimeRunsAndChecksComplete) {
   EXPECT_EQ(shell("readelf -S " + home + "/lib/server/libjvm.so | grep -c symtab").out, "0\n") << "symbols stripped";
   std::vector<std::string> env;
 #if defined(__SANITIZE_ADDRESS__)
-  // The sanitizer's dlopen hides the caller's search path, so libjimage, unpacking a class
-  // compressed in the image, would not find libzip beside it.
+  // The sanitizer's dlopen hides the caller's search path: libjimage, inflating a class, would not find libzip.
   env.push_back("LD_LIBRARY_PATH=" + home + "/lib");
 #endif
   RunResult started = startApp(app, {}, env);
