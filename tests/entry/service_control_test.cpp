@@ -23,12 +23,12 @@ class ServiceControl : public ::testing::Test {
 
   // Runs the command-line path as "/opt/tools/mytool `words`" in a child, output in tmp/out and tmp/err. The process
   // that returns from the path writes its status, process, session, directory and descriptors to tmp/state.
-  int runCli(const PlistValue& config, const std::vector<std::string>& words, bool withoutStdin = false) {
+  int runCli(const PlistValue& config, const std::vector<std::string>& words, bool withoutStderr = false) {
     std::fflush(nullptr);
     childPid = fork();
     if (childPid == 0) {
-      if (withoutStdin) close(0);
       if (!freopen((tmp / "out").c_str(), "w", stdout) || !freopen((tmp / "err").c_str(), "w", stderr)) _exit(99);
+      if (withoutStderr) close(2);
       setenv("FAKE_JLI_RECORD", (tmp / "record").c_str(), 1);
       setenv("FAKE_JLI_STATUS", "7", 1);
       unsetenv("BRACKWOOD_LOG");
@@ -92,10 +92,10 @@ TEST_F(ServiceControl, ActionsOfEachMode) {
 }
 
 TEST_F(ServiceControl, LegacyStartDetachesAndThenLaunches) {
-  // The process that was started ends with 0 as soon as the service exists, also one started without stdin.
-  for (bool withoutStdin : {false, true}) {
+  // The process that was started ends with 0 as soon as the service exists, also one started without stderr.
+  for (bool withoutStderr : {false, true}) {
     shell("rm -f " + tmp / "state " + tmp / "record");
-    EXPECT_EQ(runCli(configuration("legacy"), {"start"}, withoutStdin), 0) << readFile(tmp / "err");
+    EXPECT_EQ(runCli(configuration("legacy"), {"start"}, withoutStderr), 0) << readFile(tmp / "err");
     EXPECT_EQ(readFile(tmp / "out"), "Starting mytool\n");
     for (int i = 0; i < 200 && !text::contains(readFile(tmp / "state"), "fd2="); ++i) sleepMs(50);  // written later
     std::string state = readFile(tmp / "state");

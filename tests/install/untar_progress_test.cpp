@@ -32,12 +32,11 @@ INSTANTIATE_TEST_SUITE_P(Inflations, ProgressTest, ::testing::ValuesIn(kInflatio
                          [](const auto& test) { return inflationName(test.param); });
 
 // Only those into `folder`: a thread left to finish may briefly hold one elsewhere.
-size_t descriptorsInto(const std::string& folder) {
+auto descriptorsInto(const std::string& folder) {
   std::error_code gone;
-  return static_cast<size_t>(
-      std::count_if(std::filesystem::directory_iterator("/proc/self/fd"), {}, [&](const auto& fd) {
-        return std::filesystem::read_symlink(fd.path(), gone).string().starts_with(folder + "/");
-      }));
+  return std::count_if(std::filesystem::directory_iterator("/proc/self/fd"), {}, [&](const auto& fd) {
+    return std::filesystem::read_symlink(fd.path(), gone).string().starts_with(folder + "/");
+  });
 }
 
 // The destination first, a report before each file and each 32768-byte piece that moves it, 100 with "" last.
@@ -98,7 +97,7 @@ TEST_P(ProgressTest, ReportsStreamPositionsInSinglePrecisionAndCancelsFromTheCal
     } catch (const InstallationCancelled&) {
       EXPECT_EQ(calls, throwAt);
     }
-    EXPECT_EQ(descriptorsInto(root), 0u) << throwAt;
+    EXPECT_EQ(descriptorsInto(root), 0) << throwAt;
   }
 }
 
