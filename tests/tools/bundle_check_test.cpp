@@ -50,9 +50,9 @@ TEST_F(BundleCheck, EachDamageGivesExactlyItsFindings) {
   writePlist(tmp / "evar/Contents/Info.plist",
              PlistValue(PlistDict{{"JavaVM", PlistDict{{"JVMVersion", "17.0.4"}}}, {"EvarVersion", "17.0.4-ea"}}));
   shell("cd " + tmp.path() + " && mkdir empty && touch file && head -c 3000 /dev/urandom >jre17/zz && " +
-        "tar -czf good.tar.gz -C jre17 Contents && tar -czf nested.tar.gz -C nested jdk-17 && " +
-        "tar -czf base.tar.gz -C jre-base Contents && tar -b1 -cf cut.tar -C jre17 Contents zz && " +
-        "head -c -2000 cut.tar | gzip >cut.tar.gz");
+        "tar -czf good.tar.gz -C jre17 Contents && tar -czf base.tar.gz -C jre-base Contents && " +
+        "tar -czf nested.tar.gz -C nested jdk-17 -C .. beta empty evar file jdk17 && " +
+        "tar -b1 -cf cut.tar -C jre17 Contents zz && head -c -2000 cut.tar | gzip >cut.tar.gz");
   auto sizeOf = [&](const std::string& archive) {
     return std::stoll(shell("gzip -dc " + tmp / archive + " | wc -c").out);
   };
@@ -232,7 +232,7 @@ TEST_F(BundleCheck, EachDamageGivesExactlyItsFindings) {
        {{"bwk.jreUncompressedSize", cut}}},
       {"cp $T/nested.tar.gz" + archive,
        {A + "wrong layout: unpacked, it " + noVersion +
-        ". The archive must hold Contents/Home/...; its top level holds jdk-17"},
+        ". The archive must hold Contents/Home/...; its top level holds beta, empty, evar, file, jdk-17, jdk17"},
        {{"bwk.jreUncompressedSize", nested}}},
       {"cp $T/good.tar.gz" + archive,
        {A + "ships runtime 17.0.2-ea, " + range},
