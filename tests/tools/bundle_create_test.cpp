@@ -49,13 +49,13 @@ TEST(BundleCreate, RefusalsLeaveTheOutputAsItWas) {
               ".\n./Hello.app\n./Hello.app/marker\nold\n")
         << message;
   }
-  // A space may be part of a name, a control character, a / or .. not; a class name is of Java letters (every
-  // byte of UTF-8 from 0x80 up), and digits, _ and $ after the first.
+  // A space may be part of a name, a control character, a / or .. not, nor may it be empty; a class name is of Java
+  // letters (every byte of UTF-8 from 0x80 up), and digits, _ and $ after the first.
   int output = 0;
   for (const auto& [name, mainClass, status] :
        {std::tuple("A\x1f", "Hello", 2), std::tuple("A B", "Hello", 0), std::tuple("M", "p\xC3\x80.Hello", 0),
         std::tuple("M", "a1._$", 0), std::tuple("M", "a-b", 2), std::tuple("a/b", "Hello", 2),
-        std::tuple("..", "Hello", 2)})
+        std::tuple("..", "Hello", 2), std::tuple("", "Hello", 2)})
     EXPECT_EQ(bundleTool({"create", "--name", name, "--main-class", mainClass, "--jar", helloJar(), "--output",
                           tmp / ("m" + std::to_string(++output))})
                   .status,
@@ -179,7 +179,7 @@ TEST(JarReading, ClassPathUrlsRelativeToTheJarEntriesAndDamage) {
   shell(
       "cd " + tmp.path() + " && mkdir -p 'd~~ZZ++09?_' && python3 -c \"import zipfile; " +
       "zipfile.ZipFile('main.jar', 'w').writestr('META-INF/MANIFEST.MF', 'Manifest-Version: 1.0\\r\\nClass-Path: " +
-      "d%7e%7E%5a%5A%2b%2B%30%39%3f%5F/ file://host/x.jar http://h/y.jar file:///gone%41%09.jar m%zz.jar\\r\\n\\r\\n')\"");
+      "d%7e%7E%5a%5A%2b%2B%30%39%3f%5F/ file://host/x.jar\\fhttp://h/y.jar file:///gone%41%09.jar m%zz.jar\\r\\n\\r\\n')\"");
   bundle::JarClassPath resolved = bundle::resolveJarClassPath({tmp / "main.jar"});
   ASSERT_EQ(resolved.items.size(), 2u);
   EXPECT_EQ(resolved.items[1].path, tmp / "d~~ZZ++09?_");
@@ -300,9 +300,9 @@ TEST(TarGzWriter, LongNamesAndTargets) {
   ASSERT_TRUE(writer.addFile(std::string(100, 'n'), tmp / "f", 1, 0644, 0) &&
               writer.addSymlink("l", std::string(100, 't'), 0) &&
               writer.addFile(std::string(1023, 'm'), tmp / "f", 1, 0644, 0) && writer.finish());
-  bundle::TarGzWriter refusing;
-  ASSERT_TRUE(refusing.open(tmp / "b.tar.gz"));
-  EXPECT_FALSE(refusing.addFile(std::string(1024, 'm'), tmp / "f", 1, 0644, 0));
+  bundle::TarGzWriter refusing, notUtf8;  // a name too long; a link target that is no UTF-8
+  ASSERT_TRUE(refusing.open(tmp / "b.tar.gz") && notUtf8.open(tmp / "c.tar.gz"));
+  EXPECT_FALSE(refusing.addFile(std::string(1024, 'm'), tmp / "f", 1, 0644, 0) || notUtf8.addSymlink("l", "\xff", 0));
   EXPECT_TRUE(text::contains(refusing.error(), "longer than the 1023 bytes")) << refusing.error();
   // The type and mode of each header in turn, up to the end of the archive.
   std::string tar = shell("gzip -dc " + tmp / "a.tar.gz").out, types;
