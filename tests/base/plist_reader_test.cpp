@@ -139,9 +139,8 @@ TEST(BinaryPropertyList, HandBuiltObjects) {
   const std::string oneInt = binaryPlist({bytes({0x10, 0x07})});
   const ReadCase cases[] = {
       {"float32 real", binaryPlist({bytes({0x22, 0x40, 0x48, 0x00, 0x00})}), nullptr, 3.125},
-      {"16-byte negative integer", binaryPlist({bytes({0x14, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF,
-                                                       0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFE})}),
-       nullptr, -2},
+      {"16-byte integers", binaryPlist({bytes({0xA2, 1, 2}), bytes({0x14}) + std::string(15, '\xFF') + "\xFE",
+                                        bytes({0x14}) + std::string(15, '\0') + "\x05"}), nullptr, PlistArray{-2, 5}},
       {"8-byte negative integer", binaryPlist({bytes({0x13, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFE})}), nullptr, -2},
       {"data ending at the offset table", binaryPlist({bytes({0x4A}) + "0123456789"}), nullptr,
        PlistData{{'0', '1', '2', '3', '4', '5', '6', '7', '8', '9'}}},
