@@ -57,7 +57,7 @@ TEST(ArchiveIndex, ReadsBackWhatWasWrittenOnlyWhenItFitsAndThreadsAskedFor) {
       encodeArchiveIndex(std::vector<std::pair<uint32_t, uint32_t>>(kIndexedMemberMaxCount + 1, {20, 1})).empty());
   EXPECT_FALSE(encodeArchiveIndex(std::vector<std::pair<uint32_t, uint32_t>>(kIndexedMemberMaxCount, {20, 1})).empty());
   const std::vector<std::pair<const char*, std::function<void(Archive&)>>> cases = {
-      {"count 2^32", [](Archive& a) { a.bytes[a.entries - 4] = 1; }},
+      {"count 2^61 + 3, times 8 the length listed", [](Archive& a) { a.bytes[a.entries - 1] = 0x20; }},
       {"count 0", [](Archive& a) { a.bytes[a.entries - 8] = 0; }},
       {"count one more than listed", [](Archive& a) { a.bytes[a.entries - 8] = 4; }},
       {"version 2", [](Archive& a) { a.bytes[a.entries - 9] = 2; }},
