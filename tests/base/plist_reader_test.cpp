@@ -307,7 +307,7 @@ TEST(TextPropertyList, HandWrittenFileEveryEncodingAndShortInputs) {
       {"octal escapes", R"("k" = "\0\7\077\70";)", nullptr, PlistDict{{"k", std::string("\0\a?8", 4)}}},
       {"unquoted words and hexadecimal digits", "{ AZaz09_$ = <09afAF>; }", nullptr,
        PlistDict{{"AZaz09_$", PlistData{{0x09, 0xaf, 0xaf}}}}},
-      {"lone low surrogate", "\"k\" = \"\\UDFFF\";", nullptr, PlistDict{{"k", "\xEF\xBF\xBD"}}},
+      {"lone low surrogate, a digit after it", "\"k\" = \"\\UDFFF0\";", nullptr, PlistDict{{"k", "\uFFFD0"}}},
       {"errors carry the line", "{ a = b;\n  c d; }", "line 2"},
       {"deep nesting", std::string(100000, '('), "nesting too deep"},
   };
