@@ -87,7 +87,7 @@ TEST(PropertyListReader, ChoosesTheFormatByContentAndReadsXml) {
       {"base64 after padding", "<data>AA==AA</data>", "base64"},
       {"element inside string", "<string>a<b/></string>", "inside <string>"},
       {"text between entries", "<dict>stray<key>a</key><true/></dict>", "unexpected text"},
-      {"content in true", "<true>yes</true>", "must be empty"},
+      {"content in true, not blanks", "<array><true> </true>\n<true>yes</true></array>", "must be empty at line 3"},
       {"two top values", "<string>a</string><string>b</string>", "more than one value"},
       {"empty plist", "", "empty <plist>"},
       {"syntax errors carry the line", "<dict>\n<key>a</key>\n<string>b</strin>\n</dict>", "at line 4"},
