@@ -154,9 +154,10 @@ TEST_F(EmbedTool, MachOCopiesCarryTheConfigurationOrAreRefused) {
   put32(fat, 0, 0xbebafeca);
   Bytes busy = machOExecutable();
   busy[32 + get32(busy, 20) + 5] = 1;
-  // Data after the signature in __LINKEDIT (its command is the last, after __LINKEDIT's).
-  Bytes notLast = signedImage(machOExecutable());
+  // Data after the signature in __LINKEDIT, or a signature past its end (its command is the last, after __LINKEDIT's).
+  Bytes notLast = signedImage(machOExecutable()), pastLinkedit = notLast;
   put64(notLast, 32 + 72 + 152 + 232 + 48, get64(notLast, 32 + 72 + 152 + 232 + 48) + 0x20);
+  put64(pastLinkedit, 32 + 72 + 152 + 232 + 48, get64(pastLinkedit, 32 + 72 + 152 + 232 + 48) - 0x10);
   Bytes twice = signedImage(signedImage(machOExecutable(0x900)));
   Bytes pastEnd = universalFile({{0x01000007, 12, machOExecutable()}}, false);
   putBe32(pastEnd, 8 + 12, static_cast<uint32_t>(pastEnd.size()));
@@ -170,6 +171,7 @@ TEST_F(EmbedTool, MachOCopiesCarryTheConfigurationOrAreRefused) {
       {fat, "not a well-formed universal file"},
       {busy, "in use"},
       {notLast, "not the end of __LINKEDIT"},
+      {pastLinkedit, "not the end of __LINKEDIT"},
       {twice, "more than one code signature"},
       {pastEnd, "x86_64 slice lies past its end"},
       {badSlice, "the arm64 slice: no __LINKEDIT"},
