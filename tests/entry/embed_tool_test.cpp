@@ -156,8 +156,8 @@ TEST_F(EmbedTool, MachOCopiesCarryTheConfigurationOrAreRefused) {
   busy[32 + get32(busy, 20) + 5] = 1;
   // Data after the signature in __LINKEDIT, or a signature past its end (its command is the last, after __LINKEDIT's).
   Bytes notLast = signedImage(machOExecutable()), pastLinkedit = notLast;
-  put64(notLast, 32 + 72 + 152 + 232 + 48, get64(notLast, 32 + 72 + 152 + 232 + 48) + 0x20);
-  put64(pastLinkedit, 32 + 72 + 152 + 232 + 48, get64(pastLinkedit, 32 + 72 + 152 + 232 + 48) - 0x10);
+  put64(notLast, linkedit + 48, get64(notLast, linkedit + 48) + 0x20);
+  put64(pastLinkedit, linkedit + 48, get64(pastLinkedit, linkedit + 48) - 0x10);
   Bytes twice = signedImage(signedImage(machOExecutable(0x900)));
   Bytes pastEnd = universalFile({{0x01000007, 12, machOExecutable()}}, false);
   putBe32(pastEnd, 8 + 12, static_cast<uint32_t>(pastEnd.size()));
