@@ -15,11 +15,11 @@ class PreviousInstallations : public LaunchFixture {
     writePlist(tmp / "config/brackwood/com.brackwood.installations.plist",
                PlistValue(PlistDict{{"/com/brackwood/installations/", PlistValue(std::move(records))}}));
   }
-  // Searches with "I" only, between 1.8 and 1.8.
+  // Searches with "I" only, between 1.8 and 1.8.0.
   std::optional<ChosenRuntime> search(PlistDict extra = {}) {
     PlistDict info{{"bwk.appId", "1234-5678"},
                    {"bwk.minVersion", "1.8"},
-                   {"bwk.maxVersion", "1.8"},
+                   {"bwk.maxVersion", "1.8.0"},
                    {"JavaVM", searchSequence({"I"})}};
     for (auto& [k, v] : extra) info[k] = v;
     std::optional<ChosenRuntime> chosen = findJavaBundle(bundleLaunch(std::move(info)), std::nullopt);
@@ -50,8 +50,8 @@ TEST_F(PreviousInstallations, RuntimesOfRecordedDirectories) {
            a + ";" + b, a + "/.brackwood/jre", false, false),
       Case("the last private runtime decides", {{a + v, "1.8.0_291", false}}, b + ";" + a, a + "/.brackwood/jre", false,
            false),
-      Case("an out-of-range private runtime replaces an accepted one",
-           {{a + v, "1.8.0_291", false}, {b + v, "17.0.2", false}}, a + ";" + b, std::nullopt, false, false),
+      Case("an out-of-range private runtime replaces an accepted one, read as 1.8.291, not as the plug-in's 1.8.0_291",
+           {{a + v, "1.8.0_291", false}, {b + v, "1.8.291.10", false}}, a + ";" + b, std::nullopt, false, false),
       Case("bundles in order until one is accepted",
            {{a + j, "17.0.2", true}, {b + plugIn, "1.8.0_291", true}, {third + j, "1.8.0_300", true}},
            ";" + a + ";" + b + ";" + third, b + plugIn, true, true),
