@@ -90,12 +90,12 @@ TEST_F(BundleCheck, EachDamageGivesExactlyItsFindings) {
         noMain}},
       {"echo '(a)' >Hello.app/Contents/Info.plist",
        {I + "is no dictionary; the launcher runs with an empty configuration", noMain}},
+      // bwk.mVersion is as near to bwk.minVersion as to bwk.maxVersion: the first is named.
       {"",
        {I + "AB: unknown key: the launcher does not read it",
         I + "JavaVMxyz: unknown key: the launcher does not read it",
         I + "Whatever: unknown key: the launcher does not read it",
-        I + "bwk.mVersion: unknown key: the launcher does not read it (did you mean bwk.minVersion?)"},  // the first of
-                                                                                                         // two as near
+        I + "bwk.mVersion: unknown key: the launcher does not read it (did you mean bwk.minVersion?)"},
        {{"bwk.mVersion", "11"}, {"Whatever", 1}, {"NSSomething", 1}, {"AB", 1}, {"JavaVMxyz", 1}}},
       {"", {I + "MainClass: belongs in the JavaVM dictionary: ignored here"}, {{"MainClass", "Hello"}}},
       {"",
@@ -209,7 +209,8 @@ TEST_F(BundleCheck, EachDamageGivesExactlyItsFindings) {
        {{"JavaVM.VMOptionArray", PlistArray{"--add-opens", "java.base/java.io=ALL-UNNAMED"}}}},
       // A shipped runtime
       {"touch " + R + "/jre.bundle", {J + "cannot be read as a directory"}},
-      {"mkdir " + R + "/jre.bundle", {J + noVersion}},
+      {"cd " + R + " && mkdir -p jre.bundle/Contents && echo '{CFBundleVersion=17;}' >jre.bundle/Contents/Info.plist",
+       {J + noVersion}},
       {"cp -a $T/jre17 " + R + "/jre.bundle && rm -r " + R + "/jre.bundle/*/*/lib",
        {J + "holds no runtime launcher library (Contents/Home/lib/libjli)"}},
       {"cp -a $T/jre17 " + R + "/jre.bundle", {J + "ships runtime 17.0.2-ea, " + range}, {{"bwk.minVersion", "21"}}},
