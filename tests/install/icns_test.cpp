@@ -28,10 +28,10 @@ TEST(Icns, LargestPngChunkIsChosen) {
            {{"ic07", claiming(0xffffff, 1)}, {"ic08", claiming(1 << 24, 1)}, {"ic09", claiming(0x1000001, 1)}}),
        claiming(0x1000001, 1)},  // every byte of a dimension counts
       {icnsContainer({{"ic07", small}, {"ic08", large.substr(0, 24)}}), large.substr(0, 24)},  // up to the height
-      {icnsContainer({{"icp6", small}, {"ic12", large}}), large},
-      {icnsContainer({{"ic08", large}, {"ic13", solidPng(128, 0, 0, 255)}}), large},  // the first of equals
-      {icnsContainer({{"it32", large}, {"TOC ", large}, {"icp4", small}}), small},    // no PNG slots
-      {icnsContainer({{"ic09", std::string(300, 'j')}, {"ic07", small}}), small},     // no PNG signature
+      {icnsContainer({{"icp6", ""}, {"ic12", large}}), large},                                 // past an empty chunk
+      {icnsContainer({{"ic08", large}, {"ic13", solidPng(128, 0, 0, 255)}}), large},           // the first of equals
+      {icnsContainer({{"it32", large}, {"TOC ", large}, {"icp4", small}}), small},             // no PNG slots
+      {icnsContainer({{"ic09", std::string(300, 'j')}, {"ic07", small}}), small},              // no PNG signature
       {declaredShort, small},
       {truncated, small},
       {zeroLength, small},
