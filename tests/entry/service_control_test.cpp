@@ -1,6 +1,5 @@
-// Service control of a command-line launcher: the actions each mode accepts, the usage
-// lines, and the legacy start that detaches before the runtime starts. Each case runs the
-// command-line path in a child process, with a fake runtime that records its vector.
+// Service control of a command-line launcher: the actions each mode accepts, the usage lines, and the legacy start
+// that detaches before the runtime starts. Each case runs in a child, with a fake runtime recording its vector.
 #include <fcntl.h>
 #include <sys/wait.h>
 

@@ -1,6 +1,5 @@
-// Extraction of archives, hostile ones included, inflated in one piece and streamed: the
-// result, the system-log messages, what lands in the destination, and that nothing outside
-// it changes. Also the header numbers and when the archive is inflated in one piece.
+// Extraction of archives, hostile ones included, inflated in one piece and streamed: the result, the system-log
+// messages, what lands in the destination and that nothing outside it changes. Also the header numbers.
 
 #include "install/inflated_tar_stream.h"
 #include "platform/platform.h"

@@ -306,10 +306,11 @@ TEST_F(BundleCheck, CommandLinesItCannotUse) {
       {{"create", "--name", "X", "--main-class", "app.0day", "--jar", helloJar(), "--output", tmp / "o"},
        "no Java class name"},
       {{"unpack"}, "unknown command"},
+      {{}, "usage: brackwood-bundle create"},
   };
   for (const auto& [words, message] : cases) {
     RunResult r = bundleTool(words);
-    EXPECT_TRUE(r.status == 2 && text::contains(r.err, message)) << words[0] << " " << message << ": " << r.err;
+    EXPECT_TRUE(r.status == 2 && text::contains(r.err, message)) << text::join(words, " ") << ": " << r.err;
   }
   EXPECT_FALSE(fs::exists(tmp / "o")) << "nothing is written for a refused command line";
   for (const std::vector<std::string>& words :
