@@ -1,6 +1,5 @@
-// brackwood-bundle check: a sound bundle made by create has no findings; each row copies it,
-// does one damage, and expects exactly the findings check prints for it, as lines and as JSON.
-// Command lines it cannot use give 2; help is given on request.
+// brackwood-bundle check: a sound bundle made by create has no findings; each row copies it, does one damage and
+// expects exactly the findings check prints, as lines and as JSON. Unusable command lines give 2; help is on request.
 #include "base/plist_reader.h"
 #include "bundle_tool.h"
 
