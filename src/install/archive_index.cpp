@@ -51,8 +51,9 @@ std::string encodeArchiveIndex(const std::vector<std::pair<uint32_t, uint32_t>>&
 
 std::optional<std::vector<IndexedMember>> readArchiveIndex(const char* file, size_t fileSize) {
   const auto* bytes = reinterpret_cast<const unsigned char*>(file);
-  constexpr size_t kFixed = sizeof kHeader + 2 + kFieldHead + kPayloadHead + kEndField + sizeof kEmptyEnd;
-  if (fileSize < kFixed || std::memcmp(bytes + fileSize - sizeof kEmptyEnd, kEmptyEnd, sizeof kEmptyEnd) != 0)
+  // The end field and the empty member are read from the end; the index's own length is checked below.
+  if (fileSize < kEndField + sizeof kEmptyEnd ||
+      std::memcmp(bytes + fileSize - sizeof kEmptyEnd, kEmptyEnd, sizeof kEmptyEnd) != 0)
     return std::nullopt;
   const unsigned char* endField = bytes + fileSize - sizeof kEmptyEnd - kEndField;
   if (endField[0] != 'B' || endField[1] != 'e' || littleEndian(endField + 2, 2) != 2) return std::nullopt;
