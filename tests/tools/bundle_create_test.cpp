@@ -25,7 +25,8 @@ TEST(BundleCreate, RefusalsLeaveTheOutputAsItWas) {
   TempDir tmp;
   writeFile(tmp / "not-a-jar.jar", "plain text");
   writeFile(tmp / "broken.icns", std::string("icns\0\0\0\x09x", 9));
-  shell("mkdir -p " + tmp / "empty");
+  shell("cd " + tmp.path() + " && mkdir empty && echo '(a)' >a.strings && echo '{ButtonCancel=(x);}' >b.strings && " +
+        "echo '{ButtonCancel=Stop; Nope=x;}' >c.strings && echo '{ButtonCancel=Stop;}' >ok.strings");
   makeFakeRuntime(tmp / "jdk", "17.0.2");
   const std::vector<std::tuple<std::vector<std::string>, int, std::string>> cases = {
       {{}, 1, "Hello.app exists (--force replaces it)"},
@@ -33,6 +34,9 @@ TEST(BundleCreate, RefusalsLeaveTheOutputAsItWas) {
       {{"--jar", tmp / "not-a-jar.jar"}, 1, "not-a-jar.jar: not a jar: "},
       {{"--runtime", tmp / "empty", "--force"}, 1, "not a Java runtime the launcher can use"},
       {{"--icon", tmp / "broken.icns", "--force"}, 1, "broken.icns: "},  // fails while the bundle is built
+      {{"--strings", tmp / "a.strings", "--force"}, 1, "a.strings: not a strings table"},
+      {{"--strings", tmp / "b.strings", "--force"}, 1, "b.strings: ButtonCancel is no text"},
+      {{"--strings", tmp / "c.strings", "--force"}, 1, "c.strings: Nope is no message of the launcher"},
       {{"--min-version", "17", "--max-version", "11"}, 2, "--max-version 11 is below --min-version 17"},
       {{"--reuse-unpacked-runtime"}, 2, "--reuse-unpacked-runtime needs --runtime-as archive"},
       {{"--progress-window", "sometimes"}, 2, "--progress-window takes auto, always or never"},
@@ -50,12 +54,12 @@ TEST(BundleCreate, RefusalsLeaveTheOutputAsItWas) {
         << message;
   }
   // A space may be part of a name, a control character, a / or .. not, nor may it be empty; a class name is of Java
-  // letters (every byte of UTF-8 from 0x80 up), and digits, _ and $ after the first.
+  // letters (every byte of UTF-8 from 0x80 up), and digits, _ and $ after the first of each part.
   int output = 0;
   for (const auto& [name, mainClass, status] :
        {std::tuple("A\x1f", "Hello", 2), std::tuple("A B", "Hello", 0), std::tuple("M", "p\xC3\x80.Hello", 0),
         std::tuple("M", "a1._$", 0), std::tuple("M", "a-b", 2), std::tuple("a/b", "Hello", 2),
-        std::tuple("..", "Hello", 2), std::tuple("", "Hello", 2)})
+        std::tuple("..", "Hello", 2), std::tuple("", "Hello", 2), std::tuple("M", "app.0day", 2)})
     EXPECT_EQ(bundleTool({"create", "--name", name, "--main-class", mainClass, "--jar", helloJar(), "--output",
                           tmp / ("m" + std::to_string(++output))})
                   .status,
@@ -71,10 +75,11 @@ TEST(BundleCreate, RefusalsLeaveTheOutputAsItWas) {
     RunResult r = bundleTool(twice);
     EXPECT_EQ(text::contains(r.err, " is given twice"), !text::contains(line, "(repeatable")) << line << r.err;
   }
-  RunResult forced = createHello(tmp / "out", {"--force"});
+  RunResult forced = createHello(tmp / "out", {"--force", "--strings", tmp / "ok.strings"});
   EXPECT_EQ(forced.status, 0) << forced.err;
   EXPECT_EQ(std::filesystem::status(tmp / "out/Hello.app").permissions(), std::filesystem::perms(0755));
-  EXPECT_EQ(shell("cd " + tmp / "out && find . -maxdepth 2").out, ".\n./Hello.app\n./Hello.app/Contents\n");
+  EXPECT_EQ(shell("cd " + tmp / "out && find . -maxdepth 2 && grep -h Cancel */*/*/en.lproj/*").out,
+            ".\n./Hello.app\n./Hello.app/Contents\n\"ButtonCancel\" = \"Stop\";\n");
 }
 
 // Stripping keeps every section but the debugging information and the symbol tables, each

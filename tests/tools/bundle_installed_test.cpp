@@ -1,6 +1,5 @@
-// brackwood-bundle create --input --main-jar: an installed application started from its bundle gets what `java -jar`
-// gives it on the same runtime (main class, class path in order, opened packages, the files beside its jar, the
-// caller's directory), and the manifest is read as the JDK reads it.
+// create --input --main-jar: an installed application started from its bundle gets what `java -jar` gives it on the
+// same runtime (main class, class path in order, opened packages, files beside its jar, the caller's directory).
 #include "base/path.h"
 #include "bundle_tool.h"
 #include "jar_manifest.h"

@@ -1,7 +1,6 @@
-// create, then check, then the bundle started through a real JVM with arguments the runtime must get unchanged (an
-// argument file among them is the runtime's to expand): without a runtime (the launcher searches), with the runtime as
-// a directory in the bundle (a path with a blank), as the archive unpacked into a temporary directory at every start
-// (gone at exit, however the application ends), and as a command-line launcher started from a shell in its folder.
+// create, check, then a start through a real JVM with arguments the runtime gets unchanged (an argument file among
+// them is the runtime's to expand): with no runtime (searched for), with one in the bundle (a path with a blank), as
+// the archive unpacked at every start (gone at exit, however it ends), and as a command-line launcher in its folder.
 #include "../install/icon_files.h"
 #include "bundle_tool.h"
 
