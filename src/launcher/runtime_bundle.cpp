@@ -56,7 +56,7 @@ PlistValue infoOf(const std::string& directory) {
 
 std::shared_ptr<RuntimeBundle> RuntimeBundle::open(const std::string& path) {
   // A broken link, a file and a directory that cannot be read are no bundles.
-  if (path.empty() || !fs::isDirectory(path) || !canReadDirectory(path)) return nullptr;
+  if (!canReadDirectory(path)) return nullptr;
   return std::make_shared<RuntimeBundle>(path, infoOf(path));
 }
 
