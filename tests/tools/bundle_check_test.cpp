@@ -165,7 +165,7 @@ TEST_F(BundleCheck, EachDamageGivesExactlyItsFindings) {
         F + "PrepareInstaller: '%d' in the text: the inserts are texts, written %@",
         F + "PrepareInstaller: '%s' in the text: the inserts are texts, written %@",
         F + "fenmo.InternalError: has 2 %@ but the message has 1 insert(s): the rest show nothing"}},
-      {"echo x >" + R + "/app.icns", {"Contents/Resources/app.icns: not an .icns file"}},
+      {"echo no-icon >" + R + "/app.icns", {"Contents/Resources/app.icns: not an .icns file"}},
       {"mkdir " + R + "/app.icns", {"Contents/Resources/app.icns: cannot be read"}},
       {"",
        {I + "CFBundleIconFile: names Contents/Resources/gone.icns, which does not exist"},
