@@ -24,7 +24,6 @@ std::optional<PlistValue> readInstallationRecords() {
 // The content of a private runtime's version file, when it is a readable UTF-8 file.
 OptionalString readVersionFile(const std::string& runtimeDirectory) {
   std::string versionFile = runtimeDirectory + "/brackwood_jre_version";
-  if (!fs::exists(versionFile) || fs::isDirectory(versionFile)) return std::nullopt;
   OptionalString contents = fs::readFile(versionFile);
   if (!contents || !text::isValidUtf8(*contents)) return std::nullopt;
   return contents;
