@@ -255,8 +255,9 @@ TEST_F(BundleCheck, EachDamageGivesExactlyItsFindings) {
             "bwk.allowBeta is not set; $T/evar (17.0.4): a pre-release, and bwk.allowBeta is not set; $T/jdk17 "
             "(17.0.2): below the minimum 17.0.3"},
        {{"bwk.minVersion", "17.0.3"},
-        {"JavaVM.SearchSequence", PlistArray{"R" + tmp / "file", "R" + tmp / "empty", "R" + tmp / "beta",
-                                             "R" + tmp / "evar", "R" + tmp / "jdk17"}}}},
+        {"JavaVM.SearchSequence",
+         PlistArray{"R" + tmp / "file", "R" + tmp / "empty", "R" + tmp / "beta", "EBWK_T_JDK", "R" + tmp / "jdk17"}}},
+       {"BWK_T_JDK=" + tmp / "evar"}},
       {"",
        {I + "bwk.maxVersion: no runtime of the search satisfies the range (bwk.minVersion (none), "
             "bwk.maxVersion 11); seen: $T/beta (18-ea): above the maximum 11; $T/jdk17 (17.0.2): above the "
