@@ -275,7 +275,7 @@ TEST(TextPropertyList, HandWrittenFileEveryEncodingAndShortInputs) {
       {"utf-16 le", utf16File(table, false)},
       {"xml in utf-16 be", utf16File(xml, true)},
       {"utf-8 with mark",
-       "\xEF\xBB\xBF/* x */ \"greeting\" = \"Grüße 日本 \xF0\x9F\x98\x80\"; key = value; shorthand;"},
+       "\xEF\xBB\xBF/* x */ \"greeting\" = \"Grüße 日本 \xF0\x9F\x98\x80\"; key =\fvalue;\vshorthand;"},
   };
   for (const auto& [name, bytes] : files) {
     test::writeFile(dir / "Localizable.strings", bytes);
