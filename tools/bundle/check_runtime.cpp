@@ -31,16 +31,17 @@ bool hasLauncherLibrary(const std::string& runtime) {
   return false;
 }
 
-// The version the launcher reads from a shipped runtime, in any range; absent when it reads none.
-std::optional<AcceptedVersion> shippedVersion(const std::string& runtime) {
-  std::shared_ptr<RuntimeBundle> opened = RuntimeBundle::open(runtime);
-  return opened ? checkJavaVersion(opened.get(), std::nullopt, std::nullopt, true, false) : std::nullopt;
+// The version the launcher reads from a shipped runtime, in any range; absent when it reads none
+// or the runtime could not be opened.
+std::optional<AcceptedVersion> shippedVersion(const RuntimeBundle* opened) {
+  return checkJavaVersion(opened, std::nullopt, std::nullopt, true, false);
 }
 
 // Why the launcher would not start a shipped runtime; absent when it would.
 std::optional<std::string> shippedRuntimeProblem(const std::string& runtime) {
-  if (!RuntimeBundle::open(runtime)) return "cannot be read as a directory";
-  if (!shippedVersion(runtime))
+  std::shared_ptr<RuntimeBundle> opened = RuntimeBundle::open(runtime);
+  if (!opened) return "cannot be read as a directory";
+  if (!shippedVersion(opened.get()))
     return "gives no version (no Contents/Info.plist with JavaVM/JVMVersion, no release file with JAVA_VERSION under "
            "Contents/Home): the launcher refuses it and shows the runtime message";
   if (!hasLauncherLibrary(runtime)) return "holds no runtime launcher library (Contents/Home/lib/libjli)";
@@ -51,7 +52,7 @@ std::optional<std::string> shippedRuntimeProblem(const std::string& runtime) {
 // not hold: the bundle runs on a version it says it does not accept.
 void checkShippedVersion(const LaunchContext& context, const std::string& runtime, const std::string& file,
                          Findings& findings) {
-  std::optional<AcceptedVersion> version = shippedVersion(runtime);
+  std::optional<AcceptedVersion> version = shippedVersion(RuntimeBundle::open(runtime).get());
   if (!version) return;
   const PlistValue& info = context.configuration;
   OptionalString min = info.string("bwk.minVersion"), max = info.string("bwk.maxVersion");
@@ -94,7 +95,7 @@ std::string topLevel(const std::string& directory) {
 }
 
 ShippedModules modulesOf(const std::string& location, const std::string& runtime) {
-  std::optional<AcceptedVersion> version = shippedVersion(runtime);
+  std::optional<AcceptedVersion> version = shippedVersion(RuntimeBundle::open(runtime).get());
   return ShippedModules{location, version ? version->version : "", runtimeModules(runtimeHome(runtime))};
 }
 
