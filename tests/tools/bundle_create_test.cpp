@@ -25,14 +25,14 @@ TEST(BundleCreate, RefusalsLeaveTheOutputAsItWas) {
   TempDir tmp;
   writeFile(tmp / "not-a-jar.jar", "plain text");
   writeFile(tmp / "broken.icns", std::string("icns\0\0\0\x09x", 9));
-  shell("cd " + tmp.path() + " && mkdir empty && echo '(a)' >a.strings && echo '{ButtonCancel=(x);}' >b.strings && " +
+  shell("cd " + tmp.path() + " && mkdir dir.jar && echo '(a)' >a.strings && echo '{ButtonCancel=(x);}' >b.strings && " +
         "echo '{ButtonCancel=Stop; Nope=x;}' >c.strings && echo '{ButtonCancel=Stop;}' >ok.strings");
   makeFakeRuntime(tmp / "jdk", "17.0.2");
   const std::vector<std::tuple<std::vector<std::string>, int, std::string>> cases = {
       {{}, 1, "Hello.app exists (--force replaces it)"},
       {{"--jar", tmp / "missing.jar"}, 1, "missing.jar: no such file or directory"},
-      {{"--jar", tmp / "not-a-jar.jar"}, 1, "not-a-jar.jar: not a jar: "},
-      {{"--runtime", tmp / "empty", "--force"}, 1, "not a Java runtime the launcher can use"},
+      {{"--jar", tmp.path()}, 1, "not-a-jar.jar: not a jar: "},  // of a folder, its .jar files
+      {{"--runtime", tmp / "dir.jar", "--force"}, 1, "not a Java runtime the launcher can use"},
       {{"--icon", tmp / "broken.icns", "--force"}, 1, "broken.icns: "},  // fails while the bundle is built
       {{"--strings", tmp / "a.strings", "--force"}, 1, "a.strings: not a strings table"},
       {{"--strings", tmp / "b.strings", "--force"}, 1, "b.strings: ButtonCancel is no text"},
