@@ -73,7 +73,8 @@ TEST(Format, Conversions) {
       {format("tail %"), "tail %"},
       {format("x%l"), "x%l"},
       {format("x%5"), "x%5"},
-      {format("%d %x %.1f %g %@ %p %@", 2.9, pointer, 3, 0.25, 1.5, nullptr, pointer), "2 1f 3.0 0.25 1.5 0x0 0x1f"},
+      {format("%d %x %.1f %g %@ %p %@ %ld %d", 2.9, pointer, 3, 0.25, 1.5, nullptr, pointer, 1LL << 32, 1LL << 32),
+       "2 1f 3.0 0.25 1.5 0x0 0x1f 4294967296 0"},  // without an l, the low 32 bits
       {format("%@", PlistValue(PlistDict{{"k", 1}})), "{\n    k = 1;\n}"},
   };
   for (const auto& [got, expected] : cases) EXPECT_EQ(got, expected);
