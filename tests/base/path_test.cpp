@@ -40,7 +40,7 @@ TEST(Path, StandardizeAppendComponentsParentAndExtension) {
       {"/a", "a", "/", ""},
       {"/", "/", "/", ""},
       {"", "", "", ""},
-      {"b", "b", "", ""},
+      {"b/", "b", "", ""},
       {"//a", "a", "/", ""},
       {"/x/jre.tar.gz", "jre.tar.gz", "/x", "gz"},
       {"/x/.hidden", ".hidden", "/x", ""},
