@@ -97,6 +97,7 @@ TEST_F(EmbedTool, ElfCopiesCarryTheConfigurationAndStillRunRefusalsLeaveNothing)
 
 constexpr uint64_t kBase = 0x100000000;
 
+// __bss is zero-fill: its file offset points at no content.
 Bytes machOExecutable(uint32_t firstSectionOffset = 0x800, bool withLinkedit = true, uint64_t linkeditSize = 0x123,
                       const Bytes& lastCommand = {}) {
   std::vector<Bytes> commands = {
@@ -104,7 +105,7 @@ Bytes machOExecutable(uint32_t firstSectionOffset = 0x800, bool withLinkedit = t
       segmentCommand("__TEXT", kBase, 0x1000, 0, 0x1000,
                      {{"__text", kBase + firstSectionOffset, 0x100, firstSectionOffset, 0x80000400}}),
       segmentCommand("__DATA", kBase + 0x1000, 0x4000, 0x1000, 0x1000,
-                     {{"__data", kBase + 0x1000, 0x10, 0x1000, 0}, {"__bss", kBase + 0x2000, 0x100, 0, 1}}),
+                     {{"__data", kBase + 0x1000, 0x10, 0x1000, 0}, {"__bss", kBase + 0x2000, 0x100, 0x100, 1}}),
   };
   if (withLinkedit) commands.push_back(segmentCommand("__LINKEDIT", kBase + 0x5000, 0x1000, 0x2000, linkeditSize));
   if (!lastCommand.empty()) commands.push_back(lastCommand);
@@ -135,8 +136,7 @@ TEST_F(EmbedTool, MachOCopiesCarryTheConfigurationOrAreRefused) {
   // The commands before __LINKEDIT's and every byte of the original contents are kept.
   EXPECT_EQ(get32(out, 16), get32(original, 16) + 1);
   size_t linkedit = 32 + 72 + (72 + 80) + (72 + 160);
-  EXPECT_TRUE(
-      std::equal(original.begin() + 32, original.begin() + static_cast<std::ptrdiff_t>(linkedit), out.begin() + 32));
+  EXPECT_TRUE(std::equal(original.begin() + 32, original.begin() + linkedit, out.begin() + 32));
   EXPECT_TRUE(std::equal(original.begin() + 0x800, original.end(), out.begin() + 0x800));
   // __LINKEDIT now covers the data, in the file and in memory.
   std::optional<macho::NoteLocation> note = macho::findNote(out);
