@@ -60,7 +60,7 @@ TEST(PropertyListReader, ChoosesTheFormatByContentAndReadsXml) {
       {"date and time", "<date>2001-01-01T01:02:03Z</date>", nullptr, PlistDate{3723}},
       {"real of a zero alone", "<real>0</real>", nullptr, 0.0},
       {"real from nine", "<real>9.5</real>", nullptr, 9.5},
-      {"real with an exponent", "<real>1e3</real>", nullptr, 1000.0},
+      {"real with an exponent", "<real>0.1e4</real>", nullptr, 1000.0},
       {"leap day", "<date>2000-02-29T00:00:00Z</date>", nullptr, PlistDate{-26524800}},
       {"first of March", "<date>2000-03-01T00:00:00Z</date>", nullptr, PlistDate{-26438400}},
       {"last second of a year", "<date>2001-12-31T23:59:60Z</date>", nullptr, PlistDate{31536000}},
@@ -78,6 +78,7 @@ TEST(PropertyListReader, ChoosesTheFormatByContentAndReadsXml) {
       {"integer past 64 bits", "<integer>99999999999999999999</integer>", "<integer>"},
       {"hour 24", "<date>2001-01-01T24:00:00Z</date>", "<date>"},
       {"bad real", "<real>1.5x</real>", "<real>"},
+      {"hexadecimal real", "<real>0X1p3</real>", "<real>"},
       {"bad date", "<date>2001-13-01T00:00:00Z</date>", "<date>"},
       {"day 32", "<date>2001-01-32T00:00:00Z</date>", "<date>"},
       {"date without an hour", "<date>2001-01-01T:00:00Z</date>", "<date>"},
@@ -93,8 +94,7 @@ TEST(PropertyListReader, ChoosesTheFormatByContentAndReadsXml) {
       {"syntax errors carry the line", "<dict>\n<key>a</key>\n<string>b</strin>\n</dict>", "at line 4"},
   };
   expectOutcomes(xml, [](const std::string& input, std::string* error) {
-    return readXmlPropertyList(
-        "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\">" + input + "</plist>\n", error);
+    return readXmlPropertyList("<?xml version=\"1.0\"?>\n<plist>" + input + "</plist>\n", error);
   });
 }
 
