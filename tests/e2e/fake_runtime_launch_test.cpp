@@ -85,9 +85,10 @@ TEST_F(FakeRuntimeLaunch, MinimalVectorArgumentFileStatusAndNoRuntimeInRange) {
   rec = readRecord(record);
   EXPECT_EQ(rec.argv.back(), "@" + tmp / "args.txt");
   EXPECT_EQ(rec.flags, "java java 0 0 0 0 0 0 -1 -1 -1");
-  // No runtime in range: the bundle's message names the version and the application; nothing is
-  // launched. (A runtime whose library does not load is in the reliability tests.)
-  std::filesystem::remove(record);
+  std::filesystem::remove(record);  // a notice asked for is no launch, also one that cannot be shown or read
+  for (const char* notice : {"BWK_INTERNAL_NOTICE=-:78", "BWK_INTERNAL_NOTICE=zz"})
+    EXPECT_EQ(start(bundlePath, {}, {notice, "DISPLAY"}).status, 0);
+  // No runtime in range: the message names the version and the application; nothing is launched.
   plainBundle({{"CFBundleName", "Tool"}, {"bwk.minVersion", "99"}});
   writeFile(bundlePath + "/Contents/Resources/en.lproj/Localizable.strings",
             "\"AppleJavaMinVersionError\" = \"Needs Java %@ for %@.\";");
