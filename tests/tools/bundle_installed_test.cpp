@@ -35,7 +35,7 @@ TEST(JarManifest, ReadAsTheJdkReadsIt) {
       {"Main-Class: a.B\rAdd-Opens: m/p\r", "add-opens", "m/p"},
       {"Main-Class: a.B\n\nName: x\nAdd-Opens: m/p\n", "Add-Opens", std::nullopt},  // a per-entry section
       {"Main-Class: a.B\nMain-Class: c.D\n", "Main-Class", "c.D"},
-      {"Main-Class:a.B\n", "Main-Class", std::nullopt},  // no space after the colon
+      {"Main-Class:a.B\nMain-Class\n", "Main-Class", std::nullopt},  // no space after the colon, no colon
   };
   for (const auto& [text, name, expected] : cases)
     EXPECT_EQ(bundle::JarManifest::parse(text).value(name), expected) << text;
