@@ -5,6 +5,7 @@
 #include <zlib.h>
 
 #include <algorithm>
+#include <variant>
 
 #include "base/fs.h"
 #include "base/path.h"
@@ -31,34 +32,28 @@ bool hasLauncherLibrary(const std::string& runtime) {
   return false;
 }
 
-// The version the launcher reads from a shipped runtime, in any range; absent when it reads none
-// or the runtime could not be opened.
-std::optional<AcceptedVersion> shippedVersion(const RuntimeBundle* opened) {
-  return checkJavaVersion(opened, std::nullopt, std::nullopt, true, false);
-}
-
-// Why the launcher would not start a shipped runtime; absent when it would.
-std::optional<std::string> shippedRuntimeProblem(const std::string& runtime) {
+// A shipped runtime read once as the launcher reads it: its version (in any range) when the
+// launcher would start it, otherwise why it would not.
+std::variant<AcceptedVersion, std::string> readShippedRuntime(const std::string& runtime) {
   std::shared_ptr<RuntimeBundle> opened = RuntimeBundle::open(runtime);
   if (!opened) return "cannot be read as a directory";
-  if (!shippedVersion(opened.get()))
+  std::optional<AcceptedVersion> version = checkJavaVersion(opened.get(), std::nullopt, std::nullopt, true, false);
+  if (!version)
     return "gives no version (no Contents/Info.plist with JavaVM/JVMVersion, no release file with JAVA_VERSION under "
            "Contents/Home): the launcher refuses it and shows the runtime message";
   if (!hasLauncherLibrary(runtime)) return "holds no runtime launcher library (Contents/Home/lib/libjli)";
-  return std::nullopt;
+  return *version;
 }
 
 // A shipped runtime is started whatever its version, so a range it falls outside of does
 // not hold: the bundle runs on a version it says it does not accept.
-void checkShippedVersion(const LaunchContext& context, const std::string& runtime, const std::string& file,
+void checkShippedVersion(const LaunchContext& context, const AcceptedVersion& version, const std::string& file,
                          Findings& findings) {
-  std::optional<AcceptedVersion> version = shippedVersion(RuntimeBundle::open(runtime).get());
-  if (!version) return;
   const PlistValue& info = context.configuration;
   OptionalString min = info.string("bwk.minVersion"), max = info.string("bwk.maxVersion");
-  if (checkBundleVersion(min, max, true, false, version->version, std::nullopt, std::nullopt)) return;
+  if (checkBundleVersion(min, max, true, false, version.version, std::nullopt, std::nullopt)) return;
   findings.add(file, "",
-               "ships runtime " + version->version + ", outside the range (bwk.minVersion " + min.value_or("(none)") +
+               "ships runtime " + version.version + ", outside the range (bwk.minVersion " + min.value_or("(none)") +
                    ", bwk.maxVersion " + max.value_or("(none)") + "); it is started all the same");
 }
 
@@ -94,9 +89,8 @@ std::string topLevel(const std::string& directory) {
   return text::join(names, ", ");
 }
 
-ShippedModules modulesOf(const std::string& location, const std::string& runtime) {
-  std::optional<AcceptedVersion> version = shippedVersion(RuntimeBundle::open(runtime).get());
-  return ShippedModules{location, version ? version->version : "", runtimeModules(runtimeHome(runtime))};
+ShippedModules modulesOf(const std::string& location, const std::string& runtime, const AcceptedVersion& version) {
+  return ShippedModules{location, version.version, runtimeModules(runtimeHome(runtime))};
 }
 
 void checkArchive(const LaunchContext& context, const std::string& archive, Findings& findings,
@@ -131,13 +125,14 @@ void checkArchive(const LaunchContext& context, const std::string& archive, Find
   if (!UnTar::untar(archive, unpacked, size, nullptr).complete)
     findings.add(archive, "",
                  "the launcher's extraction reports errors (the lines above); a start goes on with what it unpacked");
-  if (std::optional<std::string> problem = shippedRuntimeProblem(unpacked))
+  std::variant<AcceptedVersion, std::string> reading = readShippedRuntime(unpacked);
+  if (const std::string* problem = std::get_if<std::string>(&reading)) {
     findings.add(archive, "",
                  "wrong layout: unpacked, it " + *problem +
                      ". The archive must hold Contents/Home/...; its top level holds " + topLevel(unpacked));
-  else {
-    checkShippedVersion(context, unpacked, archive, findings);
-    shipped = modulesOf(archive, unpacked);
+  } else {
+    checkShippedVersion(context, std::get<AcceptedVersion>(reading), archive, findings);
+    shipped = modulesOf(archive, unpacked, std::get<AcceptedVersion>(reading));
   }
   fs::removeItem(temporary);
 }
@@ -224,11 +219,12 @@ std::optional<std::string> checkRuntimes(const LaunchContext& context, Findings&
   for (const char* location : kShippedRuntimeLocations) {
     std::string runtime = path::append(bundle, location);
     if (!fs::exists(runtime)) continue;
-    if (std::optional<std::string> problem = shippedRuntimeProblem(runtime)) {
+    std::variant<AcceptedVersion, std::string> reading = readShippedRuntime(runtime);
+    if (const std::string* problem = std::get_if<std::string>(&reading)) {
       findings.add(runtime, "", *problem);
     } else {
-      checkShippedVersion(context, runtime, runtime, findings);
-      shipped = modulesOf(runtime, runtime);
+      checkShippedVersion(context, std::get<AcceptedVersion>(reading), runtime, findings);
+      shipped = modulesOf(runtime, runtime, std::get<AcceptedVersion>(reading));
     }
     return runtime;
   }
@@ -241,7 +237,9 @@ std::optional<std::string> checkRuntimes(const LaunchContext& context, Findings&
     for (const char* privateRuntime : {".brackwood/jre.bundle", ".brackwood/jre"}) {
       std::string runtime = path::append(*context.paths.appRootDir, privateRuntime);
       if (!fs::isDirectory(runtime)) continue;
-      if (!shippedRuntimeProblem(runtime)) shipped = modulesOf(runtime, runtime);
+      std::variant<AcceptedVersion, std::string> reading = readShippedRuntime(runtime);
+      if (const AcceptedVersion* version = std::get_if<AcceptedVersion>(&reading))
+        shipped = modulesOf(runtime, runtime, *version);
       return runtime;
     }
   }
