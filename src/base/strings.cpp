@@ -67,6 +67,11 @@ std::string trimHorizontal(std::string_view s) {
   return std::string(s.substr(b, e - b));
 }
 
+std::string unquoted(std::string_view s) {
+  if (s.size() >= 2 && s.front() == '"' && s.back() == '"') s = s.substr(1, s.size() - 2);
+  return std::string(s);
+}
+
 long long integerValue(std::string_view s) {
   size_t i = 0;
   while (i < s.size() && std::isspace(static_cast<unsigned char>(s[i]))) ++i;

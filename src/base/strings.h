@@ -22,6 +22,8 @@ std::string join(const std::vector<std::string>& parts, std::string_view separat
 std::string replaceAll(std::string s, std::string_view from, std::string_view to);
 // Trims spaces and tabs (and other horizontal white space) at both ends, not line ends.
 std::string trimHorizontal(std::string_view s);
+// Without its double quotes when it has one at each end; with a quote at one end only, as it is.
+std::string unquoted(std::string_view s);
 // The leading decimal integer of a text, 0 when there is none (like NSString integerValue).
 long long integerValue(std::string_view s);
 bool isValidUtf8(std::string_view s);

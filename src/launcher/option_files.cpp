@@ -13,12 +13,6 @@ namespace bwk {
 
 namespace {
 
-// An include name in double quotes on both sides loses them; quoted on one side it keeps them.
-std::string unquote(std::string name) {
-  if (name.size() >= 2 && name.front() == '"' && name.back() == '"') return name.substr(1, name.size() - 2);
-  return name;
-}
-
 // The platform writes an absent value as "(null)" when it is formatted into a text.
 std::string orNull(const OptionalString& s) { return s.value_or("(null)"); }
 
@@ -48,9 +42,8 @@ OptionalString readNested(const OptionalString& filePath, std::vector<std::strin
       // Without a class path the appended part is dropped (unlike "/p").
       if (classPath) classPath = *classPath + ":" + line.substr(13);
     } else if (text::startsWith(line, "-include-options ")) {
-      std::string name = unquote(line.substr(17));
-      std::string included = path::isAbsolute(name) ? name : path::append(path::parent(file), name);
-      classPath = readNested(included, options, classPath, scope, depth + 1);
+      classPath =
+          readNested(includedOptionsFile(line.substr(17), path::parent(file)), options, classPath, scope, depth + 1);
     } else {
       options.push_back(line);
     }
@@ -59,6 +52,13 @@ OptionalString readNested(const OptionalString& filePath, std::vector<std::strin
 }
 
 }  // namespace
+
+OptionalString includedOptionsFile(std::string_view value, const OptionalString& baseDirectory) {
+  std::string name = text::unquoted(value);
+  if (path::isAbsolute(name)) return name;
+  // A relative name needs a directory; without one the file is not looked for.
+  return baseDirectory ? OptionalString(path::append(*baseDirectory, name)) : std::nullopt;
+}
 
 OptionalString readOptionsFile(const OptionalString& filePath, std::vector<std::string>& options,
                                OptionalString classPath, const VariableScope& scope) {
@@ -71,12 +71,8 @@ OptionalString addPredefinedOptions(const std::optional<std::vector<std::string>
   if (!list) return classPath;
   for (const std::string& entry : *list) {
     if (text::startsWith(entry, "-include-options ")) {
-      std::string name = unquote(*replaceVariables(entry.substr(17), scope));
-      // A relative name needs the launcher directory; without it the file is not looked for.
-      OptionalString file = path::isAbsolute(name) ? OptionalString(name)
-                            : scope.paths.launcherDirInApp
-                                ? OptionalString(path::append(*scope.paths.launcherDirInApp, name))
-                                : std::nullopt;
+      OptionalString file =
+          includedOptionsFile(*replaceVariables(entry.substr(17), scope), scope.paths.launcherDirInApp);
       classPath = readOptionsFile(file, options, classPath, scope);
     } else {
       options.push_back(*replaceVariables(entry, scope));

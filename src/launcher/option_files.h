@@ -3,6 +3,7 @@
 // reading order, includes, and the class-path directives of option files.
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "launcher/launch_context.h"
@@ -12,6 +13,10 @@ namespace bwk {
 
 // Option files may include each other; deeper than this is a cycle, and the start ends.
 inline constexpr int kMaxOptionFileDepth = 32;
+
+// The file that "-include-options NAME" names: NAME unquoted, and taken in `baseDirectory`
+// when relative (without one, none).
+OptionalString includedOptionsFile(std::string_view value, const OptionalString& baseDirectory);
 
 // Appends the options of the file at `path` (variables replaced, every "~" the home
 // directory) and returns the class path afterwards. A missing, unreadable or non-UTF-8 file

@@ -27,9 +27,7 @@ std::optional<std::string> releaseJavaVersion(const std::string& releaseFile) {
   for (std::string line : text::split(*contents, "\n")) {
     if (!line.empty() && line.back() == '\r') line.pop_back();
     if (!text::startsWith(line, "JAVA_VERSION=")) continue;
-    std::string value = text::trimHorizontal(line.substr(13));
-    if (value.size() >= 2 && value.front() == '"' && value.back() == '"') value = value.substr(1, value.size() - 2);
-    return value;
+    return text::unquoted(text::trimHorizontal(line.substr(13)));
   }
   return std::nullopt;
 }

@@ -14,11 +14,6 @@ namespace bwk::bundle {
 
 namespace {
 
-std::string unquote(std::string name) {
-  if (name.size() >= 2 && name.front() == '"' && name.back() == '"') return name.substr(1, name.size() - 2);
-  return name;
-}
-
 class OptionChecker {
  public:
   OptionChecker(const LaunchContext& context, Findings& findings)
@@ -26,11 +21,11 @@ class OptionChecker {
 
   // One option as it stands after variables, from `file` at `where`.
   void option(const std::string& line, const std::string& file, const std::string& where,
-              const std::string& baseDirectory, std::vector<std::string>& chain) {
+              const OptionalString& baseDirectory, std::vector<std::string>& chain) {
     if (text::startsWith(line, "-include-options ")) {
-      std::string name = unquote(line.substr(17));
-      std::string included = path::isAbsolute(name) ? name : path::append(baseDirectory, name);
-      included = text::replaceAll(included, "~", platform::homeDirectory());
+      OptionalString found = includedOptionsFile(line.substr(17), baseDirectory);
+      if (!found) return;  // relative, and no launcher directory: the launcher does not look for it either
+      std::string included = text::replaceAll(*found, "~", platform::homeDirectory());
       if (!fs::exists(included)) {
         findings_.add(file, where, "includes " + included + ", which does not exist");
       } else if (std::find(chain.begin(), chain.end(), included) != chain.end()) {
@@ -81,7 +76,7 @@ class OptionChecker {
   }
 
   void list(const PlistValue& javaVM, const std::string& key, const std::string& file,
-            const std::string& launcherDirectory) {
+            const OptionalString& launcherDirectory) {
     const PlistArray* entries = javaVM.array(key);
     if (!entries) return;
     for (size_t i = 0; i < entries->size(); ++i) {
@@ -103,7 +98,7 @@ class OptionChecker {
 void checkOptions(const LaunchContext& context, Findings& findings) {
   OptionChecker checker(context, findings);
   std::string info = path::append(context.bundle->path(), "Contents/Info.plist");
-  checker.list(context.javaVM(), "VMOptionArray", info, context.paths.launcherDirInApp.value_or(""));
+  checker.list(context.javaVM(), "VMOptionArray", info, context.paths.launcherDirInApp);
   for (const std::string& file : optionFiles(context)) {
     if (!fs::exists(file)) continue;
     std::vector<std::string> chain;

@@ -41,8 +41,7 @@ std::optional<std::set<std::string>> runtimeModules(const std::string& home) {
   if (!release) return std::nullopt;
   for (const std::string& line : text::split(*release, "\n")) {
     if (!text::startsWith(line, "MODULES=")) continue;
-    std::string value = text::trimHorizontal(line.substr(8));
-    if (value.size() >= 2 && value.front() == '"' && value.back() == '"') value = value.substr(1, value.size() - 2);
+    std::string value = text::unquoted(text::trimHorizontal(line.substr(8)));
     std::set<std::string> names;
     for (const std::string& name : text::split(value, " "))
       if (!name.empty()) names.insert(name);
