@@ -40,10 +40,9 @@ inline Recorded readRecord(const std::string& file) {
   return {lines[0].substr(12), lines[1].substr(11), lines[2].substr(6), variable, {argv, end}};
 }
 
-// A jlink image for the demo program as a bundle-shaped folder, made once per build tree
-// (tests at the same time each make one; the first moves into place).
 inline const std::string kJdk17 = "/usr/lib/jvm/java-17-openjdk-amd64";
 
+// A jlink image of the demo program, bundle-shaped, made once per build tree (of tests racing, the first moves in).
 inline std::string jlinkStage() {
   std::string stage = std::string(BWK_BINARY_DIR) + "/test-cache/jlink-17";
   if (!fs::exists(stage + "/Contents/Home/lib/libjli.so")) {

@@ -152,7 +152,7 @@ TEST(PngIcon, WrappedByItsSize) {
 
   const std::string chunk = "ic07" + be32(8 + 33) + pngOf(128, 128);
   const std::vector<std::pair<std::string, std::string>> problems = {
-      {"icn", "not an .icns file"},
+      {"icns", "not an .icns file"},
       {"icns" + be32(8), "it holds no PNG image, which the Linux progress window needs"},
       {"icns" + be32(9) + chunk, "its header gives 9 bytes, the file has 49"},
       {"icns" + be32(52) + chunk + "ic0", "a chunk header runs past the end"},
