@@ -20,12 +20,17 @@ namespace bwk::bundle {
 namespace {
 
 // A file for one output stream, unlinked at once: the descriptor keeps it while it is read,
-// and a program printing much can never block on a full pipe.
+// and a program printing much can never block on a full pipe. It is moved above the standard
+// descriptors: with standard input closed it would be 0, which the child's /dev/null replaces.
 int scratchFile() {
   std::string name = path::append(platform::temporaryDirectory(), "brackwood-output-XXXXXX");
-  int fd = ::mkstemp(name.data());
-  if (fd >= 0) ::unlink(name.c_str());
-  return fd;
+  int fd = ::mkostemp(name.data(), O_CLOEXEC);
+  if (fd < 0) return fd;
+  ::unlink(name.c_str());
+  if (fd > STDERR_FILENO) return fd;
+  int moved = ::fcntl(fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+  ::close(fd);
+  return moved;
 }
 
 std::string readAll(int fd) {
