@@ -19,6 +19,9 @@ namespace bwk::test {
 
 namespace stdfs = std::filesystem;
 
+// Standard input closed, as a supervisor may start a program: open() then hands out descriptor 0.
+[[maybe_unused]] const bool standardInputClosed = ::close(STDIN_FILENO) == 0;
+
 TempDir::TempDir() {
   char pattern[] = "/tmp/bwk-test-XXXXXX";
   if (!mkdtemp(pattern)) throw std::runtime_error("mkdtemp failed");
@@ -94,7 +97,7 @@ Background::Background(std::vector<std::string> argv, const std::vector<std::str
   e.push_back(nullptr);
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
+  posix_spawn_file_actions_addclose(&actions, 0);
   posix_spawn_file_actions_addopen(&actions, 1, out_.c_str(), O_WRONLY | O_CREAT, 0600);
   posix_spawn_file_actions_addopen(&actions, 2, err_.c_str(), O_WRONLY | O_CREAT, 0600);
   if (!workingDirectory.empty()) posix_spawn_file_actions_addchdir_np(&actions, workingDirectory.c_str());

@@ -66,7 +66,7 @@ struct RunResult {
 };
 // This process's environment with `env` applied (NAME=value; a NAME alone removes that variable).
 std::vector<std::string> environmentWith(const std::vector<std::string>& env);
-// A program with its output in files of ours, input from /dev/null, ended when the object goes.
+// A program with its output in files of ours, standard input closed, ended when the object goes.
 class Background {
  public:
   Background(std::vector<std::string> argv, const std::vector<std::string>& env,
