@@ -97,6 +97,10 @@ bool displayNotice(const std::optional<std::string>& header, const std::string& 
 // Lets the pipe `fd` hold up to `bytes` before a writer waits, where the system allows it
 // (Linux, within its limit for users); elsewhere the pipe stays as the system sizes it.
 void enlargePipe(int fd, size_t bytes);
+// Opens /dev/null on each of descriptors 0 to 2 that the process was started without. Else the
+// files opened later take those numbers, and the runtime reads its input from one of them or
+// writes its errors into it (into an application's document, when the application opened it).
+void reserveStandardDescriptors();
 // Calls `handler` once when the process ends through exit or a return from main (never when
 // a signal ends it), before the exit handlers registered earlier. `status` is the exit status
 // where the system tells it to an exit handler (Linux); absent where it does not (macOS). One

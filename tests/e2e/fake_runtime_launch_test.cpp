@@ -55,7 +55,7 @@ TEST_F(FakeRuntimeLaunch, RichConfigurationGivesTheVectorInOrder) {
   ASSERT_EQ(r.status, 0) << r.err;
   Recorded rec = readRecord(record);
   EXPECT_EQ(std::pair(rec.fullVersion, rec.dotVersion), std::pair(std::string("17.0.2"), std::string("17.0.2")));
-  EXPECT_EQ(rec.flags, "java java 0 0 0 0 0 0 -1 -1 -1") << "no argument file: nothing expanded";
+  EXPECT_EQ(rec.flags, "java java 0 0 0 0 0 0 -1 -1 -1 1") << "no argument file: nothing expanded";
   // One entry a line.
   EXPECT_EQ(text::join(rec.argv, "\n"),
             bundlePath + "/Contents/MacOS/Tool\n-Dfenmo.moduleName=" + app +
@@ -77,14 +77,14 @@ TEST_F(FakeRuntimeLaunch, MinimalVectorArgumentFileStatusAndNoRuntimeInRange) {
   EXPECT_EQ(rec.argv,
             (std::vector<std::string>{bundlePath + "/Contents/MacOS/Tool", "-Dfenmo.moduleName=" + bundlePath,
                                       "-Dbwk.jreBundle=" + tmp / "jdk", "M", "-Dfrom.file", "file-arg", "last"}));
-  EXPECT_EQ(rec.flags, "java java 0 0 0 0 0 0 1 0 1") << "expanded as the runtime's own launcher does";
+  EXPECT_EQ(rec.flags, "java java 0 0 0 0 0 0 1 0 1 1") << "expanded as the runtime's own launcher does";
   // A library without argument files (before release 9) gets the argument as it is.
   shell(std::string("cp " BWK_FAKE_JLI_WITHOUT_ARGUMENT_FILES " ") + tmp / "jdk/lib/libjli.so");
   std::filesystem::remove(record);
   ASSERT_EQ(start(bundlePath, {"@" + tmp / "args.txt"}).status, 0);
   rec = readRecord(record);
   EXPECT_EQ(rec.argv.back(), "@" + tmp / "args.txt");
-  EXPECT_EQ(rec.flags, "java java 0 0 0 0 0 0 -1 -1 -1");
+  EXPECT_EQ(rec.flags, "java java 0 0 0 0 0 0 -1 -1 -1 1");
   std::filesystem::remove(record);  // a notice asked for is no launch, also one that cannot be shown or read
   for (const char* notice : {"BWK_INTERNAL_NOTICE=-:78", "BWK_INTERNAL_NOTICE=zz"})
     EXPECT_EQ(start(bundlePath, {}, {notice, "DISPLAY"}).status, 0);

@@ -5,9 +5,11 @@
  * FAKE_JLI_STATUS (default 0). FAKE_JLI_SHOW_VARIABLE names a variable whose value it records too. Its @file expansion
  * replaces "@name" by the lines of that file; built with FAKE_JLI_WITHOUT_ARGUMENT_FILES it has none, as the libraries
  * before release 9. */
+#include <fcntl.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/stat.h>
 #include <time.h>
 
 typedef struct {
@@ -26,13 +28,15 @@ int JLI_Launch(int argc, char** argv, int jargc, const char** jargv, int appclas
   (void)jargv;
   (void)appclassv;
   const char* record = getenv("FAKE_JLI_RECORD");
+  struct stat input; /* started with standard input closed, the launcher gives the runtime /dev/null */
+  int nullInput = fstat(0, &input) == 0 && S_ISCHR(input.st_mode) && (fcntl(0, F_GETFL) & O_ACCMODE) == O_RDONLY;
   if (record) {
     FILE* f = fopen(record, "a");
     if (f) {
       fprintf(f, "fullversion=%s\ndotversion=%s\n", fullversion ? fullversion : "(null)",
               dotversion ? dotversion : "(null)");
-      fprintf(f, "flags=%s %s %d %d %d %d %d %d %d %d %d\n", pname, lname, jargc, appclassc, javaargs, cpwildcard,
-              javaw, ergo, initHasJavaArgs, initDisableArgFile, preprocessExpandSource);
+      fprintf(f, "flags=%s %s %d %d %d %d %d %d %d %d %d %d\n", pname, lname, jargc, appclassc, javaargs, cpwildcard,
+              javaw, ergo, initHasJavaArgs, initDisableArgFile, preprocessExpandSource, nullInput);
       const char* shown = getenv("FAKE_JLI_SHOW_VARIABLE");
       if (shown) fprintf(f, "variable=%s=%s\n", shown, getenv(shown) ? getenv(shown) : "(unset)");
       for (int i = 0; i < argc; ++i) fprintf(f, "%s\n", argv[i]);
