@@ -18,8 +18,8 @@ TEST(BundleRoundTrip, CreatedBundlesCheckCleanAndStart) {
   // name, words for create, the folder it is started in, lines that show the runtime it started
   using Case = std::tuple<std::string, std::vector<std::string>, std::string, std::vector<std::string>>;
   const Case cases[] = {
-      Case("search", {"--min-version", "11", "--icon", tmp / "icon.png"}, macOS,
-           {"property bwk.jreBundle=/usr/lib/jvm/"}),
+      Case("search", {"--min-version", "11", "--icon", tmp / "icon.png", "--allow-passthrough"}, macOS,
+           {"property bwk.jreBundle=/usr/lib/jvm/", "option -Dpassed\n"}),
       Case("a bundle", {"--runtime", runtime}, macOS,
            {"property bwk.jreBundle=" + tmp / "a bundle/Hello.app/Contents/Resources/jre.bundle\n"}),
       Case("archive", {"--runtime", runtime, "--runtime-as", "archive"}, macOS,
@@ -39,8 +39,9 @@ TEST(BundleRoundTrip, CreatedBundlesCheckCleanAndStart) {
     const std::string clean = app + ": no findings\n";  // a command-line launcher is no bundle to check
     EXPECT_EQ(name == "embed" ? clean : bundleTool({"check", app}).out, clean) << name;
 
-    RunResult r = run({"./Hello", "a b  c", "it's \"quoted\"", "Grüße 日本", "", "@" + tmp / "more.args", "--exit=5"},
-                      launcherEnvironment({"TMPDIR=" + tmp / "t"}), tmp / name + folder);
+    RunResult r = run(
+        {"./Hello", "a b  c", "it's \"quoted\"", "Grüße 日本", "", "@" + tmp / "more.args", "--exit=5", "-J-Dpassed"},
+        launcherEnvironment({"TMPDIR=" + tmp / "t"}), tmp / name + folder);
     EXPECT_EQ(r.status, 5) << name << ": " << r.err;
     std::vector<std::string> lines{
         "property hello.from=the tool\n",
