@@ -97,11 +97,11 @@ TEST_F(EmbedTool, ElfCopiesCarryTheConfigurationAndStillRunRefusalsLeaveNothing)
 
 constexpr uint64_t kBase = 0x100000000;
 
-// __bss is zero-fill: its file offset points at no content.
+// __PAGEZERO and the zero-fill __bss have no file content: their file offsets point at none.
 Bytes machOExecutable(uint32_t firstSectionOffset = 0x800, bool withLinkedit = true, uint64_t linkeditSize = 0x123,
                       const Bytes& lastCommand = {}) {
   std::vector<Bytes> commands = {
-      segmentCommand("__PAGEZERO", 0, kBase, 0, 0),
+      segmentCommand("__PAGEZERO", 0, kBase, 0x100, 0),
       segmentCommand("__TEXT", kBase, 0x1000, 0, 0x1000,
                      {{"__text", kBase + firstSectionOffset, 0x100, firstSectionOffset, 0x80000400}}),
       segmentCommand("__DATA", kBase + 0x1000, 0x4000, 0x1000, 0x1000,
