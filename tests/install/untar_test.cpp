@@ -286,7 +286,7 @@ TEST(WholeBufferSize, TakesOnlyPlausibleSizesUpToTheLimit) {
       {1018, 1033032, std::nullopt},
       {18, 1, std::nullopt},  // too short for a gzip header and trailer
       {19, 1, 1},
-      {300u << 20, 900000000, 900000000},  // archives of any size: only the tar stream counts
+      {300u << 20, kGiB, kGiB},  // the limit, of an archive of any size: only the tar stream counts
   };
   for (const auto& [fileSize, trailer, expected] : cases)
     EXPECT_EQ(wholeBufferSize(fileSize, trailer), expected) << fileSize << " " << trailer;
