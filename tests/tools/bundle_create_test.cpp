@@ -77,8 +77,9 @@ TEST(BundleCreate, RefusalsLeaveTheOutputAsItWas) {
   RunResult forced = createHello(tmp / "out", {"--force", "--strings", tmp / "ok.strings"});
   EXPECT_EQ(forced.status, 0) << forced.err;
   EXPECT_EQ(std::filesystem::status(tmp / "out/Hello.app").permissions(), std::filesystem::perms(0755));
-  EXPECT_EQ(shell("cd " + tmp / "out && find . -maxdepth 2 && grep -h Cancel */*/*/en.lproj/*").out,
-            ".\n./Hello.app\n./Hello.app/Contents\n\"ButtonCancel\" = \"Stop\";\n");
+  EXPECT_EQ(
+      shell("cd " + tmp / "out && find . -maxdepth 2 && grep -h Cancel */*/*/en.lproj/*; grep -c native */*/I*").out,
+      ".\n./Hello.app\n./Hello.app/Contents\n\"ButtonCancel\" = \"Stop\";\n0\n");  // no native access unasked
 }
 
 // Stripping keeps every section but the debugging information and the symbol tables, each
