@@ -184,8 +184,7 @@ TEST_F(RuntimeCache, LaterStartsUseTheEntryWhileItIsSoundAndTheArchiveFileTheSam
     made += text::contains(r.err, "runtime cache made");
     usedTheirs += text::contains(r.err, "made by another start meanwhile");
   }
-  EXPECT_EQ(made, 1);
-  EXPECT_EQ(usedTheirs, 2);
+  EXPECT_EQ(std::pair(made, usedTheirs), std::pair(1, 2));
   std::vector<std::string> entries = namesIn(runtimeDir);
   ASSERT_EQ(entries.size(), 1u) << "no copy stays beside the entry";
   EXPECT_TRUE(fs::exists(runtimeDir + "/" + entries[0] + "/jre.bundle/Contents/Home/lib/p0.jar"))

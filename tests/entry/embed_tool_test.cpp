@@ -252,15 +252,16 @@ TEST_F(EmbedTool, MachOSignaturesRemovedSignedAgainAndUniversalFilesCarryItInEac
   // Mach-O copies are signed again by codesign on PATH (here its empty entry, the current directory), unless not to.
   writeBytes(tmp / "tool", machOExecutable());
   std::string bin = tmp / "bin";
-  // codesign's status (-1: none on PATH), --no-sign, the tool's status, its message.
-  const std::vector<std::tuple<int, bool, int, std::string>> cases = {{0, false, 0, "signed ad hoc"},
-                                                                      {0, true, 0, "is not signed: sign it"},
-                                                                      {3, false, 1, "ended with status 3"},
-                                                                      {-1, false, 0, "is not signed: sign it"}};
+  // How codesign ends (killed by a signal; none on PATH), --no-sign, the tool's status, its message.
+  const std::vector<std::tuple<std::optional<std::string>, bool, int, std::string>> cases = {
+      {"exit 0", false, 0, "signed ad hoc"},
+      {"exit 0", true, 0, "is not signed: sign it"},
+      {"kill -9 $$", false, 1, "ended with status 137"},
+      {std::nullopt, false, 0, "is not signed: sign it"}};
   for (const auto& [codesign, noSign, status, message] : cases) {
     shell("rm -rf " + bin + " && mkdir " + bin);
-    if (codesign >= 0) {
-      writeFile(bin + "/codesign", "#!/bin/sh\necho \"$@\" > \"$0.args\"\nexit " + std::to_string(codesign) + "\n");
+    if (codesign) {
+      writeFile(bin + "/codesign", "#!/bin/sh\necho \"$@\" > \"$0.args\"\n" + *codesign + "\n");
       shell("chmod 700 " + bin + "/codesign");
     }
     std::vector<std::string> argv{BWK_EMBED, tmp / "tool", tmp / "config.plist", tmp / "out"};
@@ -268,7 +269,7 @@ TEST_F(EmbedTool, MachOSignaturesRemovedSignedAgainAndUniversalFilesCarryItInEac
     RunResult r = run(argv, {"PATH=/usr/bin:/bin:"}, bin);
     EXPECT_TRUE(r.status == status && text::contains(r.err, message)) << message << ": " << r.status << r.err;
     EXPECT_EQ(print(tmp / "out").out, kConfig) << message;
-    bool ran = codesign >= 0 && !noSign;
+    bool ran = codesign && !noSign;
     EXPECT_EQ(ran ? readFile(bin + "/codesign.args") : "", ran ? "--force -s - " + (tmp / "out") + "\n" : "")
         << message;
   }

@@ -97,6 +97,7 @@ inline Bytes universalFile(const std::vector<FatSlice>& slices, bool wide) {
   for (size_t i = 0; i < slices.size(); ++i) {
     size_t offset = roundUp(b.size(), uint64_t{1} << slices[i].align), e = 8 + i * entry;
     putBe32(b, e, slices[i].cputype);
+    putBe32(b, e + 4, 3);  // a CPU subtype, which must be carried over
     putBe32(b, e + 8 + (wide ? 4 : 0), static_cast<uint32_t>(offset));
     putBe32(b, e + (wide ? 20 : 12), static_cast<uint32_t>(slices[i].contents.size()));
     putBe32(b, e + (wide ? 24 : 16), slices[i].align);

@@ -31,8 +31,7 @@ class AotCache : public LaunchFixture {
 const PlistDict enabled{{"AotCacheEnabled", true}, {"AotCacheBuildId", "b1"}};
 
 TEST_F(AotCache, OnlyWhenEveryConditionHoldsTrainsThenUsesTheDefaultLocation) {
-  EXPECT_TRUE(optionsFor({{"AotCacheBuildId", "b1"}}).empty());
-  EXPECT_TRUE(optionsFor({{"AotCacheEnabled", true}}).empty());
+  EXPECT_TRUE(optionsFor({{"AotCacheBuildId", "b1"}}).empty() && optionsFor({{"AotCacheEnabled", true}}).empty());
   EXPECT_TRUE(optionsFor(enabled, "24.0.2", 24).empty());
   std::vector<std::string> training = optionsFor(enabled);
   std::string dir = tmp / ("home/Library/Caches/brackwood/aot/" + std::to_string(crc(appRootDir)));

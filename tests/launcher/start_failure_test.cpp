@@ -34,10 +34,10 @@ TEST(StartFailure, OnlyAFailedStartGetsAnAlertWithTheTellingLinesFirst) {
               alert)
         << name;
   // The failure line first, then the causes, the lines just before it, and stack frames last,
-  // 20 lines at most; the name, what failed, and how to see more around them.
-  std::string tail =
-      "one\ntwo\nthree\nfour\n\tat Earlier.frame(E.java:1)\n"
-      "Exception in thread \"main\" java.lang.RuntimeException: outer\n\n";
+  // 20 lines of 300 characters at most; the name, what failed, and how to see more around them.
+  std::string tail = "one\ntwo\nthree\n" + std::string(301, '4') +
+                     "\n\tat Earlier.frame(E.java:1)\n"
+                     "Exception in thread \"main\" java.lang.RuntimeException: outer\n\n";
   for (int i = 0; i < 30; ++i) tail += "\tat A.f" + std::to_string(i) + "(A.java:1)\n";
   tail += "Caused by: java.lang.NoClassDefFoundError: javax/swing/ListModel\n\t... 30 more\n\n";
   const std::string more =
@@ -45,7 +45,8 @@ TEST(StartFailure, OnlyAFailedStartGetsAnAlertWithTheTellingLinesFirst) {
   std::string expected =
       "Tool could not start: its main method ended with an exception (exit status 1).\n\n"
       "Exception in thread \"main\" java.lang.RuntimeException: outer\n"
-      "Caused by: java.lang.NoClassDefFoundError: javax/swing/ListModel\nthree\nfour\n";  // then the lines just before
+      "Caused by: java.lang.NoClassDefFoundError: javax/swing/ListModel\nthree\n" +
+      std::string(300, '4') + "\n";
   for (int i = 0; i < 16; ++i) expected += "\tat A.f" + std::to_string(i) + "(A.java:1)\n";
   EXPECT_EQ(startFailureAlert(ProcessEnd{tail, false, 1}, "Tool", "/A/Tool.app/Contents/MacOS/Tool"),
             expected + more + ":\nBRACKWOOD_LOG=yes '/A/Tool.app/Contents/MacOS/Tool'");

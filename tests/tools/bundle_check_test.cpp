@@ -157,11 +157,11 @@ TEST_F(BundleCheck, EachDamageGivesExactlyItsFindings) {
       {"echo '(a)' >" + S, {E + "is no table of keys and texts; the launcher skips it"}},
       {"sed -i '/\"ButtonCancel\"/d' " + S, {E + "ButtonCancel: missing: the launcher shows the key itself"}},
       {"mkdir " + R +
-           "/fr.lproj && printf '%s\\n' '\"ButtonCncl\" = \"x\";' '\"ButtonCancel\" = (a);' "
+           "/fr.lproj && printf '%s\\n' '\"ButtomCancol\" = \"x\";' '\"ButtonCancel\" = (a);' "
            "'\"PrepareInstaller\" = \"%d as%s %% %\";' '\"fenmo.InternalError\" = \"%@ %@\";' >" +
            R + "/fr.lproj/" + L,
-       {F + "ButtonCancel: is no text: the launcher shows the key itself",
-        F + "ButtonCncl: unknown message key: the launcher never shows it (did you mean ButtonCancel?)",
+       {F + "ButtomCancol: unknown message key: the launcher never shows it (did you mean ButtonCancel?)",
+        F + "ButtonCancel: is no text: the launcher shows the key itself",
         F + "PrepareInstaller: '%d' in the text: the inserts are texts, written %@",
         F + "PrepareInstaller: '%s' in the text: the inserts are texts, written %@",
         F + "fenmo.InternalError: has 2 %@ but the message has 1 insert(s): the rest show nothing"}},

@@ -146,8 +146,8 @@ TEST(PngIcon, WrappedByItsSize) {
     EXPECT_EQ(icon->warning.empty(), !warns) << width << "x" << height << ": " << icon->warning;
     EXPECT_EQ(bundle::icnsProblem(icon->icns), std::nullopt) << width;
   }
-  EXPECT_EQ(bundle::icnsFromPng(pngOf(100, 90), &error)->warning,
-            "the image is 100x90 pixels; macOS expects a square of 16, 32, 64, 128, 256, 512 or 1024");
+  EXPECT_EQ(bundle::icnsFromPng(pngOf(0x1000064, 90), &error)->warning,
+            "the image is 16777316x90 pixels; macOS expects a square of 16, 32, 64, 128, 256, 512 or 1024");
   EXPECT_FALSE(bundle::icnsFromPng("GIF89a" + pngOf(16, 16).substr(6), &error));
   EXPECT_EQ(error, "not a PNG image");
 
