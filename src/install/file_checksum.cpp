@@ -24,7 +24,7 @@ std::optional<FileChecksum> checksumFile(const std::string& path, uint64_t leave
   UniqueFd fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
   struct stat st;
   // A pipe or a device has no content that stays the same.
-  if (!fd || ::fstat(fd.get(), &st) != 0 || !S_ISREG(st.st_mode) || st.st_size < 0) return std::nullopt;
+  if (!fd || ::fstat(fd.get(), &st) != 0 || !S_ISREG(st.st_mode)) return std::nullopt;
   FileChecksum sum;
   sum.size = static_cast<uint64_t>(st.st_size);
   uint64_t left = sum.size > leaveOut ? sum.size - leaveOut : 0;

@@ -32,8 +32,7 @@ TEST(RangeEnds, ValuesReadAsOtherTypes) {
       {2.9, 2}, {-2.9, -2}, {std::nan(""), 0}, {true, 1}, {false, 0}, {" 12x", 12}, {PlistValue(PlistArray{}), {}}};
   for (const auto& [v, expected] : integers) EXPECT_EQ(value(v).integer("k"), expected) << v.description();
   EXPECT_EQ(value(PlistValue(PlistDict{{"a", 1}})).dictionary("k")->size(), 1u);
-  EXPECT_EQ(value(1).dictionary("k"), nullptr);
-  EXPECT_EQ(value(1).dictionary("other"), nullptr);
+  EXPECT_TRUE(!value(1).dictionary("k") && !value(1).dictionary("other"));
   EXPECT_EQ(value(9223372036854775808.0).integer("k"), INT64_MAX);
   EXPECT_EQ(value(-9223372036854775808.0).integer("k"), INT64_MIN);
   EXPECT_EQ(text::integerValue("-90"), -90);

@@ -213,7 +213,7 @@ TEST_F(EmbedTool, MachOSignaturesRemovedSignedAgainAndUniversalFilesCarryItInEac
   ASSERT_EQ(embedBytes(withUuid(plain), "config.plist", "uuid").status, 0);
   RunResult moved = embedBytes(withUuid(signedImage(plain)));
   EXPECT_TRUE(moved.status == 0 && fileBytes(tmp / "out") == fileBytes(tmp / "uuid")) << moved.err;
-  for (const Bytes& file : {signedImage(plain), signedImage(fileBytes(tmp / "odd")), fileBytes(tmp / "even")}) {
+  for (const Bytes& file : {signedImage(plain, 0x20), signedImage(fileBytes(tmp / "odd")), fileBytes(tmp / "even")}) {
     RunResult r = embedBytes(file);
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_TRUE(text::contains(r.err, "is not signed: sign it")) << r.err;

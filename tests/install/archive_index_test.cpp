@@ -81,6 +81,7 @@ TEST(ArchiveIndex, ReadsBackWhatWasWrittenOnlyWhenItFitsAndThreadsAskedFor) {
       {"an end field named Bf", [](Archive& a) { a.bytes[a.bytes.size() - 15] = 'f'; }},
       {"no empty member at the end", [](Archive& a) { a.bytes[a.bytes.size() - 10] = 1; }},
       {"a member a byte larger than the largest", [](Archive& a) { a = Archive(kIndexedMemberMaxSize + 1); }},
+      {"a member of no bytes", [](Archive& a) { a = Archive(0); }},
   };
   for (const auto& [name, spoil] : cases) {
     Archive a;

@@ -37,7 +37,7 @@ TEST(BundleCreate, RefusalsLeaveTheOutputAsItWas) {
       {{"--strings", tmp / "a.strings", "--force"}, 1, "a.strings: not a strings table"},
       {{"--strings", tmp / "b.strings", "--force"}, 1, "b.strings: ButtonCancel is no text"},
       {{"--strings", tmp / "c.strings", "--force"}, 1, "c.strings: Nope is no message of the launcher"},
-      {{"--min-version", "17", "--max-version", "11"}, 2, "--max-version 11 is below --min-version 17"},
+      {{"--min-version", "9", "--max-version", "8"}, 2, "--max-version 8 is below --min-version 9"},
       {{"--reuse-unpacked-runtime"}, 2, "--reuse-unpacked-runtime needs --runtime-as archive"},
       {{"--progress-window", "sometimes"}, 2, "--progress-window takes auto, always or never"},
       {{"--embed", "--progress-window", "never"}, 2, "--progress-window needs a bundle"},

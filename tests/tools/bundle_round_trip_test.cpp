@@ -20,7 +20,7 @@ TEST(BundleRoundTrip, CreatedBundlesCheckCleanAndStart) {
   const Case cases[] = {
       Case("search", {"--min-version", "11", "--icon", tmp / "icon.png", "--allow-passthrough"}, macOS,
            {"property bwk.jreBundle=/usr/lib/jvm/", "option -Dpassed\n"}),
-      Case("a bundle", {"--runtime", runtime}, macOS,
+      Case("a bundle", {"--runtime", runtime, "--force"}, macOS,  // nothing to replace
            {"property bwk.jreBundle=" + tmp / "a bundle/Hello.app/Contents/Resources/jre.bundle\n"}),
       Case("archive", {"--runtime", runtime, "--runtime-as", "archive"}, macOS,
            {"property bwk.jreBundle=" + tmp / "t/",
