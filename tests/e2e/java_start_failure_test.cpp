@@ -61,8 +61,7 @@ TEST_F(JavaStartFailure, AlertHoldsTheRuntimesLinesOnlyForAFailedStart) {
   };
   for (const auto& [name, mainClass, args, progressWindow, runtimeLine, lines] : cases) {
     RunResult r = startApp(bundle(mainClass, progressWindow), args, {"DISPLAY=" + x.display()});
-    EXPECT_TRUE(r.status == 1 && text::contains(r.err, runtimeLine)) << name << ", standard error still has it\n"
-                                                                     << r.err;
+    EXPECT_TRUE(r.status == 1 && text::contains(r.err, runtimeLine)) << name << ": standard error keeps it\n" << r.err;
     std::optional<Alert> a = alert(10);
     ASSERT_TRUE(a && a->notice) << name;
     EXPECT_EQ(a->notice->header, "Failing");

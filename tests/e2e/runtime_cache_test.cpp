@@ -136,8 +136,7 @@ TEST_F(RuntimeCache, LaterStartsUseTheEntryWhileItIsSoundAndTheArchiveFileTheSam
       continue;
     }
     for (const char* folder : kFolders)
-      EXPECT_EQ(std::erase(after, folder), text::startsWith(name, "archive changed") && *folder != '9')
-          << name << folder;
+      EXPECT_EQ(std::erase(after, folder), text::startsWith(name, "archive changed") && *folder != '9') << folder;
     ASSERT_EQ(after.size(), 1u) << name << ": only the current entry stays";
     EXPECT_EQ(later.runtime, runtimeDir + "/" + after[0] + "/jre.bundle") << name;
     EXPECT_EQ(after[0] == entries[0], second == Second::kUses || name == std::string("runtime library missing"))
@@ -168,8 +167,7 @@ TEST_F(RuntimeCache, LaterStartsUseTheEntryWhileItIsSoundAndTheArchiveFileTheSam
   Start third = start();
   EXPECT_TRUE(text::contains(third.log, "checksum taken")) << third.log;
   EXPECT_NE(third.runtime, first.runtime);
-  EXPECT_TRUE(text::contains(readFile(third.runtime + "/Contents/Home/content.txt"), "other"))
-      << "the new content runs";
+  EXPECT_TRUE(text::contains(readFile(third.runtime + "/Contents/Home/content.txt"), "other")) << "new content";
   EXPECT_EQ(namesIn(runtimeDir).size(), 1u) << "the older entry and its note are removed";
   // Simultaneous first starts (kept side by side by a slow unpack200): one rename wins, the rest use it.
   packRuntime("first", true);
@@ -212,8 +210,7 @@ TEST_F(RuntimeCache, RefusedCacheDirectoriesFallBackToTheTemporaryDirectory) {
     packRuntime("first");
     ASSERT_EQ(shell("cd " + tmp.path() + " && " + prepare).status, 0) << name;
     Start s = start();
-    EXPECT_TRUE(text::contains(s.log, "runtime cache refused") && text::contains(s.log, reason)) << name << "\n"
-                                                                                                 << s.log;
+    EXPECT_TRUE(text::contains(s.log, "runtime cache refused") && text::contains(s.log, reason)) << name << s.log;
     EXPECT_EQ(s.status, 7) << name << "\n" << s.log;
     EXPECT_TRUE(text::startsWith(s.runtime, tmp / "t/")) << name << " " << s.runtime;
     EXPECT_EQ(namesIn(tmp / "elsewhere").size() + namesIn(runtimeDir).size() + namesIn(tmp / "t").size(), 0u) << name;

@@ -97,8 +97,7 @@ TEST_F(InstalledApplication, StartsAsJavaJarDoesAndWhatCreateSays) {
     EXPECT_EQ(started.status, 0) << name << ": " << started.err;
     EXPECT_EQ(started.out, direct.out) << name;
     for (const std::string& line : expected)
-      EXPECT_TRUE(text::contains(direct.out + created.out + created.err, line)) << line << "\n"
-                                                                                << direct.out << created.err;
+      EXPECT_TRUE(text::contains(direct.out + created.out + created.err, line)) << line << direct.out << created.err;
     EXPECT_TRUE(text::contains(started.out, "beside hello from beside the jar\nfile notes.txt: the user's notes\n"))
         << started.out;
     EXPECT_EQ(bundleTool({"check", tmp / "out/App.app"}).out, tmp / "out/App.app: no findings\n") << name;
