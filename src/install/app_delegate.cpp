@@ -4,6 +4,7 @@
 
 #include <pthread.h>
 
+#include <array>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
@@ -57,7 +58,7 @@ class InstallationSignals {
  public:
   InstallationSignals() {
     installingThread = pthread_self();
-    for (size_t i = 0; i < kCount; ++i) {
+    for (size_t i = 0; i < kSignals.size(); ++i) {
       struct sigaction note {};
       note.sa_handler = notePendingSignal;
       sigemptyset(&note.sa_mask);
@@ -69,15 +70,15 @@ class InstallationSignals {
     }
   }
   ~InstallationSignals() {
-    for (size_t i = 0; i < kCount; ++i) ::sigaction(kSignals[i], &previous_[i], nullptr);
+    for (size_t i = 0; i < kSignals.size(); ++i) ::sigaction(kSignals[i], &previous_[i], nullptr);
   }
   InstallationSignals(const InstallationSignals&) = delete;
   InstallationSignals& operator=(const InstallationSignals&) = delete;
 
  private:
-  static constexpr int kSignals[] = {SIGINT, SIGTERM, SIGHUP};
-  static constexpr size_t kCount = sizeof kSignals / sizeof kSignals[0];
-  struct sigaction previous_[kCount] {};
+  // std::array: indexing past the end stops the process instead of reading a stray signal.
+  static constexpr std::array kSignals{SIGINT, SIGTERM, SIGHUP};
+  std::array<struct sigaction, kSignals.size()> previous_{};
 };
 
 }  // namespace
