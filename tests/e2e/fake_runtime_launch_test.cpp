@@ -83,8 +83,7 @@ TEST_F(FakeRuntimeLaunch, MinimalVectorArgumentFileStatusAndNoRuntimeInRange) {
   std::filesystem::remove(record);
   ASSERT_EQ(start(bundlePath, {"@" + tmp / "args.txt"}).status, 0);
   rec = readRecord(record);
-  EXPECT_EQ(rec.argv.back(), "@" + tmp / "args.txt");
-  EXPECT_EQ(rec.flags, "java java 0 0 0 0 0 0 -1 -1 -1 1");
+  EXPECT_TRUE(rec.argv.back() == "@" + tmp / "args.txt" && rec.flags == "java java 0 0 0 0 0 0 -1 -1 -1 1");
   std::filesystem::remove(record);  // a notice asked for is no launch, also one that cannot be shown or read
   for (const char* notice : {"BWK_INTERNAL_NOTICE=-:78", "BWK_INTERNAL_NOTICE=zz"})
     EXPECT_EQ(start(bundlePath, {}, {notice, "DISPLAY"}).status, 0);

@@ -16,14 +16,15 @@ namespace bwk::test {
 
 // file(), dir(), link(), hardlink(), special(), raw() and longname() add entries; file() prints "<data offset> <size>".
 // The GZ_* knobs damage the gzip stream; MEMBERS cuts it into gzip members of that many tar bytes (INDEXED adds their
-// index), BAD_CRC_IN spoils one member's CRC-32, HEADER_CRC gives the gzip header a CRC of its own that is wrong.
+// index), BAD_CRC_IN spoils one member's CRC-32, EMPTY_MEMBER_IN puts an empty gzip member before one (zlib reads
+// on, the index's way cannot), HEADER_CRC gives the gzip header a CRC of its own that is wrong.
 inline const char* kArchivePrelude = R"PY(
 import io, random, struct, sys, tarfile, zlib
 OUT, ROOT = sys.argv[1], sys.argv[2]
 _buf = io.BytesIO()
 tf = tarfile.open(fileobj=_buf, mode='w', format=tarfile.GNU_FORMAT)
 END, PLAIN, GZ_DROP, GZ_BAD_AT, GZ_SPLIT_AT, GZ_TRAILING, GZ_SIZE = True, False, 0, None, None, b'', None
-INDEXED, MEMBERS, BAD_CRC_IN, HEADER_CRC = False, None, None, False
+INDEXED, MEMBERS, BAD_CRC_IN, HEADER_CRC, EMPTY_MEMBER_IN = False, None, None, False, None
 def _pad(n): return b'\0' * (-n % 512)
 def _add(name, kind, size=0, mode=0o644, link='', data=b''):
     ti = tarfile.TarInfo(name)
@@ -64,6 +65,7 @@ elif MEMBERS or INDEXED:
     parts = [data[i:i + step] for i in range(0, len(data), step)] or [b'']
     ms = [bytearray(gz(p)) for p in parts]
     if BAD_CRC_IN is not None: ms[BAD_CRC_IN][-8] ^= 1
+    if EMPTY_MEMBER_IN is not None: ms[EMPTY_MEMBER_IN][:0] = gz(b'')
     out = b''.join(ms)
     if INDEXED:
         payload = b'\1' + struct.pack('<Q', len(ms)) + b''.join(struct.pack('<II', len(m), len(p)) for m, p in zip(ms, parts))

@@ -127,8 +127,7 @@ TEST_F(BundleRuntime, JdkShippedWithoutWhatNoStartNeedsStartChoicesAndBuildIdAsK
   shell("mkdir -p " + tmp / "a " + tmp / "b && cp " + helloJar() + " " + tmp / "a/hello.jar && cp " + helloJar() + " " +
         tmp / "b/hello.jar && printf x >> " + tmp / "b/hello.jar");
   std::string first = buildId(tmp / "a/hello.jar");
-  EXPECT_EQ(first.size(), 24u);
-  EXPECT_EQ(buildId(tmp / "a/hello.jar"), first);
+  EXPECT_TRUE(first.size() == 24u && buildId(tmp / "a/hello.jar") == first);
   EXPECT_NE(buildId(tmp / "b/hello.jar"), first) << "one more byte at the end of the jar";
   writeFile(tmp / "a/notes.txt", "one");
   std::string withNotes = buildId("hello.jar", tmp / "a");
