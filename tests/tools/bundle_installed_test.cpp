@@ -68,8 +68,8 @@ TEST_F(InstalledApplication, StartsAsJavaJarDoesAndWhatCreateSays) {
        "Main-Class: p/Probe \nClass-Path: lib/a.jar lib/linked.jar file:lib/sp%20ace.jar missing.jar ../outside/up.jar " +
            tmp / "outside/abs.jar" + "\nAdd-Opens: java.base/java.lang java.desktop/java.awt\n",
        {"jars [main.jar, a.jar, c.jar, linked.jar, sp ace.jar, up.jar, abs.jar]", "opens true",
-        "Add-Opens java.desktop/java.awt left out", "missing.jar (Class-Path of ",
-        "2 class-path entries from outside"}},
+        "Add-Opens java.desktop/java.awt left out: the runtime has no module java.desktop",
+        "missing.jar (Class-Path of ", "2 class-path entries from outside"}},
       {"main class only", "Main-Class: p.Probe\n", {"jars [main.jar]", "opens false"}},
   };
   for (const auto& [name, manifest, expected] : cases) {
