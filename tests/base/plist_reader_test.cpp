@@ -78,6 +78,7 @@ TEST(PropertyListReader, ChoosesTheFormatByContentAndReadsXml) {
       {"hour 24", "<date>2001-01-01T24:00:00Z</date>", "<date>"},
       {"bad real", "<real>1.5x</real>", "<real>"},
       {"hexadecimal real", "<real>0X1p3</real>", "<real>"},
+      {"real with a second sign", "<real>+-5</real>", "<real>"},
       {"bad date", "<date>2001-13-01T00:00:00Z</date>", "<date>"},
       {"day 32", "<date>2001-01-32T00:00:00Z</date>", "<date>"},
       {"date without an hour", "<date>2001-01-01T:00:00Z</date>", "<date>"},
