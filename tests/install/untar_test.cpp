@@ -206,7 +206,7 @@ TEST_P(ArchiveCaseTest, ExtractsExactlyWhatIsSafe) {
 
   EXPECT_EQ(outcome.complete, c.ok);
   // Only one intact gzip member is inflated in one piece, and only intact indexed members in
-  // parallel; a damaged member hands over to the stream.
+  // parallel; a member spoilt by a *_IN knob hands over to the stream.
   bool damaged =
       text::contains(c.script, "GZ_") || text::contains(c.script, "PLAIN") || text::contains(c.script, "_IN =");
   bool members = text::contains(c.script, "MEMBERS");
